@@ -1,0 +1,18 @@
+# The libraries underneath, as imported targets; debian-packages.txt says which package holds each and why.
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(CCFITS REQUIRED IMPORTED_TARGET GLOBAL CCfits cfitsio)
+pkg_check_modules(OPENBLAS REQUIRED IMPORTED_TARGET GLOBAL openblas)
+pkg_check_modules(NUMA REQUIRED IMPORTED_TARGET GLOBAL numa)
+pkg_check_modules(LOG4CPLUS REQUIRED IMPORTED_TARGET GLOBAL log4cplus)
+find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
+find_package(Eigen3 3.4 REQUIRED NO_MODULE)
+find_package(CLI11 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(nlohmann_json REQUIRED)
+if(RAVEL_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(RAVEL_BUILD_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# checkIncludes.sh ROOT: fails if a component includes what it must not.
+#
+#   platform   <-   ravelcore   <-   ravelctl
+#      ^                                |
+#      +------   mirrorsim   <----------+
+set -euo pipefail
+root=$1
+status=0
+
+# forbid FOLDER PATTERN: no source in FOLDER includes a header that matches PATTERN.
+forbid() {
+    local found
+    found=$(grep -rnE --include='*.[ch]pp' "^[[:space:]]*#[[:space:]]*include[[:space:]]*[<\"]($2)" "$root/$1" || [ $? -eq 1 ])
+    if [ -n "$found" ]; then
+        printf '%s must not include this:\n%s\n' "$1" "${found//$root\//}" >&2
+        status=1
+    fi
+}
+
+forbid platform 'lumo/'
+forbid ravel/ravelcore 'lumo/(mirrorsim|ravelctl)/|.*ravelctl/'
+forbid ravel/mirrorsim 'lumo/(ravelcore|ravelctl)/|brisk/|chartkit/|vigil/|log4cplus/|CCfits|fitsio|thread>|fstream>'
+# Nobody reaches into another component's private sources.
+forbid platform '\.\./\.\./'
+forbid ravel '\.\./\.\./'
+exit $status

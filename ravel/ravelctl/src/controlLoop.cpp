@@ -1,0 +1,151 @@
+#include "controlLoop.hpp"
+
+#include <lumo/mirrorsim/geometry.hpp>
+
+#include <cblas.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+std::vector<float> StartCommands(const SimulatedFrontEnd& front_end)
+{
+    const auto& positions = front_end.GetPactMeas().block1;
+    return {positions.begin(), positions.end()};
+}
+
+/// The part of `positions` that the modes do not describe: x - V V^T x.
+std::vector<float> Undescribed(const std::vector<float>& positions, const mirrorsim::ControlModes& modes)
+{
+    std::vector<float> coordinates(static_cast<std::size_t>(modes.num_modes));
+    cblas_sgemv(CblasRowMajor, CblasNoTrans, modes.num_modes, mirrorsim::NUM_PACT, 1.0F, modes.pact2modes.data(),
+                mirrorsim::NUM_PACT, positions.data(), 1, 0.0F, coordinates.data(), 1);
+    std::vector<float> rest = positions;
+    cblas_sgemv(CblasRowMajor, CblasNoTrans, mirrorsim::NUM_PACT, modes.num_modes, -1.0F, modes.modes2pact.data(),
+                modes.num_modes, coordinates.data(), 1, 1.0F, rest.data(), 1);
+    return rest;
+}
+
+float RatePerCycle(const mirrorsim::MirrorConfig& config)
+{
+    return static_cast<float>(config.rate_limit_um_per_s * config.period_s);
+}
+
+}  // namespace
+
+ControlLoop::ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& modes, SimulatedFrontEnd& front_end,
+                         SliceSet& slices, WorkerGroup& workers)
+    : m_plan(plan),
+      m_front_end(front_end),
+      m_slices(slices),
+      m_workers(workers),
+      m_clock(plan.rate_hz, plan.paced),
+      m_start_um(StartCommands(front_end)),
+      m_held_um(Undescribed(m_start_um, modes)),
+      m_wanted_um(m_start_um),
+      m_limiter(m_start_um, static_cast<float>(front_end.GetMirror().GetConfig().stroke_limit_um),
+                RatePerCycle(front_end.GetMirror().GetConfig())),
+      m_cycle_times(static_cast<std::size_t>(plan.cycles)),
+      m_exec_times(static_cast<std::size_t>(plan.cycles)),
+      m_surface_log(plan.cycles)
+{
+}
+
+void ControlLoop::Run(const std::function<bool()>& is_stopped)
+{
+    m_slices.SetClosed(false);
+    m_clock.Start();
+    for (std::int64_t cycle = 0; cycle < m_plan.cycles && !is_stopped(); ++cycle) {
+        RunCycle(cycle);
+    }
+}
+
+void ControlLoop::RunCycle(std::int64_t cycle)
+{
+    const CycleClock::Clock::time_point instant = m_clock.AwaitNext();
+    const bool closing = cycle == m_plan.open_cycles;
+    if (closing) {
+        m_slices.SetClosed(true);
+    }
+    m_slices.PrepareCycle(m_plan.TimeOf(cycle), closing);
+    m_workers.GiveStart();
+    m_workers.AwaitReady();
+    Command(cycle);
+    Book(cycle, instant);
+
+    // The rest of the period: looking at the cycle, preparing the next one, and the mirror's own life.
+    Observe(cycle);
+    LeadReferences(cycle);
+    m_front_end.Advance(m_limiter.GetCommand(), m_plan.TimeOf(cycle + 1));
+    m_progress.cycles_done.store(cycle + 1, std::memory_order_relaxed);  // a statistic, as all of them: orders nothing
+}
+
+void ControlLoop::Command(std::int64_t cycle)
+{
+    if (cycle < m_plan.open_cycles) {
+        m_limiter.Hold(m_start_um);
+        return;
+    }
+    std::copy(m_held_um.begin(), m_held_um.end(), m_wanted_um.begin());
+    m_slices.AddPactRef(m_wanted_um);
+    m_limiter.Limit(m_wanted_um);
+    m_slices.SetShortfall(m_limiter.GetShortfall());
+}
+
+void ControlLoop::LeadReferences(std::int64_t cycle)
+{
+    const std::int64_t since_closing = cycle - m_plan.open_cycles;
+    if (since_closing == 0) {
+        m_slices.CaptureReferences();
+    }
+    if (since_closing < 0 || since_closing > m_plan.lead_cycles) {
+        return;
+    }
+    if (since_closing == m_plan.lead_cycles) {
+        m_slices.LeadReferences(0.0F);
+        return;
+    }
+    const double phase = static_cast<double>(since_closing) / static_cast<double>(m_plan.lead_cycles);
+    m_slices.LeadReferences(static_cast<float>(0.5 * (1.0 + std::cos(std::numbers::pi * phase))));
+}
+
+void ControlLoop::Observe(std::int64_t cycle)
+{
+    m_surface_log.Add(cycle, m_front_end.GetMirror().GetSurface());
+    const bool open = cycle < m_plan.open_cycles;
+    if (open || cycle >= m_plan.FirstJudgedCycle()) {
+        EsSquares& squares = open ? m_open_es : m_judged_es;
+        for (const float reading : m_front_end.GetEsMeas().block1) {
+            squares.sum += static_cast<double>(reading) * static_cast<double>(reading);
+        }
+        ++squares.cycles;
+    }
+    constexpr double NM_PER_UM = 1.0e3;
+    const double residual_nm = std::sqrt(m_slices.SumOfSquaredModes() / mirrorsim::NUM_PACT) * NM_PER_UM;
+    m_progress.residual_nm.store(residual_nm, std::memory_order_relaxed);
+}
+
+void ControlLoop::Book(std::int64_t cycle, CycleClock::Clock::time_point instant)
+{
+    const std::chrono::nanoseconds duration = CycleClock::Clock::now() - instant;
+    m_cycle_times.Add(duration);
+    m_exec_times.Add(m_slices.GetExecTime());
+    const double duration_us = static_cast<double>(duration.count()) * 1.0e-3;
+    m_progress.cycle_time_us.store(duration_us, std::memory_order_relaxed);
+    if (duration_us > m_progress.max_cycle_time_us.load(std::memory_order_relaxed)) {
+        m_progress.max_cycle_time_us.store(duration_us, std::memory_order_relaxed);
+    }
+    m_progress.missed.store(m_clock.GetMissed(), std::memory_order_relaxed);
+    m_progress.closed.store(cycle >= m_plan.open_cycles, std::memory_order_relaxed);
+}
+
+double ControlLoop::EsSquares::ComputeRms() const
+{
+    return cycles == 0 ? 0.0 : std::sqrt(sum / (static_cast<double>(cycles) * mirrorsim::NUM_SENSORS));
+}
+
+}  // namespace lumo::ravelctl

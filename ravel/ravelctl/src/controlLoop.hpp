@@ -1,0 +1,97 @@
+#pragma once
+
+#include "commandLimiter.hpp"
+#include "cycleClock.hpp"
+#include "durations.hpp"
+#include "runOptions.hpp"
+#include "simulatedFrontEnd.hpp"
+#include "sliceSet.hpp"
+#include "surfaceLog.hpp"
+#include "workerGroup.hpp"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What other threads may look at while the loop runs. Each figure is whole; they may be of different cycles.
+struct LoopProgress
+{
+    std::atomic<std::int64_t> cycles_done{0};
+    std::atomic<std::int64_t> missed{0};
+    std::atomic<double> cycle_time_us{0.0};      // of the last cycle
+    std::atomic<double> max_cycle_time_us{0.0};  // of all
+    std::atomic<double> residual_nm{0.0};        // rms of the controlled modes as measured, over the surface
+    std::atomic<bool> closed{false};
+
+    static_assert(std::atomic<double>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free);
+};
+
+/// The cycle thread's work: paces the cycles, exchanges with the front end, starts the workers, combines, limits and
+/// sends what they computed.
+///
+/// The loop is open at first: the commands are held where the actuators stand, the modes are measured and recorded.
+/// When it closes, the measured modes become the references, which are then led to 0 on half a cosine. The part of the
+/// actuators' positions that no controlled mode describes is held for the whole run.
+class ControlLoop
+{
+public:
+    /// The references must outlive the loop. Takes all memory that the cycles need.
+    ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& modes, SimulatedFrontEnd& front_end,
+                SliceSet& slices, WorkerGroup& workers);
+
+    /// Runs the planned cycles, or until `is_stopped` says so. The workers must be ready.
+    /// Thread:    the cycle's.
+    /// Real time: yes, with the loop closed as well as open: no allocation, no lock but the handshake's.
+    /// Failure:   RunError for a lost worker.
+    void Run(const std::function<bool()>& is_stopped);
+
+    const LoopProgress& GetProgress() const { return m_progress; }
+
+    // Thread: a slow one, after Run.
+
+    const Durations& GetCycleTimes() const { return m_cycle_times; }
+    const Durations& GetExecTimes() const { return m_exec_times; }
+    const SurfaceLog& GetSurfaceLog() const { return m_surface_log; }
+    const CommandLimiter& GetLimiter() const { return m_limiter; }
+
+    /// Rms of the edge sensors' readings, um, over existing sensors and the cycles of the open loop, or those judged;
+    /// 0 where there was no such cycle.
+    double GetOpenEsRms() const { return m_open_es.ComputeRms(); }
+    double GetJudgedEsRms() const { return m_judged_es.ComputeRms(); }
+
+private:
+    struct EsSquares
+    {
+        double sum = 0.0;
+        std::int64_t cycles = 0;
+
+        double ComputeRms() const;
+    };
+
+    void RunCycle(std::int64_t cycle);
+    void Command(std::int64_t cycle);
+    void LeadReferences(std::int64_t cycle);
+    void Observe(std::int64_t cycle);
+    void Book(std::int64_t cycle, CycleClock::Clock::time_point instant);
+
+    const LoopPlan m_plan;
+    SimulatedFrontEnd& m_front_end;
+    SliceSet& m_slices;
+    WorkerGroup& m_workers;
+    CycleClock m_clock;
+    std::vector<float> m_start_um;   // commands while the loop is open
+    std::vector<float> m_held_um;    // what no controlled mode describes of them
+    std::vector<float> m_wanted_um;  // commands before they are limited
+    CommandLimiter m_limiter;
+    Durations m_cycle_times;
+    Durations m_exec_times;
+    SurfaceLog m_surface_log;
+    EsSquares m_open_es;
+    EsSquares m_judged_es;
+    LoopProgress m_progress;
+};
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,297 @@
+#include "controller.hpp"
+
+#include "error.hpp"
+#include "gains.hpp"
+#include "matrixStore.hpp"
+#include "resources.hpp"
+#include "statusLine.hpp"
+#include "version.hpp"
+#include "wholeFile.hpp"
+
+#include <lumo/mirrorsim/geometry.hpp>
+#include <lumo/mirrorsim/mirror.hpp>
+#include <lumo/ravelcore/names.hpp>
+
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <limits>
+#include <utility>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+constexpr std::chrono::milliseconds START_TIMEOUT{5000};
+// Above what the system's own threads have by default, below its watchdogs; the cycle before its workers.
+constexpr int WORKER_PRIORITY = 50;
+constexpr int CYCLE_PRIORITY = 60;
+
+std::tm UtcNow()
+{
+    return fmt::gmtime(std::time(nullptr));
+}
+
+}  // namespace
+
+/// The thread of the cycle. What ends the loop early is kept by the platform.
+class Controller::CycleThread : public brisk::ConfigurablePthreadActivity
+{
+public:
+    CycleThread(int priority, ControlLoop& loop) : ConfigurablePthreadActivity("cycle", -1, priority), m_loop(loop) {}
+
+    ~CycleThread() override
+    {
+        stop(nullptr);
+        JoinThread();
+    }
+
+    void Run() override
+    {
+        m_loop.Run([this] { return IsStopRequested(); });
+    }
+
+private:
+    ControlLoop& m_loop;
+};
+
+Controller::Controller(RunOptions options, std::ostream& out) : m_options(std::move(options)), m_out(out)
+{
+}
+
+Controller::~Controller()
+{
+    Stop();
+}
+
+void Controller::Say(const std::string& line)
+{
+    if (!m_options.quiet) {
+        m_out << line << '\n' << std::flush;
+    }
+}
+
+void Controller::Configure()
+{
+    m_plan = PlanRun(m_options);
+    if (m_options.output.empty()) {
+        m_options.output = fmt::format("ravelctl-{:%Y%m%dT%H%M%SZ}", UtcNow());
+    }
+    if (m_options.matrices.empty()) {
+        m_options.matrices = DefaultMatrixFolder();
+    }
+    CheckLogLevels();
+    CheckResources();
+    m_report.version = VERSION;
+    m_report.blas = DescribeBlas();
+    Say(fmt::format("ravelctl {}: {} modes on {} worker{} at {} Hz, seed {}, {}", VERSION, m_options.modes,
+                    m_options.workers, m_options.workers == 1 ? "" : "s", m_options.rate_hz, m_options.seed,
+                    m_report.blas));
+
+    const mirrorsim::Geometry geometry;
+    m_modes = LoadOrComputeModes(geometry, m_options.matrices, m_options.modes,
+                                 [this](const std::string& line) { Say(line); });
+    mirrorsim::MirrorConfig config;
+    config.seed = m_options.seed;
+    config.period_s = 1.0 / m_options.rate_hz;
+    config.tones = m_options.tones;
+    m_front_end =
+        std::make_unique<SimulatedFrontEnd>(mirrorsim::Mirror(geometry, config, m_modes.modes2pact, m_modes.num_modes));
+    MakeGains();
+    MakeTasks();
+    m_report.options = m_options;
+    m_report.plan = m_plan;
+}
+
+/// With DEBUG on, the control task reports fixed places of its vectors; in a shorter vector they end the process.
+void Controller::CheckLogLevels() const
+{
+    constexpr int FEWEST_MODES = 17;
+    int index = 0;
+    for (const ModeSlice& slice : SliceModes(m_options.modes, m_options.workers)) {
+        const std::string name = fmt::format("{}.TaskEdc.{}", ravelcore::LOGGER_RAVELCORE, index++);
+        if (slice.count < FEWEST_MODES &&
+            log4cplus::Logger::getInstance(name).isEnabledFor(log4cplus::DEBUG_LOG_LEVEL)) {
+            throw InputError(
+                fmt::format("--log-config: DEBUG on {} needs at least {} modes a worker but it has {}; use "
+                            "more modes or fewer workers, or INFO",
+                            name, FEWEST_MODES, slice.count));
+        }
+    }
+}
+
+void Controller::CheckResources() const
+{
+    const auto samples = static_cast<std::uint64_t>(m_plan.cycles);
+    const auto modes = static_cast<std::uint64_t>(m_options.modes);
+    constexpr std::uint64_t NUM_RECORDERS = 2;
+    const std::uint64_t slice =
+        (modes + static_cast<std::uint64_t>(m_options.workers) - 1) / static_cast<std::uint64_t>(m_options.workers);
+    if (samples * slice > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max())) {
+        throw InputError(
+            fmt::format("--duration: {} cycles of {} modes a worker are more than the {} values that a "
+                        "recorder holds; run for a shorter time, with fewer modes or with more workers",
+                        samples, slice, std::numeric_limits<std::int32_t>::max()));
+    }
+    const std::uint64_t recorded = NUM_RECORDERS * samples * (modes * sizeof(float) + sizeof(double));
+    // Saving takes what it saves twice over: the slices side by side, and the table's rows.
+    const std::uint64_t saving = (m_options.workers > 1 ? 3 : 1) * samples * modes * sizeof(float);
+    const std::uint64_t matrices = 4 * modes * (mirrorsim::NUM_ES + 2 * mirrorsim::NUM_PACT) * sizeof(float);
+    CheckMemory(recorded + saving + matrices + SurfaceLog::MAX_BYTES, "matrices and recordings");
+    constexpr std::uint64_t HEADERS = 100'000;  // of the files, and the summary
+    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + HEADERS);
+}
+
+void Controller::MakeGains()
+{
+    const mirrorsim::Mirror& mirror = m_front_end->GetMirror();
+    const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, mirror.GetConfig().period_s};
+    m_pid_params = DesignGains(DesignFor(m_options.rate_hz), plant, m_modes, mirror.GetConfig().stroke_limit_um);
+    std::vector<ravelcore::PidFilterContext> channels;
+    ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F, m_pid_params, channels);
+    m_report.margins = ComputeMargins(channels.front(), plant);
+    Say(fmt::format("open-loop crossover {:.1f} Hz, phase margin {:.0f} deg, gain margin {:.1f} dB",
+                    m_report.margins.crossover_hz, m_report.margins.phase_margin_deg, m_report.margins.gain_margin_db));
+}
+
+void Controller::MakeTasks()
+{
+    m_slices = std::make_unique<SliceSet>(m_modes, m_options.workers, m_pid_params, 1.0 / m_options.rate_hz,
+                                          m_front_end->GetEsMeas().block1.data(), static_cast<int>(m_plan.cycles));
+    m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), PlaceWorkers(), START_TIMEOUT,
+                                              log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
+    m_loop = std::make_unique<ControlLoop>(m_plan, m_modes, *m_front_end, *m_slices, *m_workers);
+    m_cycle_thread = std::make_unique<CycleThread>(m_plan.paced ? CYCLE_PRIORITY : 0, *m_loop);
+}
+
+/// One CPU per worker from the last one down, which leaves the first ones to the cycle and the rest of the system.
+/// Without pacing nothing sleeps, so nothing may have real-time priority.
+std::vector<Placement> Controller::PlaceWorkers() const
+{
+    std::vector<Placement> placements(static_cast<std::size_t>(m_options.workers));
+    const std::vector<int> cpus = AllowedCpus();
+    if (!m_plan.paced || cpus.empty()) {
+        return placements;
+    }
+    for (std::size_t i = 0; i < placements.size(); ++i) {
+        placements[i].cpu = cpus[cpus.size() - 1 - i % cpus.size()];
+        placements[i].priority = WORKER_PRIORITY;
+    }
+    return placements;
+}
+
+void Controller::Start()
+{
+    m_workers->Start();
+    m_slices->StartRecording();
+    m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
+    m_cycle_thread->StartThread();
+}
+
+void Controller::Wait(const std::function<bool()>& is_interrupted)
+{
+    const StatusLine::Style style = StatusLine::StyleFor(m_options.quiet, STDOUT_FILENO);
+    StatusLine status(style, m_plan, m_out);
+    while (m_loop->GetProgress().cycles_done.load() < m_plan.cycles &&
+           m_cycle_thread->GetThreadException() == nullptr) {
+        if (is_interrupted()) {
+            m_report.interrupted = true;
+            break;
+        }
+        status.Update(m_loop->GetProgress());
+    }
+    status.Finish(m_loop->GetProgress());
+}
+
+void Controller::Stop()
+{
+    if (!m_cycle_thread) {
+        return;
+    }
+    m_cycle_thread->stop(nullptr);
+    m_cycle_thread->JoinThread();
+    if (const std::exception_ptr exception = m_cycle_thread->GetThreadException()) {
+        try {
+            std::rethrow_exception(exception);
+        } catch (const std::exception& e) {
+            m_report.problems.emplace_back(e.what());
+        }
+    }
+    m_slices->PrepareStop();
+    m_workers->Stop(true);
+    m_cycle_thread.reset();
+    ComputeFigures();
+}
+
+void Controller::ComputeFigures()
+{
+    constexpr double NM_PER_UM = 1.0e3;
+    m_report.cycles_done = m_loop->GetProgress().cycles_done.load();
+    m_report.missed_cycles = m_loop->GetProgress().missed.load();
+    m_report.limited_commands = m_loop->GetLimiter().GetNumLimited();
+    m_report.commands_not_finite = m_loop->GetLimiter().GetNumNotFinite();
+    m_report.cycle_time_us = m_loop->GetCycleTimes().ComputePercentiles();
+    m_report.execution_time_us = m_loop->GetExecTimes().ComputePercentiles();
+    const SurfaceLog& surface = m_loop->GetSurfaceLog();
+    if (const auto open = surface.ComputeRms(0, m_plan.open_cycles, m_modes)) {
+        m_report.surface_rms_nm.before = open->total * NM_PER_UM;
+        m_report.controlled_rms_nm.before = open->controlled * NM_PER_UM;
+        m_report.edge_sensor_rms_nm.before = m_loop->GetOpenEsRms() * NM_PER_UM;
+    }
+    if (const auto judged = surface.ComputeRms(m_plan.FirstJudgedCycle(), m_plan.cycles, m_modes)) {
+        m_report.surface_rms_nm.after = judged->total * NM_PER_UM;
+        m_report.controlled_rms_nm.after = judged->controlled * NM_PER_UM;
+        m_report.edge_sensor_rms_nm.after = m_loop->GetJudgedEsRms() * NM_PER_UM;
+    }
+    if (!m_report.interrupted && !m_report.DidHold() && m_report.problems.empty()) {
+        m_report.problems.emplace_back(fmt::format(
+            "the loop did not hold: {} of {} cycles done, {} commands not finite, controlled modes {:.1f} nm "
+            "rms before and {:.1f} nm after",
+            m_report.cycles_done, m_plan.cycles, m_report.commands_not_finite,
+            m_report.controlled_rms_nm.before.value_or(0.0), m_report.controlled_rms_nm.after.value_or(0.0)));
+    }
+}
+
+void Controller::Save()
+{
+    SaveFile("modes_in.fits", [this](const std::filesystem::path& file) { m_slices->SaveModesIn(file); });
+    SaveFile("modes_out.fits", [this](const std::filesystem::path& file) { m_slices->SaveModesOut(file); });
+    const std::string summary = "summary.json";
+    m_report.files.push_back(summary);  // it lists itself
+    try {
+        WriteSummary(m_report, m_options.output / summary);
+    } catch (const std::exception& e) {
+        m_report.files.pop_back();
+        m_report.problems.emplace_back(e.what());
+    }
+}
+
+void Controller::SaveFile(const std::string& name, const std::function<void(const std::filesystem::path&)>& write)
+{
+    if (m_report.cycles_done == 0) {
+        return;  // nothing is recorded, so there is nothing to lose
+    }
+    const std::filesystem::path file = m_options.output / name;
+    try {
+        WriteWhole(file, write);
+        m_report.files.push_back(name);
+    } catch (const std::exception& e) {
+        m_report.problems.push_back(fmt::format("cannot write {}: {}", file.string(), e.what()));
+    }
+}
+
+int Controller::GetExitStatus() const
+{
+    if (!m_report.problems.empty()) {
+        return EXIT_FAILED;
+    }
+    if (m_report.interrupted) {
+        return EXIT_INTERRUPTED;
+    }
+    return m_report.DidHold() ? EXIT_OK : EXIT_FAILED;
+}
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "controlLoop.hpp"
+#include "runOptions.hpp"
+#include "runReport.hpp"
+#include "simulatedFrontEnd.hpp"
+#include "sliceSet.hpp"
+#include "workerGroup.hpp"
+
+#include <brisk/configurablePthreadActivity.hpp>
+#include <lumo/mirrorsim/controlModes.hpp>
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// One run of the closed loop on the simulated mirror, from the options to the files.
+///
+/// Calling order: construct, Configure, Start, Wait, Stop, Save; GetReport then has the result. A slow thread calls all
+/// of them; the cycle and the workers have threads of their own between Start and Stop.
+class Controller
+{
+public:
+    /// `out` is where the user reads along (nothing is written to it when the options say quiet).
+    Controller(RunOptions options, std::ostream& out);
+    ~Controller();
+
+    /// Checks everything, computes or loads the matrices, takes the memory. Nothing runs yet.
+    /// Failure: InputError, RunError.
+    void Configure();
+
+    /// Starts the workers and the cycle. Failure: RunError.
+    void Start();
+
+    /// Shows the progress until the run is over or `is_interrupted` says so. `is_interrupted` is asked every 100 ms and
+    /// may wait that long.
+    void Wait(const std::function<bool()>& is_interrupted);
+
+    /// Ends the cycle and the workers, joined, and works out the result. Never throws: problems go to the report.
+    void Stop();
+
+    /// Writes the recordings and the summary. Never throws: a file that could not be written is a problem in the
+    /// report.
+    void Save();
+
+    const RunReport& GetReport() const { return m_report; }
+
+    /// Status for the shell.
+    int GetExitStatus() const;
+
+private:
+    class CycleThread;
+
+    void Say(const std::string& line);
+    void CheckLogLevels() const;
+    void CheckResources() const;
+    void MakeGains();
+    void MakeTasks();
+    void ComputeFigures();
+    void SaveFile(const std::string& name, const std::function<void(const std::filesystem::path&)>& write);
+    std::vector<Placement> PlaceWorkers() const;
+
+    RunOptions m_options;
+    std::ostream& m_out;
+    LoopPlan m_plan;
+    RunReport m_report;
+    mirrorsim::ControlModes m_modes;
+    std::vector<float> m_pid_params;
+    std::unique_ptr<SimulatedFrontEnd> m_front_end;
+    std::unique_ptr<SliceSet> m_slices;
+    std::unique_ptr<WorkerGroup> m_workers;
+    std::unique_ptr<ControlLoop> m_loop;
+    std::unique_ptr<CycleThread> m_cycle_thread;
+};
+
+}  // namespace lumo::ravelctl

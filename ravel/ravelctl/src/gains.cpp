@@ -1,0 +1,44 @@
+#include "gains.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace lumo::ravelctl {
+
+LoopDesign DesignFor(double rate_hz)
+{
+    constexpr double FULL_RATE_HZ = 500.0;
+    const double scale = std::min(1.0, rate_hz / FULL_RATE_HZ);
+    LoopDesign design;
+    design.crossover_hz *= scale;
+    design.setpoint_filter_hz *= scale;
+    design.tracking_time_s /= scale;
+    return design;
+}
+
+std::vector<float> DesignGains(const LoopDesign& design, const Plant& plant, const mirrorsim::ControlModes& modes,
+                               double stroke_limit_um)
+{
+    const double a = plant.lag_coefficient;
+    const double kp = 2.0 * std::sin(std::numbers::pi * design.crossover_hz * plant.period_s) / a;
+    const double ki = a / plant.period_s;
+    const auto num_modes = static_cast<std::size_t>(modes.num_modes);
+    std::vector<float> largest(num_modes, 0.0F);  // element of each mode, by magnitude
+    for (std::size_t i = 0; i < modes.modes2pact.size(); ++i) {
+        float& value = largest[i % num_modes];
+        value = std::max(value, std::abs(modes.modes2pact[i]));
+    }
+    std::vector<float> params;
+    params.reserve(num_modes * ravelcore::NUM_PID_FILTER_PARAMS);
+    for (const float element : largest) {
+        const auto limit = static_cast<float>(stroke_limit_um) / element;
+        params.insert(params.end(), {static_cast<float>(kp), static_cast<float>(ki), 0.0F,
+                                     static_cast<float>(1.0 / design.tracking_time_s), 1.0F,
+                                     static_cast<float>(design.tracking_time_s), 10.0F, -limit, limit,
+                                     static_cast<float>(design.setpoint_filter_hz)});
+    }
+    return params;
+}
+
+}  // namespace lumo::ravelctl

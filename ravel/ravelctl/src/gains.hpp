@@ -1,0 +1,32 @@
+#pragma once
+
+#include "loopAnalysis.hpp"
+
+#include <lumo/mirrorsim/controlModes.hpp>
+
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What the gains are chosen for.
+struct LoopDesign
+{
+    double crossover_hz = 20.0;        // open loop
+    double setpoint_filter_hz = 30.0;  // cut-off of the set-point filter
+    double tracking_time_s = 0.02;     // of both anti-windup paths
+};
+
+/// The design for a cycle rate: the figures above at 500 Hz and more, scaled down with slower rates, because the loop's
+/// delay is a number of cycles.
+LoopDesign DesignFor(double rate_hz);
+
+/// Packed parameters of `num_modes` channels (10 floats each, as TaskEdc::SetPidFilters takes them).
+///
+/// A PI controller whose zero cancels the pole of the actuators' lag, so that the open loop is an integrator behind the
+/// delay: K a = 2 sin(pi fc h) puts the crossover at fc exactly, ki = a / h cancels the pole. Each mode's output limit
+/// is the mode amplitude, in um, that takes its most loaded actuator to the stroke limit. The external anti-windup
+/// input is fed with what the actuators fell short of the command and acts with the tracking time.
+std::vector<float> DesignGains(const LoopDesign& design, const Plant& plant, const mirrorsim::ControlModes& modes,
+                               double stroke_limit_um);
+
+}  // namespace lumo::ravelctl

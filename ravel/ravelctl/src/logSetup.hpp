@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+
+namespace lumo::ravelctl {
+
+/// Sets up log4cplus: from a properties file where one is given, else warnings and worse to standard error.
+/// The default is asynchronous, so that a worker's line does no I/O in the worker's thread; a file should use
+/// log4cplus::AsyncAppender likewise.
+/// Failure: InputError for a file that cannot be read or that sets up no appender.
+void SetUpLogging(const std::filesystem::path& properties_file);
+
+/// Writes what is still queued. Nothing may log afterwards.
+void ShutDownLogging();
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,165 @@
+#include "matrixStore.hpp"
+
+#include "error.hpp"
+#include "modeSlice.hpp"
+#include "wholeFile.hpp"
+
+#include <lumo/ravelcore/utils.hpp>
+
+#include <CCfits/CCfits>
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct StoredMatrix
+{
+    const char* name;
+    int rows;
+    int cols;
+    std::vector<float> mirrorsim::ControlModes::*values;
+};
+
+constexpr std::array<StoredMatrix, 3> MATRICES = {{
+    {"P2EDC", mirrorsim::NUM_MODES, mirrorsim::NUM_ES, &mirrorsim::ControlModes::p2edc},
+    {"PACT2MODES", mirrorsim::NUM_MODES, mirrorsim::NUM_PACT, &mirrorsim::ControlModes::pact2modes},
+    {"MODES2PACT", mirrorsim::NUM_PACT, mirrorsim::NUM_MODES, &mirrorsim::ControlModes::modes2pact},
+}};
+
+fs::path FileOf(const fs::path& folder, const StoredMatrix& matrix)
+{
+    return fs::absolute(folder / (std::string(matrix.name) + ".fits"));
+}
+
+void Store(const fs::path& folder, const StoredMatrix& matrix, const std::vector<float>& values)
+{
+    const fs::path file = FileOf(folder, matrix);
+    try {
+        WriteWhole(file, [&](const fs::path& part) {
+            ravelcore::SaveMatrix(part.string(), matrix.name, matrix.rows, matrix.cols, values);
+        });
+    } catch (const std::exception& e) {
+        throw RunError(fmt::format("cannot write {}: {}; free some space or choose another folder with --matrices",
+                                   file.string(), e.what()));
+    }
+}
+
+/// Why this cannot be the file of the matrix, by its length; empty when it can. A file that was cut short before its
+/// first row must not come as far as the reader, to which a table of no rows is no matrix at all.
+std::string FindFlawInLength(const fs::path& file, const StoredMatrix& matrix)
+{
+    const std::uintmax_t expected =
+        static_cast<std::uintmax_t>(matrix.rows) * static_cast<std::uintmax_t>(matrix.cols) * sizeof(float);
+    std::error_code error;
+    const std::uintmax_t found = fs::file_size(file, error);
+    if (error) {
+        return error.message();
+    }
+    return found < expected ? fmt::format("expected at least {} bytes but it has {}", expected, found) : "";
+}
+
+bool IsFinite(float value)
+{
+    return std::isfinite(value);
+}
+
+std::vector<float> Load(const fs::path& folder, const StoredMatrix& matrix)
+{
+    const fs::path file = FileOf(folder, matrix);
+    const auto unreadable = [&file](const std::string& reason) {
+        return RunError(
+            fmt::format("cannot use {}: {}; remove it to have it computed again, or choose another folder "
+                        "with --matrices",
+                        file.string(), reason));
+    };
+    if (const std::string flaw = FindFlawInLength(file, matrix); !flaw.empty()) {
+        throw unreadable(flaw);
+    }
+    std::vector<float> values;
+    int rows = matrix.rows;
+    int cols = matrix.cols;
+    try {
+        ravelcore::LoadMatrix(file.string(), matrix.name, rows, cols, values);
+    } catch (CCfits::FitsException& e) {
+        throw unreadable(e.message());
+    } catch (const std::exception& e) {
+        throw unreadable(e.what());
+    }
+    if (!std::all_of(values.begin(), values.end(), IsFinite)) {
+        throw unreadable("it holds values that are not finite");
+    }
+    return values;
+}
+
+void ComputeAndStore(const mirrorsim::Geometry& geometry, const fs::path& folder,
+                     const std::function<void(const std::string&)>& say)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw RunError(fmt::format("cannot make the folder {} for the matrices: {}; choose another with --matrices",
+                                   folder.string(), error.message()));
+    }
+    say(fmt::format("computing all {} control modes, once; they are kept in {}", mirrorsim::NUM_MODES,
+                    folder.string()));
+    const auto start = std::chrono::steady_clock::now();
+    const mirrorsim::ControlModes modes = mirrorsim::ComputeControlModes(geometry);
+    for (const StoredMatrix& matrix : MATRICES) {
+        Store(folder, matrix, modes.*matrix.values);
+    }
+    say(fmt::format("computed and stored in {:.1f} s",
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()));
+}
+
+/// A variable of the environment, empty where it is not set. Nobody changes the environment while threads run.
+std::string Environment(const char* name)
+{
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+    return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+fs::path DefaultMatrixFolder()
+{
+    constexpr const char* FOLDER = "ravelctl/mirror-1";
+    if (const std::string cache = Environment("XDG_CACHE_HOME"); !cache.empty()) {
+        return fs::path(cache) / FOLDER;
+    }
+    if (const std::string home = Environment("HOME"); !home.empty()) {
+        return fs::path(home) / ".cache" / FOLDER;
+    }
+    return fs::temp_directory_path() / FOLDER;
+}
+
+mirrorsim::ControlModes LoadOrComputeModes(const mirrorsim::Geometry& geometry, const fs::path& folder, int num_modes,
+                                           const std::function<void(const std::string&)>& say)
+{
+    for (const StoredMatrix& matrix : MATRICES) {
+        if (!fs::exists(FileOf(folder, matrix))) {
+            ComputeAndStore(geometry, folder, say);
+            break;
+        }
+    }
+    const ModeSlice slice{0, num_modes};
+    mirrorsim::ControlModes modes;
+    modes.num_modes = num_modes;
+    for (const StoredMatrix& matrix : MATRICES) {
+        const std::vector<float> all = Load(folder, matrix);
+        const bool one_row_per_mode = matrix.rows == mirrorsim::NUM_MODES;
+        modes.*matrix.values = one_row_per_mode ? RowsOf(all, matrix.cols, slice) : ColumnsOf(all, matrix.cols, slice);
+    }
+    return modes;
+}
+
+}  // namespace lumo::ravelctl

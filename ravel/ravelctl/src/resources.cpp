@@ -1,0 +1,114 @@
+#include "resources.hpp"
+
+#include "error.hpp"
+
+#include <fmt/core.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace lumo::ravelctl {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Whether a file can be made in the folder; access() would not see a full or read-only file system for root.
+bool CanWrite(const fs::path& folder)
+{
+    const fs::path probe = folder / fmt::format(".ravelctl-probe-{}", getpid());
+    bool written = false;
+    {
+        std::ofstream file(probe);
+        file << "probe\n";
+        file.flush();
+        written = file.good();
+    }
+    std::error_code ignored;
+    fs::remove(probe, ignored);
+    return written;
+}
+
+}  // namespace
+
+void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t needed_bytes)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error || !fs::is_directory(folder)) {
+        throw InputError(fmt::format("--output: cannot make the folder {}: {}; choose another", folder.string(),
+                                     error ? error.message() : "something else has that name"));
+    }
+    if (!overwrite && fs::exists(folder / "summary.json", error)) {
+        throw InputError(
+            fmt::format("--output: {} holds a run already; choose another folder, or replace that run with "
+                        "--overwrite",
+                        folder.string()));
+    }
+    const fs::space_info space = fs::space(folder, error);
+    if (!error && space.available < needed_bytes) {
+        throw InputError(
+            fmt::format("--output: the recordings need {} but {} has {} free; free some space, or run for "
+                        "a shorter time or with fewer modes",
+                        FormatBytes(needed_bytes), folder.string(), FormatBytes(space.available)));
+    }
+    if (!CanWrite(folder)) {
+        throw InputError(fmt::format("--output: cannot write into {}; choose another folder or change its permissions",
+                                     folder.string()));
+    }
+}
+
+void CheckMemory(std::uint64_t needed_bytes, const std::string& what)
+{
+    const std::uint64_t available = AvailableMemory();
+    if (available != 0 && needed_bytes > available) {
+        throw InputError(
+            fmt::format("{} need {} of memory but the machine has {} to spare; run for a shorter time or "
+                        "with fewer modes",
+                        what, FormatBytes(needed_bytes), FormatBytes(available)));
+    }
+}
+
+std::uint64_t AvailableMemory()
+{
+    std::ifstream meminfo("/proc/meminfo");
+    std::string name;
+    while (meminfo >> name) {
+        std::uint64_t kib = 0;
+        if (name == "MemAvailable:" && meminfo >> kib) {
+            return kib * 1024;
+        }
+        meminfo.ignore(1000, '\n');
+    }
+    return 0;
+}
+
+std::vector<int> AllowedCpus()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    std::vector<int> cpus;
+    if (sched_getaffinity(0, sizeof(set), &set) == 0) {
+        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+            if (CPU_ISSET(static_cast<std::size_t>(cpu), &set)) {
+                cpus.push_back(cpu);
+            }
+        }
+    }
+    return cpus;
+}
+
+std::string FormatBytes(std::uint64_t bytes)
+{
+    static constexpr const char* UNITS[] = {"B", "kB", "MB", "GB", "TB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    while (value >= 1000.0 && unit + 1 < std::size(UNITS)) {
+        value /= 1000.0;
+        ++unit;
+    }
+    return unit == 0 ? fmt::format("{} B", bytes) : fmt::format("{:.1f} {}", value, UNITS[unit]);
+}
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// Makes the folder of a run's files and checks that they fit: it can be written to, it holds no other run (unless that
+/// is to be replaced), and `needed_bytes` are free.
+/// Failure: InputError that says what stands in the way and what to do; an empty folder may be left behind.
+void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes);
+
+/// Checks that the machine has `needed_bytes` of memory to spare for `what`. Failure: InputError with both figures.
+void CheckMemory(std::uint64_t needed_bytes, const std::string& what);
+
+/// Bytes that /proc/meminfo says are available; 0 where it does not say.
+std::uint64_t AvailableMemory();
+
+/// The CPUs on which this process may run, ascending.
+std::vector<int> AllowedCpus();
+
+/// "12.3 MB" and the like, powers of 1000.
+std::string FormatBytes(std::uint64_t bytes);
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,70 @@
+#include "runOptions.hpp"
+
+#include "error.hpp"
+
+#include <lumo/mirrorsim/controlModes.hpp>
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+template <typename T>
+void CheckRange(const char* option, T value, T low, T high, const char* unit)
+{
+    if (!(value >= low && value <= high)) {  // also refuses NaN
+        throw InputError(fmt::format("{}: expected {} to {}{} but got {}", option, low, high, unit, value));
+    }
+}
+
+void CheckTones(const RunOptions& options)
+{
+    for (const mirrorsim::Tone& tone : options.tones) {
+        CheckRange("--tone: mode", tone.mode, 0, options.modes - 1, "");
+        CheckRange("--tone: frequency", tone.frequency_hz, 0.0, 0.5 * options.rate_hz, " Hz");
+        CheckRange("--tone: amplitude", tone.amplitude_um, 0.0, 1000.0, " um");
+    }
+}
+
+}  // namespace
+
+LoopPlan PlanRun(const RunOptions& options)
+{
+    constexpr std::int64_t FEWEST_CYCLES = 50;
+    constexpr double LEAD_S = 0.5;
+    CheckRange("--modes", options.modes, 1, mirrorsim::NUM_MODES, "");
+    CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
+    CheckRange("--duration", options.duration_s, 0.01, 1.0e6, " s");
+    CheckRange("--workers", options.workers, 1, 256, "");
+    CheckTones(options);
+
+    LoopPlan plan;
+    plan.rate_hz = options.rate_hz;
+    plan.paced = !options.as_fast_as_possible;
+    plan.cycles = std::llround(options.duration_s * options.rate_hz);
+    if (plan.cycles < FEWEST_CYCLES || plan.cycles > std::numeric_limits<std::int32_t>::max()) {
+        throw InputError(fmt::format("--duration: expected {} to {} cycles but {} s at {} Hz are {}", FEWEST_CYCLES,
+                                     std::numeric_limits<std::int32_t>::max(), options.duration_s, options.rate_hz,
+                                     plan.cycles));
+    }
+    const double open_s = options.open_loop_s.value_or(0.1 * options.duration_s);
+    CheckRange("--open-loop", open_s, 0.0, 0.9 * options.duration_s, " s");
+    plan.open_cycles = std::llround(open_s * options.rate_hz);
+    plan.lead_cycles =
+        std::min<std::int64_t>(std::llround(LEAD_S * options.rate_hz), (plan.cycles - plan.open_cycles) / 4);
+
+    const int slice = (options.modes + options.workers - 1) / options.workers;
+    const int needed = (options.modes + slice - 1) / slice;
+    if (needed < options.workers) {
+        throw InputError(fmt::format("--workers: {} modes in slices of {} leave {} of {} workers without work; use {}",
+                                     options.modes, slice, options.workers - needed, options.workers, needed));
+    }
+    return plan;
+}
+
+}  // namespace lumo::ravelctl

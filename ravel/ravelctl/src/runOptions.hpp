@@ -1,0 +1,50 @@
+#pragma once
+
+#include <lumo/mirrorsim/mirrorConfig.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What `ravelctl run` can be told; the values here are its defaults.
+struct RunOptions
+{
+    int modes = 600;
+    double rate_hz = 500.0;
+    double duration_s = 20.0;
+    std::optional<double> open_loop_s;  // a tenth of the duration where it is not given
+    int workers = 1;                    // the command line says 2 where it is not told
+    std::uint64_t seed = 1;
+    std::filesystem::path output;    // a new folder named after the time where it is empty
+    bool overwrite = false;          // replace the run that the output folder holds
+    std::filesystem::path matrices;  // the user's cache where it is empty
+    bool as_fast_as_possible = false;
+    bool quiet = false;
+    std::filesystem::path log_config;  // log4cplus properties
+    std::vector<mirrorsim::Tone> tones;
+};
+
+/// How the run divides into cycles. All counts are in cycles.
+struct LoopPlan
+{
+    std::int64_t cycles = 0;       // of the whole run
+    std::int64_t open_cycles = 0;  // with the loop open, at the beginning
+    std::int64_t lead_cycles = 0;  // over which the references are led from the measured modes to 0
+    double rate_hz = 0.0;
+    bool paced = true;
+
+    /// Synchronisation time of a cycle, in seconds from the first one.
+    double TimeOf(std::int64_t cycle) const { return static_cast<double>(cycle) / rate_hz; }
+
+    /// First cycle of the closed loop's second half, in which the result is judged.
+    std::int64_t FirstJudgedCycle() const { return open_cycles + (cycles - open_cycles) / 2; }
+};
+
+/// Checks every option and divides the run. Failure: InputError that says what was expected and what came.
+LoopPlan PlanRun(const RunOptions& options);
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,138 @@
+#include "runReport.hpp"
+
+#include "error.hpp"
+#include "wholeFile.hpp"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <fstream>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json ToJson(const std::optional<double>& value)
+{
+    return value && std::isfinite(*value) ? Json(*value) : Json(nullptr);
+}
+
+Json ToJson(const BeforeAfter& figure)
+{
+    return {{"before", ToJson(figure.before)}, {"after", ToJson(figure.after)}};
+}
+
+Json ToJson(const std::optional<Percentiles>& times)
+{
+    if (!times) {
+        return nullptr;
+    }
+    return {{"min", times->min}, {"p50", times->p50}, {"p99", times->p99}, {"p999", times->p999}, {"max", times->max}};
+}
+
+Json ToJson(const RunReport& report)
+{
+    return {
+        {"version", report.version},
+        {"blas", report.blas},
+        {"started_utc", report.started_utc},
+        {"held", report.DidHold()},
+        {"interrupted", report.interrupted},
+        {"cycles", report.cycles_done},
+        {"missed_cycles", report.missed_cycles},
+        {"rate_hz", report.plan.rate_hz},
+        {"paced", report.plan.paced},
+        {"open_loop_cycles", report.plan.open_cycles},
+        {"first_judged_cycle", report.plan.FirstJudgedCycle()},
+        {"modes", report.options.modes},
+        {"workers", report.options.workers},
+        {"seed", report.options.seed},
+        {"crossover_hz", report.margins.crossover_hz},
+        {"phase_margin_deg", report.margins.phase_margin_deg},
+        {"gain_margin_db", ToJson(std::optional<double>(report.margins.gain_margin_db))},
+        {"cycle_time_us", ToJson(report.cycle_time_us)},
+        {"execution_time_us", ToJson(report.execution_time_us)},
+        {"surface_rms_nm", ToJson(report.surface_rms_nm)},
+        {"controlled_rms_nm", ToJson(report.controlled_rms_nm)},
+        {"edge_sensor_rms_nm", ToJson(report.edge_sensor_rms_nm)},
+        {"limited_commands", report.limited_commands},
+        {"commands_not_finite", report.commands_not_finite},
+        {"files", report.files},
+        {"problems", report.problems},
+    };
+}
+
+std::string FormatFigure(const std::optional<double>& value)
+{
+    return value ? fmt::format("{:10.1f}", *value) : fmt::format("{:>10}", "-");
+}
+
+std::string FormatRow(const char* name, const BeforeAfter& figure)
+{
+    std::string row = fmt::format("  {:<22}{}{}", name, FormatFigure(figure.before), FormatFigure(figure.after));
+    if (figure.before && figure.after && *figure.after > 0.0) {
+        row += fmt::format("   {:.1f} times less", *figure.before / *figure.after);
+    }
+    return row + "\n";
+}
+
+std::string FormatRow(const char* name, const std::optional<Percentiles>& times)
+{
+    if (!times) {
+        return "";
+    }
+    return fmt::format("  {:<22}{:10.0f}{:10.0f}{:10.0f}{:10.0f}{:10.0f}\n", name, times->min, times->p50, times->p99,
+                       times->p999, times->max);
+}
+
+}  // namespace
+
+bool RunReport::DidHold() const
+{
+    return cycles_done == plan.cycles && commands_not_finite == 0 && controlled_rms_nm.after &&
+           std::isfinite(*controlled_rms_nm.after) &&
+           (!controlled_rms_nm.before || *controlled_rms_nm.after < *controlled_rms_nm.before);
+}
+
+std::string FormatReport(const RunReport& report)
+{
+    std::string text = fmt::format("\n{:<24}{:>10}{:>10}\n", "rms, nm", "before", "after");
+    text += FormatRow("surface, controlled", report.controlled_rms_nm);
+    text += FormatRow("surface, total", report.surface_rms_nm);
+    text += FormatRow("edge sensors", report.edge_sensor_rms_nm);
+    text += fmt::format("{:<24}{:>10}{:>10}{:>10}{:>10}{:>10}\n", "time, us", "min", "median", "99 %", "99.9 %", "max");
+    text += FormatRow("cycle", report.cycle_time_us);
+    text += FormatRow("task execution", report.execution_time_us);
+    text += fmt::format("cycles                  {} of {}, {} missed{}\n", report.cycles_done, report.plan.cycles,
+                        report.missed_cycles, report.plan.paced ? "" : " (not paced)");
+    if (report.limited_commands > 0) {
+        text += fmt::format("limited commands        {}\n", report.limited_commands);
+    }
+    text +=
+        fmt::format("files                   {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
+    text += report.interrupted ? "verdict                 interrupted\n"
+            : report.DidHold() ? "verdict                 the loop held\n"
+                               : "verdict                 the loop did NOT hold\n";
+    return text;
+}
+
+void WriteSummary(const RunReport& report, const std::filesystem::path& file)
+{
+    try {
+        WriteWhole(file, [&report](const std::filesystem::path& part) {
+            std::ofstream stream;
+            stream.exceptions(std::ios::failbit | std::ios::badbit);
+            stream.open(part);
+            stream << ToJson(report).dump(2) << '\n';
+            stream.close();
+        });
+    } catch (const std::exception& e) {
+        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+    }
+}
+
+}  // namespace lumo::ravelctl

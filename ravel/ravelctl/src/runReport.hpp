@@ -1,0 +1,55 @@
+#pragma once
+
+#include "durations.hpp"
+#include "loopAnalysis.hpp"
+#include "runOptions.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// A figure with the loop open and in the second half of the closed loop; missing where the run did not get there.
+struct BeforeAfter
+{
+    std::optional<double> before;
+    std::optional<double> after;
+};
+
+/// The result of a run.
+struct RunReport
+{
+    std::string version;
+    std::string blas;
+    std::string started_utc;  // ISO 8601
+    RunOptions options;
+    LoopPlan plan;
+    Margins margins{};
+    std::int64_t cycles_done = 0;
+    std::int64_t missed_cycles = 0;
+    std::int64_t limited_commands = 0;
+    std::int64_t commands_not_finite = 0;
+    std::optional<Percentiles> cycle_time_us;
+    std::optional<Percentiles> execution_time_us;
+    BeforeAfter surface_rms_nm;
+    BeforeAfter controlled_rms_nm;
+    BeforeAfter edge_sensor_rms_nm;
+    std::vector<std::string> files;     // names in the output folder
+    std::vector<std::string> problems;  // one line each
+    bool interrupted = false;
+
+    /// Whether the loop held: it ran to its end, every command was finite, and the controlled modes ended up smaller
+    /// than they were with the loop open.
+    bool DidHold() const;
+};
+
+/// For people, several lines.
+std::string FormatReport(const RunReport& report);
+
+/// For programs: writes summary.json. Failure: RunError.
+void WriteSummary(const RunReport& report, const std::filesystem::path& file);
+
+}  // namespace lumo::ravelctl

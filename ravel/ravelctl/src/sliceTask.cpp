@@ -1,0 +1,35 @@
+#include "sliceTask.hpp"
+
+#include <utility>
+
+namespace lumo::ravelctl {
+
+SliceTask::SliceTask(ravelcore::TaskEdc& edc, CycleGate& gate, const CycleInput& input, SetUp set_up)
+    : Task(edc.GetName() + ".slice"), m_edc(edc), m_gate(gate), m_input(input), m_set_up(std::move(set_up))
+{
+}
+
+void SliceTask::Initialize()
+{
+    m_edc.Initialize();
+    m_set_up(m_edc);
+}
+
+void SliceTask::Configure(const std::map<std::string, std::string>& cfg)
+{
+    m_edc.Configure(cfg);
+}
+
+void SliceTask::Execute(double /*time_stamp*/, bool /*first*/)
+{
+    const auto start = std::chrono::steady_clock::now();
+    ++m_cycle;
+    m_gate.Enter();  // before the work: an exception of the task must not hold the others
+    if (!m_input.idle.load(std::memory_order_relaxed)) {  // the gate and the handshake order it
+        m_edc.Execute(m_input.sync_time_s, m_input.first);
+    }
+    UpdateExecTime(start);
+    m_gate.AwaitAll(m_cycle);
+}
+
+}  // namespace lumo::ravelctl

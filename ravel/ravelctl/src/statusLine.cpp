@@ -1,0 +1,67 @@
+#include "statusLine.hpp"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+constexpr std::chrono::seconds PLAIN_INTERVAL{2};
+
+}  // namespace
+
+StatusLine::Style StatusLine::StyleFor(bool quiet, int file_descriptor)
+{
+    if (quiet) {
+        return Style::Quiet;
+    }
+    return isatty(file_descriptor) == 1 ? Style::Refresh : Style::Plain;
+}
+
+StatusLine::StatusLine(Style style, const LoopPlan& plan, std::ostream& out)
+    : m_style(style), m_plan(plan), m_out(out), m_next_plain(std::chrono::steady_clock::now() + PLAIN_INTERVAL)
+{
+}
+
+std::string StatusLine::Format(const LoopProgress& progress, const LoopPlan& plan)
+{
+    return fmt::format("{:6.1f} of {:.1f} s  loop {:6}  cycle {:6.0f} us (max {:.0f})  missed {}  residual {:8.1f} nm",
+                       plan.TimeOf(progress.cycles_done.load()), plan.TimeOf(plan.cycles),
+                       progress.closed.load() ? "closed" : "open", progress.cycle_time_us.load(),
+                       progress.max_cycle_time_us.load(), progress.missed.load(), progress.residual_nm.load());
+}
+
+void StatusLine::Update(const LoopProgress& progress)
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (m_style == Style::Refresh) {
+        Show(progress);
+    } else if (m_style == Style::Plain && now >= m_next_plain) {
+        m_next_plain += PLAIN_INTERVAL;
+        Show(progress);
+    }
+}
+
+void StatusLine::Finish(const LoopProgress& progress)
+{
+    if (m_style == Style::Quiet) {
+        return;
+    }
+    Show(progress);
+    if (m_style == Style::Refresh) {
+        m_out << '\n' << std::flush;
+    }
+}
+
+void StatusLine::Show(const LoopProgress& progress)
+{
+    const std::string text = Format(progress, m_plan);
+    if (m_style == Style::Refresh) {
+        m_out << '\r' << text << "\x1b[K" << std::flush;  // clears what a longer line left
+    } else {
+        m_out << text << '\n' << std::flush;
+    }
+}
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "controlLoop.hpp"
+
+#include <chrono>
+#include <ostream>
+#include <string>
+
+namespace lumo::ravelctl {
+
+/// What the user sees while the loop runs: one line that refreshes on a terminal, a plain line every few seconds
+/// elsewhere, nothing when quiet.
+/// Thread: a slow one.
+class StatusLine
+{
+public:
+    enum class Style
+    {
+        Refresh,
+        Plain,
+        Quiet
+    };
+
+    /// Refresh if `file_descriptor` is a terminal, else Plain.
+    static Style StyleFor(bool quiet, int file_descriptor);
+
+    StatusLine(Style style, const LoopPlan& plan, std::ostream& out);
+
+    /// Shows the progress if it is time to.
+    void Update(const LoopProgress& progress);
+
+    /// Shows it once more and ends the line.
+    void Finish(const LoopProgress& progress);
+
+    /// The line's text.
+    static std::string Format(const LoopProgress& progress, const LoopPlan& plan);
+
+private:
+    void Show(const LoopProgress& progress);
+
+    Style m_style;
+    LoopPlan m_plan;
+    std::ostream& m_out;
+    std::chrono::steady_clock::time_point m_next_plain;
+};
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,21 @@
+#include "wholeFile.hpp"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+namespace lumo::ravelctl {
+
+void WriteWhole(const std::filesystem::path& file, const std::function<void(const std::filesystem::path&)>& write)
+{
+    const std::filesystem::path part = fmt::format("{}.{}.part", file.string(), getpid());
+    try {
+        write(part);
+        std::filesystem::rename(part, file);
+    } catch (...) {
+        std::error_code ignored;
+        std::filesystem::remove(part, ignored);
+        throw;
+    }
+}
+
+}  // namespace lumo::ravelctl

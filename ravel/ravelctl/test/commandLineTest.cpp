@@ -1,0 +1,151 @@
+#include "commandLine.hpp"
+#include "error.hpp"
+#include "support/thrown.hpp"
+#include "version.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace lumo::ravelctl {
+namespace {
+
+using testing::HasSubstr;
+
+Command Parse(const std::vector<std::string>& arguments, std::ostream& out)
+{
+    std::vector<const char*> argv = {"ravelctl"};
+    for (const std::string& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    return ParseCommandLine(static_cast<int>(argv.size()), argv.data(), out);
+}
+
+RunOptions ParseRun(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), "run");
+    std::ostringstream out;
+    const RunOptions options = std::get<RunOptions>(Parse(arguments, out));
+    EXPECT_EQ(out.str(), "");
+    return options;
+}
+
+TEST(CommandLineTest, RunAloneMeansTheDefaults)
+{
+    const RunOptions options = ParseRun({});
+    EXPECT_EQ(options.modes, 600);
+    EXPECT_EQ(options.rate_hz, 500.0);
+    EXPECT_EQ(options.duration_s, 20.0);
+    EXPECT_EQ(options.workers, 2);
+    EXPECT_EQ(options.seed, 1U);
+    EXPECT_FALSE(options.open_loop_s);
+    EXPECT_FALSE(options.as_fast_as_possible || options.quiet || options.overwrite);
+    EXPECT_TRUE(options.output.empty() && options.matrices.empty() && options.log_config.empty());
+    EXPECT_TRUE(options.tones.empty());
+}
+
+TEST(CommandLineTest, OneModeGetsOneWorkerUnlessToldOtherwise)
+{
+    EXPECT_EQ(ParseRun({"--modes", "1"}).workers, 1);
+    EXPECT_EQ(ParseRun({"--modes", "1", "--workers", "3"}).workers, 3);
+}
+
+TEST(CommandLineTest, EveryOptionReachesItsPlace)
+{
+    const RunOptions options = ParseRun({"--modes",
+                                         "300",
+                                         "--rate",
+                                         "250",
+                                         "--duration",
+                                         "5.5",
+                                         "--workers",
+                                         "2",
+                                         "--seed",
+                                         "18446744073709551615",
+                                         "--output",
+                                         "a b",
+                                         "--matrices",
+                                         "m",
+                                         "--open-loop",
+                                         "0",
+                                         "--overwrite",
+                                         "--as-fast-as-possible",
+                                         "--quiet",
+                                         "--log-config",
+                                         "l"});
+    EXPECT_EQ(options.modes, 300);
+    EXPECT_EQ(options.rate_hz, 250.0);
+    EXPECT_EQ(options.duration_s, 5.5);
+    EXPECT_EQ(options.workers, 2);
+    EXPECT_EQ(options.seed, 18446744073709551615U);
+    EXPECT_EQ(options.output, "a b");
+    EXPECT_EQ(options.matrices, "m");
+    EXPECT_EQ(options.log_config, "l");
+    EXPECT_EQ(options.open_loop_s.value_or(-1.0), 0.0);
+    EXPECT_TRUE(options.as_fast_as_possible && options.quiet && options.overwrite);
+}
+
+TEST(CommandLineTest, TonesAreModeFrequencyAndAmplitudeInNanometres)
+{
+    const RunOptions options = ParseRun({"--tone", "5:2.5:100", "--tone", "7:1e1:0.5"});
+    ASSERT_EQ(options.tones.size(), 2U);
+    EXPECT_EQ(options.tones[0].mode, 5);
+    EXPECT_EQ(options.tones[0].frequency_hz, 2.5);
+    EXPECT_DOUBLE_EQ(options.tones[0].amplitude_um, 0.1);
+    EXPECT_EQ(options.tones[1].mode, 7);
+    EXPECT_EQ(options.tones[1].frequency_hz, 10.0);
+    EXPECT_DOUBLE_EQ(options.tones[1].amplitude_um, 0.0005);
+}
+
+TEST(CommandLineTest, HelpAndVersionAreNoErrors)
+{
+    std::ostringstream help;
+    EXPECT_EQ(std::get<int>(Parse({"run", "--help"}, help)), EXIT_OK);
+    for (const char* option : {"--modes", "--rate", "--duration", "--workers", "--seed", "--output",
+                               "--as-fast-as-possible", "--log-config", "--tone", "--quiet", "Exit status"}) {
+        EXPECT_THAT(help.str(), HasSubstr(option));
+    }
+    std::ostringstream version;
+    EXPECT_EQ(std::get<int>(Parse({"--version"}, version)), EXIT_OK);
+    EXPECT_THAT(version.str(), HasSubstr(std::string("ravelctl ") + VERSION));
+    EXPECT_THAT(version.str(), HasSubstr("OpenBLAS"));
+}
+
+struct BadLine
+{
+    std::vector<std::string> arguments;
+    std::string complaint;  // part of the one line
+};
+
+class CommandLineErrorTest : public testing::TestWithParam<BadLine>
+{
+};
+
+TEST_P(CommandLineErrorTest, IsOneLineThatNamesWhatIsWrong)
+{
+    std::ostringstream out;
+    const std::string line = test::ThrownLine<InputError>([&] { Parse(GetParam().arguments, out); });
+    EXPECT_THAT(line, HasSubstr(GetParam().complaint));
+    EXPECT_EQ(out.str(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CommandLineErrorTest,
+                         testing::Values(BadLine{{}, "subcommand is required"},
+                                         BadLine{{"fly"}, "fly is no command or option"},
+                                         BadLine{{"--foo"}, "--foo is no command or option"},
+                                         BadLine{{"run", "--foo"}, "--foo"}, BadLine{{"run", "extra"}, "extra"},
+                                         BadLine{{"run", "--modes"}, "--modes"},
+                                         BadLine{{"run", "--modes", "x"}, "--modes = x"},
+                                         BadLine{{"run", "--modes", "5.5"}, "--modes = 5.5"},
+                                         BadLine{{"run", "--modes", "99999999999"}, "--modes = 99999999999"},
+                                         BadLine{{"run", "--rate", "fast"}, "--rate = fast"},
+                                         BadLine{{"run", "--seed", "-1"}, "expected 0 or above but got -1"},
+                                         BadLine{{"run", "--modes", "1", "--modes", "2"}, "--modes"},
+                                         BadLine{{"run", "--tone", "5:2"}, "--tone: expected MODE:HZ:NM"},
+                                         BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
+                                         BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},
+                                         BadLine{{"run", "--tone", "99999999999:1:1"}, "but got 99999999999:1:1"}));
+
+}  // namespace
+}  // namespace lumo::ravelctl

@@ -1,0 +1,232 @@
+#include "controller.hpp"
+#include "error.hpp"
+#include "gains.hpp"
+#include "support/quietLog.hpp"
+#include "support/recording.hpp"
+#include "support/runInProcess.hpp"
+#include "support/sanitizer.hpp"
+#include "support/textFile.hpp"
+#include "support/thrown.hpp"
+
+#include <lumo/mirrorsim/geometry.hpp>
+#include <lumo/mirrorsim/mirror.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sstream>
+
+namespace lumo::ravelctl {
+namespace {
+
+using test::FinishedRun;
+using test::Recording;
+using test::RunInProcess;
+using test::ShortRun;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+TEST(ControllerTest, TheLoopBringsTheControlledModesDownAtLeastTwentyfold)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.modes = test::SANITIZED ? 60 : RunOptions().modes;
+    options.duration_s = 2.0;
+    const FinishedRun run = RunInProcess(options);
+    ASSERT_EQ(run.status, EXIT_OK) << run.text;
+    const double before = run.report.controlled_rms_nm.before.value();
+    const double after = run.report.controlled_rms_nm.after.value();
+    std::cout << "controlled modes: " << before << " nm before, " << after << " nm after, seed " << options.seed
+              << "\n";
+    EXPECT_GE(before, 20.0 * after);
+    EXPECT_LT(run.report.surface_rms_nm.after.value(), run.report.surface_rms_nm.before.value());
+    EXPECT_THAT(run.text, HasSubstr("phase margin 68 deg, gain margin 12.0 dB"));
+}
+
+/// A disturbance of one mode, and how much larger than the wind on that mode it must be at that frequency.
+struct ToneOnMode
+{
+    int mode;
+    double frequency_hz;
+    double amplitude_nm;
+};
+
+TEST(ControllerTest, DisturbancesAreRejectedAsTheDiscreteTransferFunctionSays)
+{
+    constexpr double RATE_HZ = 500.0;
+    const std::vector<ToneOnMode> tones = {
+        {5, 1.0, 20'000.0}, {10, 3.0, 5000.0}, {15, 8.0, 1000.0}, {20, 20.0, 500.0}, {35, 60.0, 200.0}};
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.modes = 40;
+    options.duration_s = 6.0;
+    options.open_loop_s = 0.5;
+    for (const ToneOnMode& tone : tones) {
+        options.tones.push_back({tone.mode, tone.frequency_hz, tone.amplitude_nm * 1.0e-3});
+    }
+    const FinishedRun run = RunInProcess(options);
+    const Recording modes_in = test::LoadRecording(options.output / "modes_in.fits");
+    ASSERT_EQ(modes_in.rows, 3000);
+
+    // The figures of the loop come from where they are used: the mirror and the parameters of the channels.
+    mirrorsim::MirrorConfig config;
+    config.period_s = 1.0 / RATE_HZ;
+    const mirrorsim::Mirror mirror(mirrorsim::Geometry(), config);
+    const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, config.period_s};
+    mirrorsim::ControlModes modes;
+    modes.num_modes = 1;
+    modes.modes2pact.assign(static_cast<std::size_t>(mirrorsim::NUM_PACT), 0.02F);
+    std::vector<ravelcore::PidFilterContext> channels;
+    ASSERT_TRUE(ravelcore::PidFilterCopy(0.002F, 0.0F, DesignGains(DesignFor(RATE_HZ), plant, modes, 500.0), channels));
+
+    constexpr int BEGIN = 1000;  // 1.5 s after the loop has closed; then 4 s: whole periods of every tone
+    for (const ToneOnMode& tone : tones) {
+        const double left_um =
+            test::MeasureAmplitude(modes_in, tone.mode, BEGIN, modes_in.rows, tone.frequency_hz, RATE_HZ);
+        const double measured = left_um * 1.0e3 / tone.amplitude_nm;
+        const double computed = std::abs(RejectionResponse(channels.front(), plant, tone.frequency_hz));
+        std::cout << "rejection at " << tone.frequency_hz << " Hz on mode " << tone.mode << ": measured " << measured
+                  << ", computed " << computed << "\n";
+        EXPECT_NEAR(measured, computed, 0.1 * computed) << tone.frequency_hz << " Hz";
+    }
+}
+
+TEST(ControllerTest, ALoopThatEndsUpWorseThanOpenDidNotHoldAndSaysSo)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.duration_s = 2.0;
+    options.tones = {{0, 60.0, 200.0}, {1, 60.0, 200.0}, {2, 60.0, 200.0}};  // where the loop amplifies
+    const FinishedRun run = RunInProcess(options);
+    EXPECT_EQ(run.status, EXIT_FAILED);
+    EXPECT_THAT(run.report.problems, ElementsAre(HasSubstr("the loop did not hold")));
+    EXPECT_EQ(run.report.files.size(), 3U) << "what was recorded is saved all the same";
+}
+
+TEST(ControllerTest, EqualSeedsGiveEqualBitsAndAnotherSeedDoesNot)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "a");
+    RunInProcess(options);
+    options.output = folder / "b";
+    RunInProcess(options);
+    options.output = folder / "c";
+    options.seed = 2;
+    RunInProcess(options);
+    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+        const std::string first = test::ReadBytes(folder / "a" / name);
+        EXPECT_TRUE(first == test::ReadBytes(folder / "b" / name)) << name;
+        EXPECT_FALSE(first == test::ReadBytes(folder / "c" / name)) << name;
+    }
+}
+
+TEST(ControllerTest, PacingChangesNoBitOfTheResult)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "fast");
+    const FinishedRun fast = RunInProcess(options);
+    options.output = folder / "paced";
+    options.as_fast_as_possible = false;
+    const FinishedRun paced = RunInProcess(options);
+    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+        EXPECT_TRUE(test::ReadBytes(folder / "fast" / name) == test::ReadBytes(folder / "paced" / name)) << name;
+    }
+    EXPECT_EQ(fast.report.surface_rms_nm.after, paced.report.surface_rms_nm.after);
+    EXPECT_EQ(fast.report.missed_cycles, 0);
+}
+
+TEST(ControllerTest, SlicesGiveTheModesOfOneWorkerToFloatAccuracy)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "1");
+    options.modes = 50;  // slices of 50, 25 + 25, 17 + 17 + 16
+    RunInProcess(options);
+    const Recording one = test::LoadRecording(folder / "1" / "modes_in.fits");
+    for (const int workers : {2, 3}) {
+        options.workers = workers;
+        options.output = folder / std::to_string(workers);
+        const FinishedRun run = RunInProcess(options);
+        EXPECT_EQ(run.status, EXIT_OK) << run.text;
+        for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+            const Recording expected = test::LoadRecording(folder / "1" / name);
+            const Recording several = test::LoadRecording(options.output / name);
+            ASSERT_EQ(several.cols, 50);
+            ASSERT_EQ(several.rows, expected.rows);
+            EXPECT_EQ(several.timestamps, expected.timestamps);
+            double largest = 0.0;
+            double difference = 0.0;
+            for (std::size_t i = 0; i < expected.values.size(); ++i) {
+                largest = std::max(largest, static_cast<double>(std::abs(expected.values[i])));
+                difference =
+                    std::max(difference, static_cast<double>(std::abs(expected.values[i] - several.values[i])));
+            }
+            // Sums of 4788 and 2394 products in another order, fed back over 300 cycles.
+            EXPECT_LT(difference, 1.0e-4 * largest) << name << ", " << workers << " workers";
+        }
+    }
+}
+
+TEST(ControllerTest, EveryFileThatTheReportNamesIsThereAndNothingElse)
+{
+    const test::TestFolder folder;
+    const FinishedRun run = RunInProcess(ShortRun(folder, "run"));
+    EXPECT_THAT(run.report.files, ElementsAre("modes_in.fits", "modes_out.fits", "summary.json"));
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "run")) {
+        found.push_back(entry.path().filename().string());
+    }
+    EXPECT_THAT(found, testing::UnorderedElementsAreArray(run.report.files));
+}
+
+TEST(ControllerTest, BadInputIsRefusedBeforeTheMatricesAreLookedAt)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.matrices = folder / "matrices";
+    options.modes = 2391;
+    test::QuietLog();
+    std::ostringstream out;
+    test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); });
+    options.modes = 20;
+    options.output = "/proc/ravelctl-test";
+    test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); });
+    EXPECT_EQ(folder.CountEntries(), 0U);
+    EXPECT_EQ(out.str(), "");
+}
+
+TEST(ControllerTest, RecordingsThatCannotFitAreRefused)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.modes = 2390;
+    options.duration_s = 1.0e6;
+    std::ostringstream out;
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
+                HasSubstr("run for a shorter time"));
+}
+
+TEST(ControllerTest, DetailOfTheControlTaskIsRefusedWhereItWouldEndTheProcess)
+{
+    const test::TestFolder folder;
+    log4cplus::Logger logger = log4cplus::Logger::getInstance("ravelcore.TaskEdc.1");
+    logger.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
+    RunOptions options = ShortRun(folder, "run");
+    options.modes = 33;
+    options.workers = 2;  // slices of 17 and 16
+    std::ostringstream out;
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
+                HasSubstr("DEBUG on ravelcore.TaskEdc.1 needs at least 17 modes a worker but it has 16"));
+    logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
+}
+
+TEST(ControllerTest, QuietSaysNothing)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.quiet = true;
+    EXPECT_EQ(RunInProcess(options).text, "");
+}
+
+}  // namespace
+}  // namespace lumo::ravelctl

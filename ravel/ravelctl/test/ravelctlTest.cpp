@@ -1,0 +1,226 @@
+#include "error.hpp"
+#include "support/childProcess.hpp"
+#include "support/recording.hpp"
+#include "support/testFolder.hpp"
+#include "support/textFile.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <csignal>
+
+// The program as a child process: what a shell sees of it.
+
+namespace lumo::ravelctl {
+namespace {
+
+namespace fs = std::filesystem;
+using test::ChildProcess;
+using test::RunChild;
+using testing::HasSubstr;
+using testing::Not;
+
+std::vector<std::string> RunArguments(const fs::path& output, const std::vector<std::string>& more)
+{
+    std::vector<std::string> arguments = {RAVELCTL_PROGRAM,       "run",      "--modes",      "20", "--matrices",
+                                          RAVELCTL_TEST_MATRICES, "--output", output.string()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
+/// `arguments` under a limit for the size of files, in units of 512 bytes.
+std::vector<std::string> WithFileSizeLimit(int blocks, const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> limited = {"/bin/sh", "-c", "ulimit -f " + std::to_string(blocks) + " && exec \"$@\"",
+                                        "sh"};
+    limited.insert(limited.end(), arguments.begin(), arguments.end());
+    return limited;
+}
+
+nlohmann::json ReadSummary(const fs::path& folder)
+{
+    return nlohmann::json::parse(test::ReadBytes(folder / "summary.json"));
+}
+
+void ExpectOneLine(const std::string& text)
+{
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(text.rfind("ravelctl: ", 0), 0U) << text;
+}
+
+void ExpectWholeRecording(const fs::path& folder)
+{
+    const auto cycles = ReadSummary(folder).at("cycles").get<int>();
+    EXPECT_GT(cycles, 0);
+    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+        const test::Recording recording = test::LoadRecording(folder / name);
+        EXPECT_EQ(recording.rows, cycles) << name;
+        EXPECT_EQ(recording.timestamps.size(), static_cast<std::size_t>(cycles)) << name;
+        EXPECT_EQ(recording.cols, 20) << name;
+    }
+}
+
+TEST(RavelctlTest, ARunThatHoldsEndsWithZeroAReportAndItsFiles)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild(RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible"}));
+    EXPECT_EQ(result.status, EXIT_OK) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(result.out, HasSubstr("the loop held"));
+    EXPECT_THAT(result.out, HasSubstr("modes_in.fits, modes_out.fits, summary.json"));
+    EXPECT_THAT(result.out, Not(HasSubstr("\r"))) << "no terminal, no refreshing";
+    EXPECT_EQ(ReadSummary(folder / "run").at("cycles"), 300);
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, QuietPrintsNothingAtAll)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild(RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible", "--quiet"}));
+    EXPECT_EQ(result.status, EXIT_OK);
+    EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST(RavelctlTest, CtrlCInTheTerminalEndsTheRunSavesItAndReports)
+{
+    const test::TestFolder folder;
+    ChildProcess child(RunArguments(folder / "run", {"--duration", "60", "--open-loop", "0.2", "--workers", "2"}),
+                       ChildProcess::Output::Terminal);
+    ASSERT_TRUE(child.AwaitOutput("loop closed"));
+    child.Type("\x03");
+    const ChildProcess::Result result = child.Wait();
+    EXPECT_EQ(result.status, EXIT_INTERRUPTED) << result.out;
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_THAT(result.out, HasSubstr("\r"));
+    EXPECT_THAT(result.out, HasSubstr("interrupted"));
+    EXPECT_EQ(ReadSummary(folder / "run").at("interrupted"), true);
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, APoliteKillIsAsCtrlC)
+{
+    const test::TestFolder folder;
+    ChildProcess child(RunArguments(folder / "run", {"--duration", "60", "--open-loop", "0.2"}));
+    ASSERT_TRUE(child.AwaitOutput("loop closed"));  // a plain line, where the output is no terminal
+    child.Send(SIGTERM);
+    const ChildProcess::Result result = child.Wait();
+    EXPECT_EQ(result.status, EXIT_INTERRUPTED) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("interrupted"));
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, ATerminalThatIsClosedEndsTheRunAndSavesIt)
+{
+    const test::TestFolder folder;
+    ChildProcess child(RunArguments(folder / "run", {"--duration", "60", "--open-loop", "0.2"}),
+                       ChildProcess::Output::Terminal);
+    ASSERT_TRUE(child.AwaitOutput("loop closed"));
+    child.CloseOutput();
+    EXPECT_EQ(child.Wait().status, EXIT_INTERRUPTED);
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, OutputThatNobodyReadsDoesNotEndTheRun)
+{
+    const test::TestFolder folder;
+    ChildProcess child(RunArguments(folder / "run", {"--duration", "0.6"}));
+    ASSERT_TRUE(child.AwaitOutput("ravelctl "));
+    child.CloseOutput();
+    EXPECT_EQ(child.Wait().status, EXIT_OK);
+    EXPECT_EQ(ReadSummary(folder / "run").at("cycles"), 300);
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, FilesThatCannotBeWrittenAreEachNamedAndTheStatusTells)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild(WithFileSizeLimit(20, RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible"})));
+    EXPECT_EQ(result.status, EXIT_FAILED) << result.signal;
+    for (const std::string name : {"modes_in.fits", "modes_out.fits"}) {
+        EXPECT_THAT(result.err, HasSubstr("ravelctl: cannot write " + (folder / "run" / name).string()));
+        EXPECT_FALSE(fs::exists(folder / "run" / name));
+    }
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
+    // What could be written is there, and nothing half-written is.
+    const nlohmann::json summary = ReadSummary(folder / "run");
+    EXPECT_EQ(summary.at("files"), nlohmann::json({"summary.json"}));
+    EXPECT_EQ(summary.at("problems").size(), 2U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "run"), fs::directory_iterator()), 1);
+}
+
+TEST(RavelctlTest, MatricesThatCannotBeStoredEndItBeforeTheLoopClosesAndLeaveNoPart)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild(WithFileSizeLimit(1000, {RAVELCTL_PROGRAM, "run", "--quiet", "--modes", "20", "--matrices",
+                                          (folder / "matrices").string(), "--output", (folder / "run").string()}));
+    EXPECT_EQ(result.status, EXIT_FAILED);
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr("cannot write " + (folder / "matrices").string()));
+    EXPECT_THAT(result.err, HasSubstr("--matrices"));
+    EXPECT_TRUE(fs::is_empty(folder / "matrices"));
+    EXPECT_TRUE(fs::is_empty(folder / "run"));
+}
+
+TEST(RavelctlTest, BadInputIsOneLineOnStandardErrorAndStatusTwo)
+{
+    const test::TestFolder folder;
+    test::WriteBytes(folder / "file", "x");
+    const std::vector<std::vector<std::string>> bad = {
+        {"--modes", "0"},
+        {"--modes", "2391"},
+        {"--rate", "0"},
+        {"--unknown"},
+        {"--duration", "soon"},
+        {"--output", (folder / "file" / "below").string(), "--overwrite"},
+        {"--log-config", (folder / "missing").string()},
+        {"--tone", "1:2"},
+    };
+    for (const std::vector<std::string>& more : bad) {
+        std::vector<std::string> arguments = {RAVELCTL_PROGRAM, "run"};
+        if (more.front() != "--output") {
+            arguments.insert(arguments.end(), {"--output", (folder / "run").string()});
+        }
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const ChildProcess::Result result = RunChild(arguments);
+        EXPECT_EQ(result.status, EXIT_BAD_INPUT) << more.front();
+        EXPECT_EQ(result.out, "") << more.front();
+        ExpectOneLine(result.err);
+    }
+    EXPECT_EQ(folder.CountEntries(), 1U) << "nothing was begun";
+}
+
+TEST(RavelctlTest, ARunIsNotReplacedUnlessAskedFor)
+{
+    const test::TestFolder folder;
+    const std::vector<std::string> arguments =
+        RunArguments(folder / "run", {"--duration", "0.2", "--as-fast-as-possible", "--quiet"});
+    ASSERT_EQ(RunChild(arguments).signal, 0);
+    const std::string before = test::ReadBytes(folder / "run" / "summary.json");
+    const ChildProcess::Result again = RunChild(arguments);
+    EXPECT_EQ(again.status, EXIT_BAD_INPUT);
+    ExpectOneLine(again.err);
+    EXPECT_EQ(test::ReadBytes(folder / "run" / "summary.json"), before);
+    std::vector<std::string> overwrite = arguments;
+    overwrite.emplace_back("--overwrite");
+    EXPECT_NE(RunChild(overwrite).status, EXIT_BAD_INPUT);
+    EXPECT_NE(test::ReadBytes(folder / "run" / "summary.json"), before);
+}
+
+TEST(RavelctlTest, HelpAndVersionEndWithZero)
+{
+    for (const char* option : {"--help", "--version"}) {
+        const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, option});
+        EXPECT_EQ(result.status, EXIT_OK);
+        EXPECT_THAT(result.out, HasSubstr("ravelctl"));
+        EXPECT_EQ(result.err, "");
+    }
+}
+
+}  // namespace
+}  // namespace lumo::ravelctl

@@ -1,0 +1,90 @@
+"""Reads the matrices, and the files of runs of one and of two workers, with tools that know nothing of our libraries.
+
+verifyRun.py, beside this file, checks each run; the rest is what needs to know how the run was made.
+
+usage: readback.py RAVELCTL MATRICES FITSVERIFY
+"""
+
+import json
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import numpy
+from astropy.io import fits
+
+MODES = 30
+RATE_HZ = 250
+CYCLES = 200
+NUM_MODES = 2390
+NUM_PACT = 2394
+NUM_ES = 4788
+MATRICES = {"P2EDC": (NUM_MODES, NUM_ES), "PACT2MODES": (NUM_MODES, NUM_PACT), "MODES2PACT": (NUM_PACT, NUM_MODES)}
+
+
+def expect(where, what, found, expected):
+    if found != expected:
+        sys.exit(f"{where}: expected {what} {expected!r}, found {found!r}")
+
+
+def check_fits(fitsverify, path):
+    # By its bare name: the tool takes brackets in a path for a selection.
+    verdict = subprocess.run([fitsverify, "-q", path.name], cwd=path.parent, capture_output=True, text=True)
+    expect(path, "fitsverify's verdict", verdict.stdout.startswith("verification OK"), True)
+    expect(path, "fitsverify's exit code", verdict.returncode, 0)
+
+
+def read_table(path, columns):
+    """The columns' values; `columns`: (name, format, unit)."""
+    with fits.open(path) as hdus:
+        expect(path, "number of HDUs", len(hdus), 2)
+        table = hdus[1]
+        expect(path, "EXTNAME", table.name, "TABLE_BINARY")
+        found = [(column.name, column.format, column.unit) for column in table.columns]
+        expect(path, "columns", found, columns)
+        return [numpy.array(table.data[name]) for name, _, _ in columns]
+
+
+def check_run(folder, workers):
+    subprocess.run([sys.executable, "-B", pathlib.Path(__file__).with_name("verifyRun.py"), folder], check=True)
+    files = sorted(path.name for path in folder.iterdir())
+    expect(folder, "files", files, ["modes_in.fits", "modes_out.fits", "summary.json"])
+    summary = json.loads((folder / "summary.json").read_text())
+    expect(folder, "files in the summary", sorted(summary["files"]), files)
+    for key, value in {"cycles": CYCLES, "rate_hz": RATE_HZ, "modes": MODES, "workers": workers, "seed": 7}.items():
+        expect(folder, key, summary[key], value)
+    for key in ("cycle_time_us", "execution_time_us"):
+        times = [summary[key][order] for order in ("min", "p50", "p99", "p999", "max")]
+        expect(folder, f"{key} in ascending order", times, sorted(times))
+    # The summary's figure again, from the recording: the modes as measured are the truth but for the sensors' noise.
+    modes = fits.getdata(folder / "modes_in.fits", 1)["modes_in"][: summary["open_loop_cycles"]].astype(float)
+    open_rms = 1e3 * numpy.sqrt((modes**2).sum(axis=1).mean() / NUM_PACT)
+    before = summary["controlled_rms_nm"]["before"]
+    expect(folder, f"modes of {before} nm rms before", abs(open_rms - before) < 0.01 * before, True)
+
+
+def check_matrices(folder, fitsverify):
+    for name, (rows, cols) in MATRICES.items():
+        path = folder / f"{name}.fits"
+        check_fits(fitsverify, path)
+        (values,) = read_table(path, [(name, f"{cols}E", None)])
+        expect(path, "shape", values.shape, (rows, cols))
+        expect(path, "finite values", bool(numpy.isfinite(values).all()), True)
+
+
+def main():
+    ravelctl, matrices, fitsverify = sys.argv[1:4]
+    check_matrices(pathlib.Path(matrices), fitsverify)
+    with tempfile.TemporaryDirectory(prefix="ravelctl-readback-") as directory:
+        for workers in (1, 2):
+            folder = pathlib.Path(directory) / f"run {workers} [of 2]"
+            command = [ravelctl, "run", "--quiet", "--as-fast-as-possible", "--matrices", matrices]
+            command += ["--output", str(folder), "--modes", str(MODES), "--workers", str(workers)]
+            command += ["--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ), "--seed", "7"]
+            subprocess.run(command, check=True)
+            check_run(folder, workers)
+    print("the files of both runs and the matrices are as they should be")
+
+
+main()

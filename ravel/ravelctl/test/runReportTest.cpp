@@ -1,0 +1,132 @@
+#include "error.hpp"
+#include "runReport.hpp"
+#include "support/testFolder.hpp"
+#include "support/textFile.hpp"
+#include "support/thrown.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <limits>
+
+namespace lumo::ravelctl {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+RunReport MakeReport()
+{
+    RunReport report;
+    report.version = "1.2.3";
+    report.blas = "a BLAS";
+    report.started_utc = "2030-01-02T03:04:05Z";
+    report.options.modes = 300;
+    report.options.workers = 2;
+    report.options.seed = 18446744073709551615U;
+    report.options.output = "night1";
+    report.plan.cycles = 10000;
+    report.plan.open_cycles = 1000;
+    report.plan.rate_hz = 500.0;
+    report.margins = {20.0, 68.0, 12.0};
+    report.cycles_done = 10000;
+    report.missed_cycles = 4;
+    report.cycle_time_us = Percentiles{1.0, 2.0, 3.0, 4.0, 5.0};
+    report.execution_time_us = Percentiles{0.5, 1.5, 2.5, 3.5, 4.5};
+    report.surface_rms_nm = {2000.0, 100.0};
+    report.controlled_rms_nm = {1500.0, 15.0};
+    report.edge_sensor_rms_nm = {200.0, 190.0};
+    report.files = {"modes_in.fits", "summary.json"};
+    return report;
+}
+
+nlohmann::json WriteAndRead(const RunReport& report)
+{
+    const test::TestFolder folder;
+    WriteSummary(report, folder / "summary.json");
+    return nlohmann::json::parse(test::ReadBytes(folder / "summary.json"));
+}
+
+TEST(RunReportTest, TheSummaryHoldsEveryFigureUnderItsKey)
+{
+    const nlohmann::json summary = WriteAndRead(MakeReport());
+    EXPECT_EQ(summary.at("cycles"), 10000);
+    EXPECT_EQ(summary.at("missed_cycles"), 4);
+    EXPECT_EQ(summary.at("rate_hz"), 500.0);
+    EXPECT_EQ(summary.at("modes"), 300);
+    EXPECT_EQ(summary.at("workers"), 2);
+    EXPECT_EQ(summary.at("seed"), 18446744073709551615U);
+    const nlohmann::json cycle_time = {{"min", 1.0}, {"p50", 2.0}, {"p99", 3.0}, {"p999", 4.0}, {"max", 5.0}};
+    EXPECT_EQ(summary.at("cycle_time_us"), cycle_time);
+    const nlohmann::json exec_time = {{"min", 0.5}, {"p50", 1.5}, {"p99", 2.5}, {"p999", 3.5}, {"max", 4.5}};
+    EXPECT_EQ(summary.at("execution_time_us"), exec_time);
+    EXPECT_EQ(summary.at("surface_rms_nm"), nlohmann::json({{"before", 2000.0}, {"after", 100.0}}));
+    EXPECT_EQ(summary.at("controlled_rms_nm"), nlohmann::json({{"before", 1500.0}, {"after", 15.0}}));
+    EXPECT_EQ(summary.at("edge_sensor_rms_nm"), nlohmann::json({{"before", 200.0}, {"after", 190.0}}));
+    EXPECT_EQ(summary.at("files"), nlohmann::json({"modes_in.fits", "summary.json"}));
+    EXPECT_EQ(summary.at("held"), true);
+}
+
+TEST(RunReportTest, FiguresThatTheRunDidNotComeToAreNullAndADash)
+{
+    RunReport report = MakeReport();
+    report.controlled_rms_nm.after = std::nullopt;
+    report.surface_rms_nm.after = std::numeric_limits<double>::quiet_NaN();
+    report.cycle_time_us = std::nullopt;
+    const nlohmann::json summary = WriteAndRead(report);
+    EXPECT_TRUE(summary.at("controlled_rms_nm").at("after").is_null());
+    EXPECT_TRUE(summary.at("surface_rms_nm").at("after").is_null());
+    EXPECT_TRUE(summary.at("cycle_time_us").is_null());
+    EXPECT_THAT(FormatReport(report), HasSubstr("1500.0         -\n"));
+}
+
+TEST(RunReportTest, TheTextTellsFiguresFilesAndVerdict)
+{
+    const std::string text = FormatReport(MakeReport());
+    EXPECT_THAT(text, HasSubstr("1500.0      15.0   100.0 times less"));
+    EXPECT_THAT(text, HasSubstr("10000 of 10000, 4 missed"));
+    EXPECT_THAT(text, HasSubstr("night1: modes_in.fits, summary.json"));
+    EXPECT_THAT(text, HasSubstr("the loop held"));
+    EXPECT_THAT(text, Not(HasSubstr("limited commands")));
+}
+
+TEST(RunReportTest, TheLoopHeldOnlyWhenItCameToItsEndFiniteAndBetterThanOpen)
+{
+    EXPECT_TRUE(MakeReport().DidHold());
+    RunReport early = MakeReport();
+    early.cycles_done = 9999;
+    EXPECT_FALSE(early.DidHold());
+    RunReport not_finite = MakeReport();
+    not_finite.commands_not_finite = 1;
+    EXPECT_FALSE(not_finite.DidHold());
+    RunReport worse = MakeReport();
+    worse.controlled_rms_nm.after = 1500.1;
+    EXPECT_FALSE(worse.DidHold());
+    EXPECT_THAT(FormatReport(worse), HasSubstr("did NOT hold"));
+    RunReport not_a_number = MakeReport();
+    not_a_number.controlled_rms_nm.after = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_FALSE(not_a_number.DidHold());
+    RunReport nothing = MakeReport();
+    nothing.controlled_rms_nm.after = std::nullopt;
+    EXPECT_FALSE(nothing.DidHold());
+}
+
+TEST(RunReportTest, ARunWithoutOpenLoopCanHold)
+{
+    RunReport report = MakeReport();
+    report.controlled_rms_nm.before = std::nullopt;
+    EXPECT_TRUE(report.DidHold());
+}
+
+TEST(RunReportTest, ASummaryThatCannotBeWrittenIsOneLineWithItsName)
+{
+    const test::TestFolder folder;
+    const std::filesystem::path file = folder / "missing" / "summary.json";
+    const std::string line = test::ThrownLine<RunError>([&] { WriteSummary(MakeReport(), file); });
+    EXPECT_THAT(line, HasSubstr("cannot write " + file.string()));
+    EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
+}  // namespace
+}  // namespace lumo::ravelctl
