@@ -1,5 +1,6 @@
 #include "commandLine.hpp"
 
+#include "argumentChecks.hpp"
 #include "error.hpp"
 #include "version.hpp"
 #include "workerGroup.hpp"
@@ -35,12 +36,6 @@ mirrorsim::Tone ParseTone(const std::string& text)
     tone.mode = static_cast<int>(mode);
     tone.amplitude_um = amplitude_nm * 1.0e-3;
     return tone;
-}
-
-/// What is read into an unsigned number would take -1 for the largest one.
-std::string CheckNotNegative(const std::string& text)
-{
-    return text.find('-') == std::string::npos ? "" : "expected 0 or above but got " + text;
 }
 
 /// What the parser says, in one line; of a word that it does not know it would say that a command is missing.

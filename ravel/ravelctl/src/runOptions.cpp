@@ -1,5 +1,6 @@
 #include "runOptions.hpp"
 
+#include "argumentChecks.hpp"
 #include "error.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
@@ -13,14 +14,6 @@
 namespace lumo::ravelctl {
 
 namespace {
-
-template <typename T>
-void CheckRange(const char* option, T value, T low, T high, const char* unit)
-{
-    if (!(value >= low && value <= high)) {  // also refuses NaN
-        throw InputError(fmt::format("{}: expected {} to {}{} but got {}", option, low, high, unit, value));
-    }
-}
 
 void CheckTones(const RunOptions& options)
 {

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "error.hpp"
+
+#include <fmt/core.h>
+
+#include <string>
+
+namespace lumo::ravelctl {
+
+/// Failure: InputError for a value that is not within `low` to `high`, such as NaN. `unit`: " Hz" and the like, or "".
+template <typename T>
+void CheckRange(const char* option, T value, T low, T high, const char* unit)
+{
+    if (!(value >= low && value <= high)) {  // also refuses NaN
+        throw InputError(fmt::format("{}: expected {} to {}{} but got {}", option, low, high, unit, value));
+    }
+}
+
+/// For the parser's check(): what is read into an unsigned number would take -1 for the largest one.
+inline std::string CheckNotNegative(const std::string& text)
+{
+    return text.find('-') == std::string::npos ? "" : "expected 0 or above but got " + text;
+}
+
+}  // namespace lumo::ravelctl
