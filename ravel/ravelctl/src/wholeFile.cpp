@@ -7,7 +7,8 @@ namespace lumo::ravelctl {
 
 void WriteWhole(const std::filesystem::path& file, const std::function<void(const std::filesystem::path&)>& write)
 {
-    const std::filesystem::path part = fmt::format("{}.{}.part", file.string(), getpid());
+    // The name's end stays: it may say how to write, as ".gz" does.
+    const std::filesystem::path part = fmt::format("{}.{}.part{}", file.string(), getpid(), file.extension().string());
     try {
         write(part);
         std::filesystem::rename(part, file);

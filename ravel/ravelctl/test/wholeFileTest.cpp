@@ -19,6 +19,7 @@ TEST(WholeFileTest, TheFileHasItsNameOnlyWhenItIsWhole)
         test::WriteBytes(part, "half");
         EXPECT_FALSE(fs::exists(file));
         EXPECT_EQ(part.parent_path(), file.parent_path()) << "a rename across file systems would copy";
+        EXPECT_EQ(part.extension(), ".txt") << "it may say how to write";
         test::WriteBytes(part, "whole");
     });
     EXPECT_EQ(test::ReadBytes(file), "whole");
