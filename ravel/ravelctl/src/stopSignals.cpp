@@ -31,6 +31,13 @@ void SetHandler(int signal, void (*handler)(int))
 
 }  // namespace
 
+void SurviveFailedWrites()
+{
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        SetHandler(signal, SIG_IGN);
+    }
+}
+
 StopSignals::StopSignals()
 {
     stop_noted.store(false, std::memory_order_relaxed);
@@ -42,9 +49,7 @@ StopSignals::StopSignals()
         }
     }
     pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
-    for (const int signal : {SIGPIPE, SIGXFSZ}) {
-        SetHandler(signal, SIG_IGN);
-    }
+    SurviveFailedWrites();
 }
 
 bool StopSignals::Await()

@@ -4,9 +4,13 @@
 
 namespace lumo::ravelctl {
 
+/// From now on output that nobody reads and a file beyond the size limit are errors of the write, not the end of the
+/// process.
+void SurviveFailedWrites();
+
 /// Ctrl-C, the polite kill and a closed terminal as something to ask for, instead of something that breaks in and takes
-/// the recorded data with it. A signal that the parent process had ignored, as nohup does, stays ignored. Output that
-/// nobody reads and a file beyond the size limit are errors of the write from then on, not the end of the process.
+/// the recorded data with it. A signal that the parent process had ignored, as nohup does, stays ignored. Failed
+/// writes are survived as well.
 ///
 /// One per process. Construct it before the application starts any thread: the signals are then blocked in all of
 /// these. Threads of libraries are older, they may take a signal; what they then do is to note it.
