@@ -2,6 +2,7 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "modulationArguments.hpp"
 #include "version.hpp"
 #include "workerGroup.hpp"
 
@@ -39,13 +40,15 @@ mirrorsim::Tone ParseTone(const std::string& text)
 }
 
 /// What the parser says, in one line; of a word that it does not know it would say that a command is missing.
-std::string Explain(const CLI::App& app, const CLI::App& run, const CLI::ParseError& error)
+std::string Explain(const CLI::App& app, const CLI::ParseError& error)
 {
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
     const std::vector<std::string> unknown = app.remaining();
-    if (!run.parsed() && !unknown.empty()) {
+    if (parsed.empty() && !unknown.empty()) {
         return fmt::format("{} is no command or option of ravelctl (try: ravelctl --help)", unknown.front());
     }
-    return fmt::format("{} (try: ravelctl {}--help)", error.what(), run.parsed() ? "run " : "");
+    return fmt::format("{} (try: ravelctl {}--help)", error.what(),
+                       parsed.empty() ? "" : parsed.front()->get_name() + " ");
 }
 
 void AddRunOptions(CLI::App& run, RunOptions& options, std::vector<std::string>& tones)
@@ -93,13 +96,20 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     std::vector<std::string> tones;
     CLI::App* run = app.add_subcommand("run", "Run the closed loop on a simulated mirror and save what happened");
     AddRunOptions(*run, options, tones);
+    ModulationArguments modulation;
+    CLI::App* make_modulation =
+        app.add_subcommand("make-modulation", "Make a file of signals to inject into the modes' references");
+    AddModulationOptions(*make_modulation, modulation);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {  // help and version
         app.exit(request, out, out);
         return EXIT_OK;
     } catch (const CLI::ParseError& error) {
-        throw InputError(Explain(app, *run, error));
+        throw InputError(Explain(app, error));
+    }
+    if (make_modulation->parsed()) {
+        return ReadModulationOptions(modulation);
     }
     if (run->count("--workers") == 0) {
         options.workers = std::clamp(options.modes, 1, DEFAULT_WORKERS);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "modulationOptions.hpp"
 #include "runOptions.hpp"
 
 #include <ostream>
@@ -7,8 +8,9 @@
 
 namespace lumo::ravelctl {
 
-/// What a command line asks for: a run, or to leave with this status (help or version have been printed).
-using Command = std::variant<RunOptions, int>;
+/// What a command line asks for: a run, a modulation file, or to leave with this status (help or version have been
+/// printed).
+using Command = std::variant<RunOptions, ModulationOptions, int>;
 
 /// Help and version go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);

@@ -2,6 +2,7 @@
 #include "controller.hpp"
 #include "error.hpp"
 #include "logSetup.hpp"
+#include "makeModulation.hpp"
 #include "runReport.hpp"
 #include "stopSignals.hpp"
 
@@ -32,6 +33,14 @@ int Run(const RunOptions& options)
     return controller.GetExitStatus();
 }
 
+int MakeModulation(const ModulationOptions& options)
+{
+    SurviveFailedWrites();
+    SetUpLogging({});
+    MakeModulationFile(options, std::cout);
+    return EXIT_OK;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -42,7 +51,8 @@ int main(int argc, char** argv)
         if (const int* leave = std::get_if<int>(&command)) {
             return *leave;
         }
-        status = Run(std::get<RunOptions>(command));
+        const auto* modulation = std::get_if<ModulationOptions>(&command);
+        status = modulation != nullptr ? MakeModulation(*modulation) : Run(std::get<RunOptions>(command));
     } catch (const InputError& e) {
         std::cerr << "ravelctl: " << e.what() << '\n';
         status = EXIT_BAD_INPUT;

@@ -98,6 +98,51 @@ TEST(CommandLineTest, TonesAreModeFrequencyAndAmplitudeInNanometres)
     EXPECT_DOUBLE_EQ(options.tones[1].amplitude_um, 0.0005);
 }
 
+ModulationOptions ParseModulation(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), "make-modulation");
+    std::ostringstream out;
+    const ModulationOptions options = std::get<ModulationOptions>(Parse(arguments, out));
+    EXPECT_EQ(out.str(), "");
+    return options;
+}
+
+TEST(CommandLineTest, AModulationNeedsAShapeAndAFileAndHasDefaultsForTheRest)
+{
+    const ModulationOptions options = ParseModulation({"step", "--output", "f"});
+    const ModulationOptions defaults;
+    EXPECT_EQ(options.shape, ModulationShape::Step);
+    EXPECT_EQ(options.output, "f");
+    EXPECT_EQ(options.modes, defaults.modes);
+    EXPECT_EQ(options.on, defaults.on);
+    EXPECT_EQ(options.amplitude_um, defaults.amplitude_um);
+    EXPECT_EQ(options.rate_hz, defaults.rate_hz);
+    EXPECT_EQ(options.duration_s, defaults.duration_s);
+    EXPECT_EQ(options.start_s, defaults.start_s);
+    EXPECT_FALSE(options.frequency_hz || options.to_hz || options.seed || options.overwrite);
+}
+
+TEST(CommandLineTest, EveryOptionOfAModulationReachesItsPlace)
+{
+    const ModulationOptions options = ParseModulation(
+        {"--output",   "a b",         "--modes", "20",    "--on",       "0,3,10-19", "--amplitude",
+         "-0.5",       "--rate",      "250",     "chirp", "--duration", "5.5",       "--start",
+         "1.5",        "--frequency", "2",       "--to",  "20",         "--seed",    "18446744073709551615",
+         "--overwrite"});
+    EXPECT_EQ(options.shape, ModulationShape::Chirp);
+    EXPECT_EQ(options.output, "a b");
+    EXPECT_EQ(options.modes, 20);
+    EXPECT_EQ(options.on, "0,3,10-19");
+    EXPECT_EQ(options.amplitude_um, -0.5);
+    EXPECT_EQ(options.rate_hz, 250.0);
+    EXPECT_EQ(options.duration_s, 5.5);
+    EXPECT_EQ(options.start_s, 1.5);
+    EXPECT_EQ(options.frequency_hz, 2.0);
+    EXPECT_EQ(options.to_hz, 20.0);
+    EXPECT_EQ(options.seed, 18446744073709551615U);
+    EXPECT_TRUE(options.overwrite);
+}
+
 TEST(CommandLineTest, HelpAndVersionAreNoErrors)
 {
     std::ostringstream help;
@@ -105,6 +150,12 @@ TEST(CommandLineTest, HelpAndVersionAreNoErrors)
     for (const char* option : {"--modes", "--rate", "--duration", "--workers", "--seed", "--output",
                                "--as-fast-as-possible", "--log-config", "--tone", "--quiet", "Exit status"}) {
         EXPECT_THAT(help.str(), HasSubstr(option));
+    }
+    std::ostringstream modulation_help;
+    EXPECT_EQ(std::get<int>(Parse({"make-modulation", "--help"}, modulation_help)), EXIT_OK);
+    for (const char* text : {"SHAPE", "--output", "--modes", "--on", "--amplitude", "--rate", "--duration", "--start",
+                             "--frequency", "--to", "--seed", "--overwrite", "Examples", "Exit status"}) {
+        EXPECT_THAT(modulation_help.str(), HasSubstr(text));
     }
     std::ostringstream version;
     EXPECT_EQ(std::get<int>(Parse({"--version"}, version)), EXIT_OK);
@@ -146,6 +197,19 @@ INSTANTIATE_TEST_SUITE_P(All, CommandLineErrorTest,
                                          BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
                                          BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},
                                          BadLine{{"run", "--tone", "99999999999:1:1"}, "but got 99999999999:1:1"}));
+
+INSTANTIATE_TEST_SUITE_P(MakeModulation, CommandLineErrorTest,
+                         testing::Values(BadLine{{"run", "--foo"}, "(try: ravelctl run --help)"},
+                                         BadLine{{"run", "make-modulation"}, "make-modulation"},
+                                         BadLine{{"make-modulation", "--output", "f"}, "SHAPE is required"},
+                                         BadLine{{"make-modulation", "sine"}, "--output is required"},
+                                         BadLine{{"make-modulation", "sine", "step", "--output", "f"}, "step"},
+                                         BadLine{{"make-modulation", "saw", "--output", "f"},
+                                                 "SHAPE: expected sine, step, chirp or noise but got saw"},
+                                         BadLine{{"make-modulation", "noise", "--output", "f", "--seed", "-1"},
+                                                 "expected 0 or above but got -1"},
+                                         BadLine{{"make-modulation", "sine", "--output", "f", "--workers", "2"},
+                                                 "(try: ravelctl make-modulation --help)"}));
 
 }  // namespace
 }  // namespace lumo::ravelctl

@@ -212,6 +212,40 @@ TEST(RavelctlTest, ARunIsNotReplacedUnlessAskedFor)
     EXPECT_NE(test::ReadBytes(folder / "run" / "summary.json"), before);
 }
 
+TEST(RavelctlTest, MakeModulationMakesItsFileAndSaysSoInOneLine)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "chirp.fits").string();
+    std::vector<std::string> arguments = {RAVELCTL_PROGRAM, "make-modulation", "chirp", "--output", file, "--on", "5"};
+    const ChildProcess::Result result = RunChild(arguments);
+    EXPECT_EQ(result.status, EXIT_OK);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, file +
+                              ": 5000 samples of 600 modes, chirp 1 to 100 Hz of 0.1 um on mode 5, 10 s at 500 Hz "
+                              "(12.0 MB)\n");
+    EXPECT_EQ(fs::file_size(file) / 1000, 12006U);
+
+    const ChildProcess::Result again = RunChild(arguments);
+    EXPECT_EQ(again.status, EXIT_BAD_INPUT);
+    EXPECT_EQ(again.out, "");
+    ExpectOneLine(again.err);
+    arguments.emplace_back("--overwrite");
+    EXPECT_EQ(RunChild(arguments).status, EXIT_OK);
+}
+
+TEST(RavelctlTest, AModulationThatFindsNoRoomIsNamedAndLeavesNoPart)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "sine.fits").string();
+    const ChildProcess::Result result = RunChild(
+        WithFileSizeLimit(1000, {RAVELCTL_PROGRAM, "make-modulation", "sine", "--output", file, "--modes", "50"}));
+    EXPECT_EQ(result.status, EXIT_FAILED);
+    EXPECT_EQ(result.out, "");
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr("cannot write " + file));
+    EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
 TEST(RavelctlTest, HelpAndVersionEndWithZero)
 {
     for (const char* option : {"--help", "--version"}) {

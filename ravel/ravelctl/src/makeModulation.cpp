@@ -1,0 +1,99 @@
+#include "makeModulation.hpp"
+
+#include "error.hpp"
+#include "modeList.hpp"
+#include "modulationShape.hpp"
+#include "resources.hpp"
+#include "wholeFile.hpp"
+
+#include <lumo/ravelcore/modulation.hpp>
+
+#include <fmt/core.h>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Of the values, while they are saved: the modulation's own, and what the table's rows take.
+constexpr std::uint64_t COPIES = 4;
+
+/// Whether the file may be made, asked before the work.
+void CheckOutput(const ModulationOptions& options)
+{
+    const fs::path& file = options.output;
+    std::error_code ignored;
+    if (!file.has_filename() || fs::is_directory(file, ignored)) {
+        throw InputError(fmt::format("--output: expected the name of a file but got {}",
+                                     file.empty() ? "an empty one" : file.string()));
+    }
+    if (const fs::path folder = fs::absolute(file).parent_path(); !fs::is_directory(folder, ignored)) {
+        throw InputError(fmt::format("--output: expected a folder that exists but got {}", folder.string()));
+    }
+    if (!fs::exists(file, ignored)) {
+        return;
+    }
+    if (!fs::is_regular_file(file, ignored)) {
+        throw InputError(
+            fmt::format("--output: expected a file or a new name but {} is something else", file.string()));
+    }
+    if (!options.overwrite) {
+        throw InputError(fmt::format(
+            "--output: {} exists already; choose another name, or replace that file with --overwrite", file.string()));
+    }
+}
+
+std::string Count(int number, const char* what)
+{
+    return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
+}
+
+std::string DescribeShape(const ModulationOptions& options, const ModulationPlan& plan)
+{
+    switch (options.shape) {
+        case ModulationShape::Sine:
+            return fmt::format("sine {} Hz of {} um", plan.frequency_hz, options.amplitude_um);
+        case ModulationShape::Chirp:
+            return fmt::format("chirp {} to {} Hz of {} um", plan.frequency_hz, plan.to_hz, options.amplitude_um);
+        case ModulationShape::Noise:
+            return fmt::format("noise of seed {} and {} um rms", plan.seed, options.amplitude_um);
+        case ModulationShape::Step:
+            break;
+    }
+    return fmt::format("step of {} um", options.amplitude_um);
+}
+
+std::string Describe(const ModulationOptions& options, const ModulationPlan& plan)
+{
+    return fmt::format(
+        "{} of {}, {} on mode{} {}{}, {} s at {} Hz", Count(plan.samples, "sample"), Count(options.modes, "mode"),
+        DescribeShape(options, plan), plan.on.size() == 1 ? "" : "s", FormatModeList(plan.on),
+        plan.first_sample == 0 ? "" : fmt::format(" from {} s", options.start_s), options.duration_s, options.rate_hz);
+}
+
+}  // namespace
+
+void MakeModulationFile(const ModulationOptions& options, std::ostream& out)
+{
+    const ModulationPlan plan = PlanModulation(options);
+    CheckOutput(options);
+    const std::uint64_t values_bytes =
+        static_cast<std::uint64_t>(plan.samples) * static_cast<std::uint64_t>(options.modes) * sizeof(float);
+    CheckMemory(COPIES * values_bytes,
+                fmt::format("{} of {}", Count(plan.samples, "sample"), Count(options.modes, "mode")));
+    const fs::path file = fs::absolute(options.output);
+    ravelcore::Modulation modulation("MODULATION", options.modes, 0.0F);
+    modulation.Set(MakeModulation(options));
+    try {
+        WriteWhole(file, [&modulation](const fs::path& part) { modulation.Save(part.string()); });
+    } catch (const std::exception& e) {
+        throw RunError(fmt::format("cannot write {}: {}; free some space or choose another place with --output",
+                                   options.output.string(), e.what()));
+    }
+    out << fmt::format("{}: {} ({})\n", options.output.string(), Describe(options, plan),
+                       FormatBytes(fs::file_size(file)))
+        << std::flush;
+}
+
+}  // namespace lumo::ravelctl
