@@ -5,6 +5,8 @@ pkg_check_modules(CCFITS REQUIRED IMPORTED_TARGET GLOBAL CCfits cfitsio)
 pkg_check_modules(OPENBLAS REQUIRED IMPORTED_TARGET GLOBAL openblas)
 pkg_check_modules(NUMA REQUIRED IMPORTED_TARGET GLOBAL numa)
 pkg_check_modules(LOG4CPLUS REQUIRED IMPORTED_TARGET GLOBAL log4cplus)
+# Compiled, not header-only: the flags say so.
+pkg_check_modules(TOMLPLUSPLUS REQUIRED IMPORTED_TARGET GLOBAL tomlplusplus)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
 find_package(Eigen3 3.4 REQUIRED NO_MODULE)
 find_package(CLI11 REQUIRED)
