@@ -32,21 +32,22 @@ LoopPlan PlanRun(const RunOptions& options)
     constexpr double LEAD_S = 0.5;
     CheckRange("--modes", options.modes, 1, mirrorsim::NUM_MODES, "");
     CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
-    CheckRange("--duration", options.duration_s, 0.01, 1.0e6, " s");
+    const double duration_s = options.duration_s.value_or(RunOptions::DEFAULT_DURATION_S);
+    CheckRange("--duration", duration_s, 0.01, 1.0e6, " s");
     CheckRange("--workers", options.workers, 1, 256, "");
     CheckTones(options);
 
     LoopPlan plan;
     plan.rate_hz = options.rate_hz;
     plan.paced = !options.as_fast_as_possible;
-    plan.cycles = std::llround(options.duration_s * options.rate_hz);
+    plan.cycles = std::llround(duration_s * options.rate_hz);
     if (plan.cycles < FEWEST_CYCLES || plan.cycles > std::numeric_limits<std::int32_t>::max()) {
         throw InputError(fmt::format("--duration: expected {} to {} cycles but {} s at {} Hz are {}", FEWEST_CYCLES,
-                                     std::numeric_limits<std::int32_t>::max(), options.duration_s, options.rate_hz,
+                                     std::numeric_limits<std::int32_t>::max(), duration_s, options.rate_hz,
                                      plan.cycles));
     }
-    const double open_s = options.open_loop_s.value_or(0.1 * options.duration_s);
-    CheckRange("--open-loop", open_s, 0.0, 0.9 * options.duration_s, " s");
+    const double open_s = options.open_loop_s.value_or(0.1 * duration_s);
+    CheckRange("--open-loop", open_s, 0.0, 0.9 * duration_s, " s");
     plan.open_cycles = std::llround(open_s * options.rate_hz);
     plan.lead_cycles =
         std::min<std::int64_t>(std::llround(LEAD_S * options.rate_hz), (plan.cycles - plan.open_cycles) / 4);

@@ -10,12 +10,39 @@
 
 namespace lumo::ravelctl {
 
+/// What is recorded, and which part of it.
+struct RecordOptions
+{
+    bool modes = true;  // modes_in.fits, modes_out.fits
+    bool es = false;    // es.fits: the edge sensors' records
+    bool pact = false;  // pact.fits: the actuators' records
+    int decimation = 1;
+    std::optional<double> last_s;  // keep only the last seconds
+};
+
+/// Recorded frames in place of the simulated sensors; none where the name is empty.
+struct PlayOptions
+{
+    std::filesystem::path es;
+    std::filesystem::path pact;
+};
+
+/// Samples to add to the modes' references; none where the name is empty.
+struct InjectOptions
+{
+    std::filesystem::path file;
+    int decimation = 1;  // cycles that each sample lasts
+    bool loop = false;   // begin again after the last one
+};
+
 /// What `ravelctl run` can be told; the values here are its defaults.
 struct RunOptions
 {
+    static constexpr double DEFAULT_DURATION_S = 20.0;
+
     int modes = 600;
     double rate_hz = 500.0;
-    double duration_s = 20.0;
+    std::optional<double> duration_s;   // the default above, or as long as what is played, where it is not given
     std::optional<double> open_loop_s;  // a tenth of the duration where it is not given
     int workers = 1;                    // the command line says 2 where it is not told
     std::uint64_t seed = 1;
@@ -26,6 +53,10 @@ struct RunOptions
     bool quiet = false;
     std::filesystem::path log_config;  // log4cplus properties
     std::vector<mirrorsim::Tone> tones;
+    RecordOptions record;
+    PlayOptions play;
+    InjectOptions inject;
+    std::filesystem::path script;  // changes while the loop runs; none where it is empty
 };
 
 /// How the run divides into cycles. All counts are in cycles.

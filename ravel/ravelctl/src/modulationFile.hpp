@@ -1,0 +1,16 @@
+#pragma once
+
+#include <lumo/ravelcore/modulation.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+namespace lumo::ravelctl {
+
+/// Loads the samples of a modulation for an option of the command line. `say` is told what takes long. Real time: no.
+/// Failure: InputError that names the option and the file: none, unreadable, rows of another length, too little memory.
+void LoadModulation(ravelcore::Modulation& modulation, const std::filesystem::path& file, const std::string& option,
+                    const std::function<void(const std::string&)>& say);
+
+}  // namespace lumo::ravelctl
