@@ -38,21 +38,27 @@ float RatePerCycle(const mirrorsim::MirrorConfig& config)
 }  // namespace
 
 ControlLoop::ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& modes, SimulatedFrontEnd& front_end,
-                         SliceSet& slices, WorkerGroup& workers)
+                         SliceSet& slices, WorkerGroup& workers, const LoopExtras& extras)
     : m_plan(plan),
       m_front_end(front_end),
       m_slices(slices),
       m_workers(workers),
+      m_extras(extras),
       m_clock(plan.rate_hz, plan.paced),
       m_start_um(StartCommands(front_end)),
       m_held_um(Undescribed(m_start_um, modes)),
       m_wanted_um(m_start_um),
+      m_offsets_um(static_cast<std::size_t>(modes.num_modes)),
       m_limiter(m_start_um, static_cast<float>(front_end.GetMirror().GetConfig().stroke_limit_um),
                 RatePerCycle(front_end.GetMirror().GetConfig())),
       m_cycle_times(static_cast<std::size_t>(plan.cycles)),
       m_exec_times(static_cast<std::size_t>(plan.cycles)),
       m_surface_log(plan.cycles)
 {
+    m_missed_before.reserve(static_cast<std::size_t>(plan.cycles));
+    if (m_extras.injection != nullptr) {
+        m_extras.injection->Start();
+    }
 }
 
 void ControlLoop::Run(const std::function<bool()>& is_stopped)
@@ -60,6 +66,10 @@ void ControlLoop::Run(const std::function<bool()>& is_stopped)
     m_slices.SetClosed(false);
     m_clock.Start();
     for (std::int64_t cycle = 0; cycle < m_plan.cycles && !is_stopped(); ++cycle) {
+        if (m_extras.requests != nullptr) {
+            m_extras.requests->BeforeCycle(cycle, is_stopped);
+        }
+        SetReferences(cycle);
         RunCycle(cycle);
     }
 }
@@ -79,7 +89,6 @@ void ControlLoop::RunCycle(std::int64_t cycle)
 
     // The rest of the period: looking at the cycle, preparing the next one, and the mirror's own life.
     Observe(cycle);
-    LeadReferences(cycle);
     m_front_end.Advance(m_limiter.GetCommand(), m_plan.TimeOf(cycle + 1));
     m_progress.cycles_done.store(cycle + 1, std::memory_order_relaxed);  // a statistic, as all of them: orders nothing
 }
@@ -96,26 +105,57 @@ void ControlLoop::Command(std::int64_t cycle)
     m_slices.SetShortfall(m_limiter.GetShortfall());
 }
 
-void ControlLoop::LeadReferences(std::int64_t cycle)
+/// The references of a cycle. In the one in which the loop closes the tasks take the measured modes instead.
+void ControlLoop::SetReferences(std::int64_t cycle)
 {
-    const std::int64_t since_closing = cycle - m_plan.open_cycles;
+    const std::int64_t since_closing = cycle - 1 - m_plan.open_cycles;
+    if (since_closing < 0) {
+        return;
+    }
     if (since_closing == 0) {
         m_slices.CaptureReferences();
     }
-    if (since_closing < 0 || since_closing > m_plan.lead_cycles) {
-        return;
+    const bool had_offsets = m_has_offsets;
+    m_has_offsets = AddOffsets(since_closing >= m_plan.lead_cycles);
+    if (since_closing <= m_plan.lead_cycles || m_has_offsets || had_offsets) {
+        m_slices.SetReferences(LeadFraction(since_closing), m_offsets_um);
     }
-    if (since_closing == m_plan.lead_cycles) {
-        m_slices.LeadReferences(0.0F);
-        return;
+}
+
+float ControlLoop::LeadFraction(std::int64_t since_closing) const
+{
+    if (since_closing >= m_plan.lead_cycles) {
+        return 0.0F;
     }
     const double phase = static_cast<double>(since_closing) / static_cast<double>(m_plan.lead_cycles);
-    m_slices.LeadReferences(static_cast<float>(0.5 * (1.0 + std::cos(std::numbers::pi * phase))));
+    return static_cast<float>(0.5 * (1.0 + std::cos(std::numbers::pi * phase)));
+}
+
+/// Works out what is added to the references; whether there is anything.
+bool ControlLoop::AddOffsets(bool is_led)
+{
+    bool added = false;
+    if (m_extras.parameters != nullptr) {
+        const std::span<const float> references = m_extras.parameters->GetReferences();
+        std::copy(references.begin(), references.end(), m_offsets_um.begin());
+        added = true;
+    } else {
+        std::fill(m_offsets_um.begin(), m_offsets_um.end(), 0.0F);
+    }
+    if (m_extras.injection != nullptr && is_led) {
+        added = m_extras.injection->AddNext(m_offsets_um) || added;
+    }
+    return added;
 }
 
 void ControlLoop::Observe(std::int64_t cycle)
 {
-    m_surface_log.Add(cycle, m_front_end.GetMirror().GetSurface());
+    if (m_extras.recordings != nullptr) {
+        m_extras.recordings->Add(m_plan.TimeOf(cycle), m_front_end.GetEsMeas(), m_front_end.GetPactMeas());
+    }
+    if (m_front_end.IsMirrorSeen()) {
+        m_surface_log.Add(cycle, m_front_end.GetMirror().GetSurface());
+    }
     const bool open = cycle < m_plan.open_cycles;
     if (open || cycle >= m_plan.FirstJudgedCycle()) {
         EsSquares& squares = open ? m_open_es : m_judged_es;
@@ -139,7 +179,13 @@ void ControlLoop::Book(std::int64_t cycle, CycleClock::Clock::time_point instant
     if (duration_us > m_progress.max_cycle_time_us.load(std::memory_order_relaxed)) {
         m_progress.max_cycle_time_us.store(duration_us, std::memory_order_relaxed);
     }
-    m_progress.missed.store(m_clock.GetMissed(), std::memory_order_relaxed);
+    const std::int64_t missed = m_clock.GetMissed();
+    for (std::int64_t known = m_progress.missed.load(std::memory_order_relaxed); known < missed; ++known) {
+        if (m_missed_before.size() < m_missed_before.capacity()) {
+            m_missed_before.push_back(cycle);
+        }
+    }
+    m_progress.missed.store(missed, std::memory_order_relaxed);
     m_progress.closed.store(cycle >= m_plan.open_cycles, std::memory_order_relaxed);
 }
 

@@ -2,7 +2,11 @@
 
 #include "commandLimiter.hpp"
 #include "cycleClock.hpp"
+#include "cycleRequests.hpp"
 #include "durations.hpp"
+#include "liveParameters.hpp"
+#include "recordings.hpp"
+#include "referenceInjection.hpp"
 #include "runOptions.hpp"
 #include "simulatedFrontEnd.hpp"
 #include "sliceSet.hpp"
@@ -29,18 +33,28 @@ struct LoopProgress
     static_assert(std::atomic<double>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free);
 };
 
+/// What a loop may also be given; nothing is owned, everything outlives the loop.
+struct LoopExtras
+{
+    Recordings* recordings = nullptr;         // is told every cycle
+    ReferenceInjection* injection = nullptr;  // is added to the references once they have been led to 0
+    LiveParameters* parameters = nullptr;     // its references are added
+    CycleRequests* requests = nullptr;        // is asked between cycles
+};
+
 /// The cycle thread's work: paces the cycles, exchanges with the front end, starts the workers, combines, limits and
 /// sends what they computed.
 ///
 /// The loop is open at first: the commands are held where the actuators stand, the modes are measured and recorded.
-/// When it closes, the measured modes become the references, which are then led to 0 on half a cosine. The part of the
+/// When it closes, the measured modes become the references, which are then led to 0 on half a cosine; what the extras
+/// give is added. The part of the
 /// actuators' positions that no controlled mode describes is held for the whole run.
 class ControlLoop
 {
 public:
     /// The references must outlive the loop. Takes all memory that the cycles need.
     ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& modes, SimulatedFrontEnd& front_end,
-                SliceSet& slices, WorkerGroup& workers);
+                SliceSet& slices, WorkerGroup& workers, const LoopExtras& extras = {});
 
     /// Runs the planned cycles, or until `is_stopped` says so. The workers must be ready.
     /// Thread:    the cycle's.
@@ -56,6 +70,9 @@ public:
     const Durations& GetExecTimes() const { return m_exec_times; }
     const SurfaceLog& GetSurfaceLog() const { return m_surface_log; }
     const CommandLimiter& GetLimiter() const { return m_limiter; }
+
+    /// For each missed instant the cycle that came after it, ascending; a cycle stands there as often as it was late.
+    const std::vector<std::int64_t>& GetMissedBefore() const { return m_missed_before; }
 
     /// Rms of the edge sensors' readings, um, over existing sensors and the cycles of the open loop, or those judged;
     /// 0 where there was no such cycle.
@@ -73,7 +90,9 @@ private:
 
     void RunCycle(std::int64_t cycle);
     void Command(std::int64_t cycle);
-    void LeadReferences(std::int64_t cycle);
+    void SetReferences(std::int64_t cycle);
+    float LeadFraction(std::int64_t since_closing) const;
+    bool AddOffsets(bool is_led);
     void Observe(std::int64_t cycle);
     void Book(std::int64_t cycle, CycleClock::Clock::time_point instant);
 
@@ -81,11 +100,15 @@ private:
     SimulatedFrontEnd& m_front_end;
     SliceSet& m_slices;
     WorkerGroup& m_workers;
+    const LoopExtras m_extras;
     CycleClock m_clock;
-    std::vector<float> m_start_um;   // commands while the loop is open
-    std::vector<float> m_held_um;    // what no controlled mode describes of them
-    std::vector<float> m_wanted_um;  // commands before they are limited
+    std::vector<float> m_start_um;    // commands while the loop is open
+    std::vector<float> m_held_um;     // what no controlled mode describes of them
+    std::vector<float> m_wanted_um;   // commands before they are limited
+    std::vector<float> m_offsets_um;  // added to the references
+    bool m_has_offsets = false;
     CommandLimiter m_limiter;
+    std::vector<std::int64_t> m_missed_before;
     Durations m_cycle_times;
     Durations m_exec_times;
     SurfaceLog m_surface_log;

@@ -14,6 +14,7 @@
 
 #include <fmt/chrono.h>
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -76,7 +77,7 @@ void Controller::Say(const std::string& line)
 
 void Controller::Configure()
 {
-    m_plan = PlanRun(m_options);
+    PlanTheRun();
     if (m_options.output.empty()) {
         m_options.output = fmt::format("ravelctl-{:%Y%m%dT%H%M%SZ}", UtcNow());
     }
@@ -90,6 +91,7 @@ void Controller::Configure()
     Say(fmt::format("ravelctl {}: {} modes on {} worker{} at {} Hz, seed {}, {}", VERSION, m_options.modes,
                     m_options.workers, m_options.workers == 1 ? "" : "s", m_options.rate_hz, m_options.seed,
                     m_report.blas));
+    Say(DescribeRecording());
 
     const mirrorsim::Geometry geometry;
     m_modes = LoadOrComputeModes(geometry, m_options.matrices, m_options.modes,
@@ -98,12 +100,57 @@ void Controller::Configure()
     config.seed = m_options.seed;
     config.period_s = 1.0 / m_options.rate_hz;
     config.tones = m_options.tones;
-    m_front_end =
-        std::make_unique<SimulatedFrontEnd>(mirrorsim::Mirror(geometry, config, m_modes.modes2pact, m_modes.num_modes));
+    m_front_end = std::make_unique<SimulatedFrontEnd>(
+        mirrorsim::Mirror(geometry, config, m_modes.modes2pact, m_modes.num_modes), m_player.get());
     MakeGains();
     MakeTasks();
+    MakeLoop();
     m_report.options = m_options;
     m_report.plan = m_plan;
+}
+
+/// Checks what the options say; a run is as long as what it plays back where nothing else is said.
+void Controller::PlanTheRun()
+{
+    const auto say = [this](const std::string& line) {
+        Say(line);
+    };
+    if (!m_options.play.es.empty() || !m_options.play.pact.empty()) {
+        m_player = std::make_unique<FramePlayer>(m_options.play, say);
+        const auto frames = static_cast<double>(m_player->GetNumFrames().value_or(0));
+        m_options.duration_s = m_options.duration_s.value_or(frames / m_options.rate_hz);
+    }
+    m_plan = PlanRun(m_options);
+    m_options.duration_s = m_plan.TimeOf(m_plan.cycles);
+    if (m_player && *m_player->GetNumFrames() < m_plan.cycles) {
+        throw InputError(
+            fmt::format("--duration: expected at most the {} recorded frames but it takes {}; run for {} s",
+                        *m_player->GetNumFrames(), m_plan.cycles, m_plan.TimeOf(*m_player->GetNumFrames())));
+    }
+    m_recording_plan = PlanRecording(m_options, m_plan);
+    if (!m_options.inject.file.empty()) {
+        m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);
+    }
+    if (!m_options.script.empty()) {
+        m_script = LoadScript(m_options.script, m_options.modes, *m_options.duration_s);
+    }
+}
+
+std::string Controller::DescribeRecording() const
+{
+    std::vector<std::string> what;
+    for (const auto& [is_recorded, name] :
+         {std::pair(m_recording_plan.modes, "modes"), std::pair(m_recording_plan.es, "es"),
+          std::pair(m_recording_plan.pact, "pact")}) {
+        if (is_recorded) {
+            what.emplace_back(name);
+        }
+    }
+    const int decimation = m_recording_plan.decimation;
+    return fmt::format("recording {}: {}{} sample{}, {} of memory", fmt::join(what, ", "),
+                       m_recording_plan.loopback ? "the last " : "", m_recording_plan.capacity,
+                       decimation > 1 ? fmt::format("s, one in {} cycles", decimation) : "s",
+                       FormatBytes(m_recording_plan.BytesToRecord(m_options.modes, m_options.workers)));
 }
 
 /// With DEBUG on, the control task reports fixed places of its vectors; in a shorter vector they end the process.
@@ -125,22 +172,18 @@ void Controller::CheckLogLevels() const
 
 void Controller::CheckResources() const
 {
-    const auto samples = static_cast<std::uint64_t>(m_plan.cycles);
     const auto modes = static_cast<std::uint64_t>(m_options.modes);
-    constexpr std::uint64_t NUM_RECORDERS = 2;
-    const std::uint64_t slice =
-        (modes + static_cast<std::uint64_t>(m_options.workers) - 1) / static_cast<std::uint64_t>(m_options.workers);
-    if (samples * slice > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max())) {
-        throw InputError(
-            fmt::format("--duration: {} cycles of {} modes a worker are more than the {} values that a "
-                        "recorder holds; run for a shorter time, with fewer modes or with more workers",
-                        samples, slice, std::numeric_limits<std::int32_t>::max()));
-    }
-    const std::uint64_t recorded = NUM_RECORDERS * samples * (modes * sizeof(float) + sizeof(double));
-    // Saving takes what it saves twice over: the slices side by side, and the table's rows.
-    const std::uint64_t saving = (m_options.workers > 1 ? 3 : 1) * samples * modes * sizeof(float);
-    const std::uint64_t matrices = 4 * modes * (mirrorsim::NUM_ES + 2 * mirrorsim::NUM_PACT) * sizeof(float);
-    CheckMemory(recorded + saving + matrices + SurfaceLog::MAX_BYTES, "matrices and recordings");
+    const std::uint64_t recorded = m_recording_plan.BytesToRecord(m_options.modes, m_options.workers);
+    const std::uint64_t saving = m_recording_plan.BytesToSave(m_options.modes, m_options.workers);
+    constexpr std::uint64_t FLOATS_PER_MODE = mirrorsim::NUM_ES + 2 * mirrorsim::NUM_PACT;
+    const std::uint64_t matrices = 4 * modes * FLOATS_PER_MODE * sizeof(float);
+    const LiveParameters::Matrices live = ScriptPlayer::FindMatrices(m_script);
+    constexpr std::uint64_t COPIES = 4;  // in force, spare, and two to hand over
+    const std::uint64_t exchanged =
+        COPIES * modes * sizeof(float) *
+        ((live.p2edc ? mirrorsim::NUM_ES : 0U) + (live.pact2modes ? mirrorsim::NUM_PACT : 0U) +
+         (live.modes2pact ? mirrorsim::NUM_PACT : 0U));
+    CheckMemory(recorded + saving + matrices + exchanged + SurfaceLog::MAX_BYTES, "matrices and recordings");
     constexpr std::uint64_t HEADERS = 100'000;  // of the files, and the summary
     PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + HEADERS);
 }
@@ -159,12 +202,28 @@ void Controller::MakeGains()
 
 void Controller::MakeTasks()
 {
+    const int capacity = m_recording_plan.modes ? m_recording_plan.capacity : 1;
     m_slices = std::make_unique<SliceSet>(m_modes, m_options.workers, m_pid_params, 1.0 / m_options.rate_hz,
-                                          m_front_end->GetEsMeas().block1.data(), static_cast<int>(m_plan.cycles));
+                                          m_front_end->GetEsMeas().block1.data(), capacity);
     m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), PlaceWorkers(), START_TIMEOUT,
                                               log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
-    m_loop = std::make_unique<ControlLoop>(m_plan, m_modes, *m_front_end, *m_slices, *m_workers);
+    m_recordings = std::make_unique<Recordings>(m_recording_plan, *m_slices);
+    if (!m_script.empty()) {
+        m_parameters = std::make_unique<LiveParameters>(*m_slices, m_options.modes, m_pid_params,
+                                                        ScriptPlayer::FindMatrices(m_script));
+        m_requests = std::make_unique<CycleRequests>(*m_parameters, *m_recordings, m_plan.paced);
+    }
+}
+
+void Controller::MakeLoop()
+{
+    const LoopExtras extras{m_recordings.get(), m_injection.get(), m_parameters.get(), m_requests.get()};
+    m_loop = std::make_unique<ControlLoop>(m_plan, m_modes, *m_front_end, *m_slices, *m_workers, extras);
     m_cycle_thread = std::make_unique<CycleThread>(m_plan.paced ? CYCLE_PRIORITY : 0, *m_loop);
+    if (m_requests) {
+        m_script_player = std::make_unique<ScriptPlayer>(m_script, m_plan, m_options.modes, m_options.output,
+                                                         ScriptPlayer::Loop{*m_parameters, *m_requests, *m_recordings});
+    }
 }
 
 /// One CPU per worker from the last one down, which leaves the first ones to the cycle and the rest of the system.
@@ -186,9 +245,12 @@ std::vector<Placement> Controller::PlaceWorkers() const
 void Controller::Start()
 {
     m_workers->Start();
-    m_slices->StartRecording();
+    m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
     m_cycle_thread->StartThread();
+    if (m_script_player) {
+        m_script_player->StartThread();
+    }
 }
 
 void Controller::Wait(const std::function<bool()>& is_interrupted)
@@ -201,9 +263,23 @@ void Controller::Wait(const std::function<bool()>& is_interrupted)
             m_report.interrupted = true;
             break;
         }
+        SaySteps(&status);
         status.Update(m_loop->GetProgress());
     }
     status.Finish(m_loop->GetProgress());
+}
+
+/// What the script has done since the last time.
+void Controller::SaySteps(StatusLine* status)
+{
+    if (!m_script_player) {
+        return;
+    }
+    for (const ScriptEvent& event : m_script_player->TakeNews()) {
+        if (!m_options.quiet) {
+            status->Note(FormatStep(event));
+        }
+    }
 }
 
 void Controller::Stop()
@@ -220,10 +296,33 @@ void Controller::Stop()
             m_report.problems.emplace_back(e.what());
         }
     }
+    if (m_script_player) {
+        m_script_player->stop(nullptr);
+        m_script_player->JoinThread();  // after the save that it may be busy with
+    }
     m_slices->PrepareStop();
     m_workers->Stop(true);
     m_cycle_thread.reset();
     ComputeFigures();
+    ReportScript();
+}
+
+void Controller::ReportScript()
+{
+    if (!m_script_player) {
+        return;
+    }
+    m_report.script = m_script_player->GetEvents();
+    for (const ScriptEvent& event : m_report.script) {
+        m_report.files.insert(m_report.files.end(), event.files.begin(), event.files.end());
+        if (!event.problem.empty()) {
+            m_report.problems.push_back(fmt::format("script, at {} s: {}", event.time_s, event.problem));
+        }
+    }
+    if (!m_report.interrupted && m_report.script.size() < m_script.size()) {
+        m_report.problems.push_back(fmt::format("script: {} of {} steps were not done before the run ended",
+                                                m_script.size() - m_report.script.size(), m_script.size()));
+    }
 }
 
 void Controller::ComputeFigures()
@@ -231,6 +330,7 @@ void Controller::ComputeFigures()
     constexpr double NM_PER_UM = 1.0e3;
     m_report.cycles_done = m_loop->GetProgress().cycles_done.load();
     m_report.missed_cycles = m_loop->GetProgress().missed.load();
+    m_report.missed_before = m_loop->GetMissedBefore();
     m_report.limited_commands = m_loop->GetLimiter().GetNumLimited();
     m_report.commands_not_finite = m_loop->GetLimiter().GetNumNotFinite();
     m_report.cycle_time_us = m_loop->GetCycleTimes().ComputePercentiles();
@@ -246,6 +346,13 @@ void Controller::ComputeFigures()
         m_report.controlled_rms_nm.after = judged->controlled * NM_PER_UM;
         m_report.edge_sensor_rms_nm.after = m_loop->GetJudgedEsRms() * NM_PER_UM;
     }
+    m_report.mirror_was_seen = m_front_end->IsMirrorSeen();
+    if (!m_report.mirror_was_seen) {
+        m_report.edge_sensor_rms_nm.after = m_loop->GetJudgedEsRms() * NM_PER_UM;
+        if (m_plan.open_cycles > 0) {
+            m_report.edge_sensor_rms_nm.before = m_loop->GetOpenEsRms() * NM_PER_UM;
+        }
+    }
     if (!m_report.interrupted && !m_report.DidHold() && m_report.problems.empty()) {
         m_report.problems.emplace_back(fmt::format(
             "the loop did not hold: {} of {} cycles done, {} commands not finite, controlled modes {:.1f} nm "
@@ -257,8 +364,9 @@ void Controller::ComputeFigures()
 
 void Controller::Save()
 {
-    SaveFile("modes_in.fits", [this](const std::filesystem::path& file) { m_slices->SaveModesIn(file); });
-    SaveFile("modes_out.fits", [this](const std::filesystem::path& file) { m_slices->SaveModesOut(file); });
+    m_recordings->Save(
+        m_options.output, [this](const std::string& name) { m_report.files.push_back(name); },
+        [this](const std::string& problem) { m_report.problems.push_back(problem); });
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
     try {
@@ -266,20 +374,6 @@ void Controller::Save()
     } catch (const std::exception& e) {
         m_report.files.pop_back();
         m_report.problems.emplace_back(e.what());
-    }
-}
-
-void Controller::SaveFile(const std::string& name, const std::function<void(const std::filesystem::path&)>& write)
-{
-    if (m_report.cycles_done == 0) {
-        return;  // nothing is recorded, so there is nothing to lose
-    }
-    const std::filesystem::path file = m_options.output / name;
-    try {
-        WriteWhole(file, write);
-        m_report.files.push_back(name);
-    } catch (const std::exception& e) {
-        m_report.problems.push_back(fmt::format("cannot write {}: {}", file.string(), e.what()));
     }
 }
 

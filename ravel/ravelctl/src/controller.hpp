@@ -1,8 +1,14 @@
 #pragma once
 
 #include "controlLoop.hpp"
+#include "cycleRequests.hpp"
+#include "framePlayer.hpp"
+#include "liveParameters.hpp"
+#include "recordings.hpp"
+#include "referenceInjection.hpp"
 #include "runOptions.hpp"
 #include "runReport.hpp"
+#include "scriptPlayer.hpp"
 #include "simulatedFrontEnd.hpp"
 #include "sliceSet.hpp"
 #include "workerGroup.hpp"
@@ -17,6 +23,8 @@
 #include <vector>
 
 namespace lumo::ravelctl {
+
+class StatusLine;
 
 /// One run of the closed loop on the simulated mirror, from the options to the files.
 ///
@@ -56,25 +64,37 @@ private:
     class CycleThread;
 
     void Say(const std::string& line);
+    void PlanTheRun();
     void CheckLogLevels() const;
     void CheckResources() const;
     void MakeGains();
     void MakeTasks();
+    void MakeLoop();
     void ComputeFigures();
-    void SaveFile(const std::string& name, const std::function<void(const std::filesystem::path&)>& write);
+    void ReportScript();
+    std::string DescribeRecording() const;
+    void SaySteps(StatusLine* status);
     std::vector<Placement> PlaceWorkers() const;
 
     RunOptions m_options;
     std::ostream& m_out;
     LoopPlan m_plan;
+    RecordingPlan m_recording_plan;
+    std::vector<ScriptStep> m_script;
     RunReport m_report;
     mirrorsim::ControlModes m_modes;
     std::vector<float> m_pid_params;
+    std::unique_ptr<FramePlayer> m_player;
+    std::unique_ptr<ReferenceInjection> m_injection;
     std::unique_ptr<SimulatedFrontEnd> m_front_end;
     std::unique_ptr<SliceSet> m_slices;
     std::unique_ptr<WorkerGroup> m_workers;
+    std::unique_ptr<Recordings> m_recordings;
+    std::unique_ptr<LiveParameters> m_parameters;
+    std::unique_ptr<CycleRequests> m_requests;
     std::unique_ptr<ControlLoop> m_loop;
     std::unique_ptr<CycleThread> m_cycle_thread;
+    std::unique_ptr<ScriptPlayer> m_script_player;
 };
 
 }  // namespace lumo::ravelctl

@@ -7,8 +7,10 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <utility>
 
 namespace lumo::ravelctl {
 
@@ -32,6 +34,33 @@ Json ToJson(const std::optional<Percentiles>& times)
         return nullptr;
     }
     return {{"min", times->min}, {"p50", times->p50}, {"p99", times->p99}, {"p999", times->p999}, {"max", times->max}};
+}
+
+Json ScriptToJson(const RunReport& report)
+{
+    Json steps = Json::array();
+    for (const ScriptEvent& event : report.script) {
+        steps.push_back({{"time_s", event.time_s},
+                         {"what", event.what},
+                         {"before_cycle", event.cycle},
+                         {"last_cycle", event.last_cycle},
+                         {"take_over_us", event.take_over_us},
+                         {"missed_cycles", report.CountMissed(event)},
+                         {"problem", event.problem}});
+    }
+    return steps;
+}
+
+Json ToJson(const RecordOptions& record)
+{
+    Json what = Json::array();
+    for (const auto& [is_recorded, name] :
+         {std::pair(record.modes, "modes"), std::pair(record.es, "es"), std::pair(record.pact, "pact")}) {
+        if (is_recorded) {
+            what.push_back(name);
+        }
+    }
+    return {{"what", what}, {"decimation", record.decimation}, {"last_s", ToJson(record.last_s)}};
 }
 
 Json ToJson(const RunReport& report)
@@ -61,6 +90,11 @@ Json ToJson(const RunReport& report)
         {"edge_sensor_rms_nm", ToJson(report.edge_sensor_rms_nm)},
         {"limited_commands", report.limited_commands},
         {"commands_not_finite", report.commands_not_finite},
+        {"recorded", ToJson(report.options.record)},
+        {"played", {{"es", report.options.play.es.string()}, {"pact", report.options.play.pact.string()}}},
+        {"injected", report.options.inject.file.string()},
+        {"script", ScriptToJson(report)},
+        {"missed_before_cycles", report.missed_before},
         {"files", report.files},
         {"problems", report.problems},
     };
@@ -93,29 +127,59 @@ std::string FormatRow(const char* name, const std::optional<Percentiles>& times)
 
 bool RunReport::DidHold() const
 {
-    return cycles_done == plan.cycles && commands_not_finite == 0 && controlled_rms_nm.after &&
-           std::isfinite(*controlled_rms_nm.after) &&
-           (!controlled_rms_nm.before || *controlled_rms_nm.after < *controlled_rms_nm.before);
+    if (cycles_done != plan.cycles || commands_not_finite != 0) {
+        return false;
+    }
+    return !mirror_was_seen || (controlled_rms_nm.after && std::isfinite(*controlled_rms_nm.after) &&
+                                (!controlled_rms_nm.before || *controlled_rms_nm.after < *controlled_rms_nm.before));
+}
+
+std::int64_t RunReport::CountMissed(const ScriptEvent& event) const
+{
+    return std::count_if(missed_before.begin(), missed_before.end(), [&event](std::int64_t cycle) {
+        return cycle >= event.cycle && cycle <= event.last_cycle + 1;
+    });
+}
+
+std::string FormatStep(const ScriptEvent& event)
+{
+    const std::string done =
+        event.cycle < 0 ? "" : fmt::format(" (before cycle {}, {:.0f} us)", event.cycle, event.take_over_us);
+    const std::string problem = event.problem.empty() ? "" : "; REFUSED: " + event.problem;
+    return fmt::format("{:8.3f} s  {}{}{}", event.time_s, event.what, done, problem);
 }
 
 std::string FormatReport(const RunReport& report)
 {
     std::string text = fmt::format("\n{:<24}{:>10}{:>10}\n", "rms, nm", "before", "after");
-    text += FormatRow("surface, controlled", report.controlled_rms_nm);
-    text += FormatRow("surface, total", report.surface_rms_nm);
+    if (report.mirror_was_seen) {
+        text += FormatRow("surface, controlled", report.controlled_rms_nm);
+        text += FormatRow("surface, total", report.surface_rms_nm);
+    }
     text += FormatRow("edge sensors", report.edge_sensor_rms_nm);
     text += fmt::format("{:<24}{:>10}{:>10}{:>10}{:>10}{:>10}\n", "time, us", "min", "median", "99 %", "99.9 %", "max");
     text += FormatRow("cycle", report.cycle_time_us);
     text += FormatRow("task execution", report.execution_time_us);
     text += fmt::format("cycles                  {} of {}, {} missed{}\n", report.cycles_done, report.plan.cycles,
                         report.missed_cycles, report.plan.paced ? "" : " (not paced)");
+    if (!report.script.empty()) {
+        const auto done = std::count_if(report.script.begin(), report.script.end(),
+                                        [](const ScriptEvent& event) { return event.problem.empty(); });
+        std::int64_t missed = 0;
+        for (const ScriptEvent& event : report.script) {
+            missed += report.CountMissed(event);
+        }
+        text += fmt::format("script                  {} of {} steps done, {} cycles missed meanwhile\n", done,
+                            report.script.size(), missed);
+    }
     if (report.limited_commands > 0) {
         text += fmt::format("limited commands        {}\n", report.limited_commands);
     }
     text +=
         fmt::format("files                   {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
     text += report.interrupted ? "verdict                 interrupted\n"
-            : report.DidHold() ? "verdict                 the loop held\n"
+            : report.DidHold() ? (report.mirror_was_seen ? "verdict                 the loop held\n"
+                                                         : "verdict                 the frames were played back\n")
                                : "verdict                 the loop did NOT hold\n";
     return text;
 }

@@ -3,6 +3,7 @@
 #include "durations.hpp"
 #include "loopAnalysis.hpp"
 #include "runOptions.hpp"
+#include "scriptPlayer.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -30,6 +31,7 @@ struct RunReport
     Margins margins{};
     std::int64_t cycles_done = 0;
     std::int64_t missed_cycles = 0;
+    std::vector<std::int64_t> missed_before;  // the cycle after each missed instant
     std::int64_t limited_commands = 0;
     std::int64_t commands_not_finite = 0;
     std::optional<Percentiles> cycle_time_us;
@@ -37,14 +39,22 @@ struct RunReport
     BeforeAfter surface_rms_nm;
     BeforeAfter controlled_rms_nm;
     BeforeAfter edge_sensor_rms_nm;
+    std::vector<ScriptEvent> script;
+    bool mirror_was_seen = true;        // false: recorded frames were played instead
     std::vector<std::string> files;     // names in the output folder
     std::vector<std::string> problems;  // one line each
     bool interrupted = false;
 
     /// Whether the loop held: it ran to its end, every command was finite, and the controlled modes ended up smaller
-    /// than they were with the loop open.
+    /// than they were with the loop open. Of frames that were played back nothing needs to have become smaller.
     bool DidHold() const;
+
+    /// Missed instants that a step of the script may have caused.
+    std::int64_t CountMissed(const ScriptEvent& event) const;
 };
+
+/// A step of the script as it is told while the loop runs: one line.
+std::string FormatStep(const ScriptEvent& event);
 
 /// For people, several lines.
 std::string FormatReport(const RunReport& report);

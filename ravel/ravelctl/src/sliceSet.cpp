@@ -1,10 +1,27 @@
 #include "sliceSet.hpp"
 
+#include "recorderTools.hpp"
+
 #include <lumo/mirrorsim/geometry.hpp>
 
 #include <algorithm>
 
 namespace lumo::ravelctl {
+
+namespace {
+
+/// A slice's part of the masks and values for all modes.
+void Replace(const ModeSlice& modes, std::span<const float> mask, std::span<const float> values,
+             std::vector<bool>& slice_mask, std::vector<float>& slice_values)
+{
+    for (std::size_t i = 0; i < slice_mask.size(); ++i) {
+        const std::size_t mode = static_cast<std::size_t>(modes.first) + i;
+        slice_mask[i] = mask[mode] != 0.0F;
+        slice_values[i] = values[mode];
+    }
+}
+
+}  // namespace
 
 SliceSet::SliceSet(const mirrorsim::ControlModes& modes, int num_slices, const std::vector<float>& pid_params,
                    double period_s, const float* es_meas, int num_samples)
@@ -15,7 +32,10 @@ SliceSet::SliceSet(const mirrorsim::ControlModes& modes, int num_slices, const s
         slice->modes = mode_slice;
         slice->rec_in = ravelcore::Recorder("modes_in");
         slice->rec_out = ravelcore::Recorder("modes_out");
-        slice->captured.assign(static_cast<std::size_t>(mode_slice.count), 0.0F);
+        const auto count = static_cast<std::size_t>(mode_slice.count);
+        slice->captured.assign(count, 0.0F);
+        slice->pid_params.assign(count * ravelcore::NUM_PID_FILTER_PARAMS, 0.0F);
+        slice->channels.resize(count);
         slice->edc = std::make_unique<ravelcore::TaskEdc>(static_cast<int>(m_slices.size()), mirrorsim::NUM_PACT,
                                                           mirrorsim::NUM_ES, mode_slice.count, slice->rec_in,
                                                           slice->rec_out, num_samples);
@@ -46,11 +66,19 @@ std::vector<ravelcore::Task*> SliceSet::GetTasks() const
     return tasks;
 }
 
-void SliceSet::StartRecording()
+void SliceSet::StartRecording(bool loopback, int decimation)
 {
     for (const auto& slice : m_slices) {
-        slice->rec_in.Start(false, 0);
-        slice->rec_out.Start(false, 0);
+        slice->rec_in.Start(loopback, decimation);
+        slice->rec_out.Start(loopback, decimation);
+    }
+}
+
+void SliceSet::StopRecording()
+{
+    for (const auto& slice : m_slices) {
+        StopRecorder(slice->rec_in);
+        StopRecorder(slice->rec_out);
     }
 }
 
@@ -81,12 +109,72 @@ void SliceSet::CaptureReferences()
     }
 }
 
-void SliceSet::LeadReferences(float fraction)
+void SliceSet::SetReferences(float fraction, std::span<const float> offset_um)
 {
     for (const auto& slice : m_slices) {
-        std::transform(slice->captured.begin(), slice->captured.end(), slice->edc->m_modes_ref.begin(),
-                       [fraction](float captured) { return fraction * captured; });
+        const float* offset = offset_um.subspan(static_cast<std::size_t>(slice->modes.first)).data();
+        std::transform(slice->captured.begin(), slice->captured.end(), offset, slice->edc->m_modes_ref.begin(),
+                       [fraction](float captured, float added) { return fraction * captured + added; });
     }
+}
+
+void SliceSet::SetGains(std::span<const float> pid_params)
+{
+    constexpr auto NUM_PARAMS = static_cast<std::size_t>(ravelcore::NUM_PID_FILTER_PARAMS);
+    for (const auto& slice : m_slices) {
+        const auto own =
+            pid_params.subspan(static_cast<std::size_t>(slice->modes.first) * NUM_PARAMS, slice->pid_params.size());
+        std::copy(own.begin(), own.end(), slice->pid_params.begin());
+        std::vector<ravelcore::PidFilterContext>& channels = slice->edc->m_pid_filters;
+        std::copy(channels.begin(), channels.end(), slice->channels.begin());
+        slice->edc->SetPidFilters(slice->pid_params);  // clears the state
+        for (std::size_t i = 0; i < channels.size(); ++i) {
+            const ravelcore::PidFilterContext& before = slice->channels[i];
+            channels[i].ui = before.ui;
+            channels[i].ud = before.ud;
+            channels[i].last_meas = before.last_meas;
+            channels[i].internal1 = before.internal1;
+            channels[i].internal2 = before.internal2;
+        }
+    }
+}
+
+void SliceSet::SetPdc(std::span<const float> mask, std::span<const float> values)
+{
+    for (const auto& slice : m_slices) {
+        Replace(slice->modes, mask, values, slice->edc->m_pdc_mask, slice->edc->m_pdc_values);
+    }
+}
+
+void SliceSet::SetFdc(std::span<const float> mask, std::span<const float> values)
+{
+    for (const auto& slice : m_slices) {
+        Replace(slice->modes, mask, values, slice->edc->m_fdc_mask, slice->edc->m_fdc_values);
+    }
+}
+
+void SliceSet::SwapP2Edc(int slice, std::vector<float>& matrix)
+{
+    m_slices.at(static_cast<std::size_t>(slice))->edc->m_p2edc.swap(matrix);
+}
+
+void SliceSet::SwapPact2Modes(int slice, std::vector<float>& matrix)
+{
+    m_slices.at(static_cast<std::size_t>(slice))->edc->m_pact2modes.swap(matrix);
+}
+
+void SliceSet::SwapModes2Pact(int slice, std::vector<float>& matrix)
+{
+    m_slices.at(static_cast<std::size_t>(slice))->edc->m_modes2pact.swap(matrix);
+}
+
+std::vector<ModeSlice> SliceSet::GetModeSlices() const
+{
+    std::vector<ModeSlice> slices;
+    for (const auto& slice : m_slices) {
+        slices.push_back(slice->modes);
+    }
+    return slices;
 }
 
 void SliceSet::SetShortfall(std::span<const float> shortfall_um)
@@ -123,27 +211,13 @@ std::chrono::nanoseconds SliceSet::GetExecTime() const
     return longest;
 }
 
-void SliceSet::SaveModesIn(const std::filesystem::path& file) const
+std::vector<const ravelcore::Recorder*> SliceSet::GetRecorders(ravelcore::Recorder Slice::*recorder) const
 {
-    Save(file, "modes_in", &Slice::rec_in);
-}
-
-void SliceSet::SaveModesOut(const std::filesystem::path& file) const
-{
-    Save(file, "modes_out", &Slice::rec_out);
-}
-
-void SliceSet::Save(const std::filesystem::path& file, const char* name, ravelcore::Recorder Slice::*recorder) const
-{
-    if (m_slices.size() == 1) {  // spares a copy of what may be most of the memory
-        (m_slices.front().get()->*recorder).Save(file.string());
-        return;
-    }
-    std::vector<ravelcore::Recorder> recorders;
+    std::vector<const ravelcore::Recorder*> recorders;
     for (const auto& slice : m_slices) {
-        recorders.push_back(slice.get()->*recorder);
+        recorders.push_back(&(slice.get()->*recorder));
     }
-    ravelcore::SaveCombinedRecorders(file.string(), name, recorders);
+    return recorders;
 }
 
 }  // namespace lumo::ravelctl

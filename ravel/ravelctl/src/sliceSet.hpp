@@ -9,7 +9,6 @@
 #include <lumo/ravelcore/taskEdc.hpp>
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <span>
 #include <vector>
@@ -32,8 +31,9 @@ public:
     /// What a WorkerGroup runs, one task per slice. Thread: a slow one.
     std::vector<ravelcore::Task*> GetTasks() const;
 
-    /// Starts the recorders. Thread: a slow one, when the tasks are initialised.
-    void StartRecording();
+    /// Starts the recorders, as Recorder::Start; stops them.
+    void StartRecording(bool loopback, int decimation);
+    void StopRecording();
 
     /// The coming cycle. `first`: the loop closes in it.
     void PrepareCycle(double sync_time_s, bool first);
@@ -45,11 +45,27 @@ public:
     /// Opens or closes the loop: with the loop open the commands follow the measured modes.
     void SetClosed(bool closed);
 
-    /// Keeps the references of this cycle, from which LeadReferences leads.
+    /// Keeps the references of this cycle, from which SetReferences leads.
     void CaptureReferences();
 
-    /// References become `fraction` of the captured ones.
-    void LeadReferences(float fraction);
+    /// References become `fraction` of the captured ones plus `offset_um`, one value per mode.
+    void SetReferences(float fraction, std::span<const float> offset_um);
+
+    /// New parameters of all channels, 10 floats per mode; the channels keep their state, so that the integral term
+    /// goes on from where it is.
+    void SetGains(std::span<const float> pid_params);
+
+    /// Which measured modes are replaced (elements other than 0), and by what; one element per mode.
+    void SetPdc(std::span<const float> mask, std::span<const float> values);
+    void SetFdc(std::span<const float> mask, std::span<const float> values);
+
+    /// Exchanges a slice's matrix for a spare one of the same size, at no cost that depends on the size.
+    void SwapP2Edc(int slice, std::vector<float>& matrix);
+    void SwapPact2Modes(int slice, std::vector<float>& matrix);
+    void SwapModes2Pact(int slice, std::vector<float>& matrix);
+
+    /// The modes of each slice, in the order of the tasks.
+    std::vector<ModeSlice> GetModeSlices() const;
 
     /// What the actuators fell short of the last command, um, NUM_PACT values; the external anti-windup input.
     void SetShortfall(std::span<const float> shortfall_um);
@@ -63,9 +79,9 @@ public:
     /// The longest Execute of the last cycle among the slices.
     std::chrono::nanoseconds GetExecTime() const;
 
-    /// Writes the recorded modes of all slices side by side, in mode order. Thread: a slow one, after the run.
-    void SaveModesIn(const std::filesystem::path& file) const;
-    void SaveModesOut(const std::filesystem::path& file) const;
+    /// The recorders of all slices, in mode order. Thread: a slow one.
+    std::vector<const ravelcore::Recorder*> GetModesInRecorders() const { return GetRecorders(&Slice::rec_in); }
+    std::vector<const ravelcore::Recorder*> GetModesOutRecorders() const { return GetRecorders(&Slice::rec_out); }
 
 private:
     struct Slice
@@ -74,12 +90,14 @@ private:
         ravelcore::Recorder rec_in;
         ravelcore::Recorder rec_out;
         std::vector<float> captured;
+        std::vector<float> pid_params;                      // of its modes, on the way to the task
+        std::vector<ravelcore::PidFilterContext> channels;  // as they were before
         std::unique_ptr<ravelcore::TaskEdc> edc;
         std::unique_ptr<SliceTask> task;
     };
 
     void SetUp(const Slice& slice, ravelcore::TaskEdc& edc) const;
-    void Save(const std::filesystem::path& file, const char* name, ravelcore::Recorder Slice::*recorder) const;
+    std::vector<const ravelcore::Recorder*> GetRecorders(ravelcore::Recorder Slice::*recorder) const;
 
     const mirrorsim::ControlModes& m_modes;
     const std::vector<float>& m_pid_params;

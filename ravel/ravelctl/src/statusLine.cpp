@@ -43,6 +43,12 @@ void StatusLine::Update(const LoopProgress& progress)
     }
 }
 
+void StatusLine::Note(const std::string& text)
+{
+    m_out << (m_style == Style::Refresh ? "\r" : "") << text << (m_style == Style::Refresh ? "\x1b[K\n" : "\n")
+          << std::flush;
+}
+
 void StatusLine::Finish(const LoopProgress& progress)
 {
     if (m_style == Style::Quiet) {

@@ -29,7 +29,10 @@ public:
     /// Shows the progress if it is time to.
     void Update(const LoopProgress& progress);
 
-    /// Shows it once more and ends the line.
+    /// Prints a line that stays. Not for Quiet.
+    void Note(const std::string& text);
+
+    /// Shows the progress once more and ends the line.
     void Finish(const LoopProgress& progress);
 
     /// The line's text.

@@ -59,7 +59,7 @@ public:
     {
         QuietLog();
         workers.Start();
-        slices.StartRecording();
+        slices.StartRecording(false, 0);
     }
 
     static mirrorsim::MirrorConfig MakeConfig(const RunOptions& options)

@@ -1,0 +1,147 @@
+#include "runArguments.hpp"
+
+#include "argumentChecks.hpp"
+#include "error.hpp"
+
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+// Half of 600 modes fits a core's cache where all of them do not, and two cores are what every machine has. A number
+// that does not depend on the machine keeps the results of one seed the same to the last bit.
+constexpr int DEFAULT_WORKERS = 2;
+
+/// "MODE:HZ:NM", as in "5:2.5:100".
+mirrorsim::Tone ParseTone(const std::string& text)
+{
+    mirrorsim::Tone tone{};
+    long mode = 0;
+    double amplitude_nm = 0.0;
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%ld:%lf:%lf%n", &mode, &tone.frequency_hz, &amplitude_nm, &used) != 3 ||
+        static_cast<std::size_t>(used) != text.size() || !std::in_range<int>(mode)) {
+        throw InputError(fmt::format("--tone: expected MODE:HZ:NM, such as 5:2.5:100, but got {}", text));
+    }
+    tone.mode = static_cast<int>(mode);
+    tone.amplitude_um = amplitude_nm * 1.0e-3;
+    return tone;
+}
+
+/// Which of the three are named.
+void ReadRecord(const std::vector<std::string>& names, RecordOptions& record)
+{
+    record.modes = record.es = record.pact = false;
+    for (const std::string& name : names) {
+        bool* what = name == "modes"  ? &record.modes
+                     : name == "es"   ? &record.es
+                     : name == "pact" ? &record.pact
+                                      : nullptr;
+        if (what == nullptr) {
+            throw InputError(fmt::format("--record: expected some of modes, es and pact but got {}", name));
+        }
+        *what = true;
+    }
+}
+
+/// Without a number the option means the default.
+double ReadRecordLast(const std::string& text)
+{
+    constexpr double DEFAULT_S = 10.0;
+    if (text.empty()) {
+        return DEFAULT_S;
+    }
+    double seconds = 0.0;
+    if (!CLI::detail::lexical_cast(text, seconds)) {
+        throw InputError(fmt::format("--record-last: expected seconds but got {}", text));
+    }
+    return seconds;
+}
+
+/// What goes into the run and comes out of it beside the modes.
+void AddDataOptions(CLI::App& run, RunArguments& arguments)
+{
+    RunOptions& options = arguments.options;
+    run.add_option("--record", arguments.record, "What to record: some of modes, es, pact, with commas [modes]")
+        ->delimiter(',')
+        ->type_name("WHAT");
+    run.add_option("--record-decimation", options.record.decimation, "Record one in N cycles")
+        ->type_name("N")
+        ->capture_default_str();
+    run.add_option("--record-last", arguments.record_last, "Keep only the last S seconds [10 where S is left out]")
+        ->expected(0, 1)
+        ->type_name("S");
+    run.add_option("--play-es", options.play.es, "Play recorded edge-sensor frames instead of the simulated ones")
+        ->type_name("FILE");
+    run.add_option("--play-pact", options.play.pact, "Play recorded actuator frames instead of the simulated ones")
+        ->type_name("FILE");
+    run.add_option("--inject", options.inject.file,
+                   "Add samples, um, a column per mode, to the references once these have been led to 0")
+        ->type_name("FILE");
+    run.add_option("--inject-decimation", options.inject.decimation, "Cycles that each injected sample lasts")
+        ->type_name("N")
+        ->capture_default_str();
+    run.add_flag("--inject-loop", options.inject.loop, "Begin again after the last injected sample");
+    run.add_option("--script", options.script, "TOML file of changes to make while the loop runs")->type_name("FILE");
+}
+
+}  // namespace
+
+void AddRunOptions(CLI::App& run, RunArguments& arguments)
+{
+    RunOptions& options = arguments.options;
+    run.add_option("--modes", options.modes, "Control modes, 1 to 2390, the least stiff ones")->capture_default_str();
+    run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->capture_default_str();
+    run.add_option("--duration", options.duration_s,
+                   "Length of the run in seconds, open loop included [20, or as long as what is played]");
+    run.add_option("--open-loop", options.open_loop_s,
+                   "Seconds at the beginning with the loop open [a tenth of the duration]");
+    run.add_option("--workers", arguments.workers, "Worker threads; each controls a slice of the modes [2]");
+    run.add_option("--seed", options.seed, "Seed of everything random; equal seeds give equal bits")
+        ->check(CheckNotNegative)
+        ->capture_default_str();
+    run.add_option("--output", options.output, "Folder for the run's files [ravelctl-<time> here]");
+    run.add_flag("--overwrite", options.overwrite, "Replace the run that the output folder holds");
+    run.add_option("--matrices", options.matrices,
+                   "Folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]");
+    run.add_flag("--as-fast-as-possible", options.as_fast_as_possible, "Do not wait between cycles; same results");
+    run.add_option("--tone", arguments.tones,
+                   "Disturb mode MODE with a sine of HZ Hz and NM nm: MODE:HZ:NM; may be repeated")
+        ->type_name("MODE:HZ:NM");
+    AddDataOptions(run, arguments);
+    run.add_option("--log-config", options.log_config, "File of log4cplus properties [warnings to standard error]");
+    run.add_flag("--quiet", options.quiet, "Print nothing but errors");
+    run.footer(
+        "Examples:\n"
+        "  ravelctl run\n"
+        "  ravelctl run --modes 300 --workers 2 --duration 60 --output night1\n"
+        "  ravelctl run --as-fast-as-possible --duration 10 --tone 5:2.5:100\n"
+        "  ravelctl run --record modes,es,pact --output first\n"
+        "  ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second\n"
+        "  ravelctl run --inject chirp.fits --script changes.toml\n\n"
+        "Exit status: 0 the loop held and every file was written; 1 it did not; 2 bad input; 130 after Ctrl-C.");
+}
+
+RunOptions ReadRunOptions(const RunArguments& arguments)
+{
+    RunOptions options = arguments.options;
+    options.workers = arguments.workers.value_or(std::clamp(options.modes, 1, DEFAULT_WORKERS));
+    for (const std::string& tone : arguments.tones) {
+        options.tones.push_back(ParseTone(tone));
+    }
+    if (!arguments.record.empty()) {
+        ReadRecord(arguments.record, options.record);
+    }
+    if (arguments.record_last) {
+        options.record.last_s = ReadRecordLast(*arguments.record_last);
+    }
+    return options;
+}
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "cycleRequests.hpp"
+#include "runOptions.hpp"
+#include "script.hpp"
+
+#include <brisk/configurablePthreadActivity.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What became of one step of a script.
+struct ScriptEvent
+{
+    double time_s = 0.0;  // as the script says
+    std::string what;
+    std::string problem;             // why it was not done, or not all of it; empty when it was
+    std::int64_t cycle = -1;         // the first one with it
+    double take_over_us = 0.0;       // for which the cycle thread was busy with it, between two cycles
+    std::vector<std::string> files;  // saved, as seen from the run's output
+    std::int64_t last_cycle = -1;    // the last one that it may have slowed down: the end of a save
+};
+
+/// Plays a script: prepares each step ahead of its time in a thread of its own, and asks the cycle to take it over.
+/// A step that cannot be prepared, because of a file for instance, is refused as a whole, and the loop goes on.
+class ScriptPlayer : public brisk::ConfigurablePthreadActivity
+{
+public:
+    /// What a player works on; all of it outlives the player.
+    struct Loop
+    {
+        LiveParameters& parameters;
+        CycleRequests& requests;
+        Recordings& recordings;
+    };
+
+    ScriptPlayer(std::vector<ScriptStep> steps, const LoopPlan& plan, int num_modes, std::filesystem::path output,
+                 Loop loop);
+    ~ScriptPlayer() override;
+
+    /// What the steps need of the parameters' memory.
+    static LiveParameters::Matrices FindMatrices(const std::vector<ScriptStep>& steps);
+
+    void Run() override;
+
+    /// What has happened since this was asked for the last time. Thread: any one.
+    std::vector<ScriptEvent> TakeNews();
+
+    /// Everything that has happened. Thread: any, after the thread has been joined.
+    const std::vector<ScriptEvent>& GetEvents() const { return m_events; }
+
+private:
+    std::int64_t CycleOf(const ScriptStep& step) const;
+    void Play(const ScriptStep& step);
+    void Prepare(const ScriptStep& step);
+    void Save(const ScriptStep& step, ScriptEvent& event);
+    bool Request(CycleRequests::Kind kind, ScriptEvent& event);
+
+    const std::vector<ScriptStep> m_steps;
+    const LoopPlan m_plan;
+    const int m_num_modes;
+    const std::filesystem::path m_output;
+    Loop m_loop;
+    // What the masks and values are when all steps so far are taken over.
+    LiveParameters::Replacement m_pdc;
+    LiveParameters::Replacement m_fdc;
+    std::mutex m_mutex;
+    std::vector<ScriptEvent> m_events;  // guarded while the thread runs
+    std::size_t m_num_told = 0;
+};
+
+}  // namespace lumo::ravelctl
