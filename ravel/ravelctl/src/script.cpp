@@ -279,6 +279,7 @@ std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_mo
     std::vector<TomlTable> tables = root.GetTables("at");
     root.RefuseUnknownKeys();
     std::vector<ScriptStep> steps;
+    steps.reserve(tables.size());
     for (TomlTable& at : tables) {
         steps.push_back(ReadStep(at, num_modes, duration_s, steps));
     }
