@@ -132,7 +132,7 @@ void Controller::PlanTheRun()
         m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);
     }
     if (!m_options.script.empty()) {
-        m_script = LoadScript(m_options.script, m_options.modes, *m_options.duration_s);
+        m_script = LoadScript(m_options.script, m_options.modes, m_plan.TimeOf(m_plan.cycles - 1));
     }
 }
 

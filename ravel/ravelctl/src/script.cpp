@@ -198,6 +198,9 @@ void CheckFolderName(const TomlTable& at, const std::string& name)
     if (!plain) {
         at.Refuse("save", fmt::format("expected the name of a folder, not a path, but got '{}'", name));
     }
+    if (name.ends_with(".fits") || name.ends_with(".json")) {  // the run's own files stand in the same place
+        at.Refuse("save", fmt::format("expected the name of a folder, not of a file, but got '{}'", name));
+    }
 }
 
 /// Checks what a step says against the ones before it.
@@ -218,11 +221,11 @@ void CheckOrder(const TomlTable& at, const ScriptStep& step, const std::vector<S
     }
 }
 
-ScriptStep ReadStep(TomlTable& at, int num_modes, double duration_s, const std::vector<ScriptStep>& before)
+ScriptStep ReadStep(TomlTable& at, int num_modes, double last_s, const std::vector<ScriptStep>& before)
 {
     ScriptStep step;
     step.line = at.GetLine();
-    const std::optional<double> time_s = at.GetNumber("time", {.low = 0.0, .high = duration_s, .unit = "seconds"});
+    const std::optional<double> time_s = at.GetNumber("time", {.low = 0.0, .high = last_s, .unit = "seconds"});
     ReadGains(at, num_modes, step);
     ReadReferences(at, num_modes, step);
     step.pdc = ReadReplacement(at, "pdc", num_modes);
@@ -273,7 +276,7 @@ std::string DescribeReplacement(const char* name, const ReplacementChange& chang
 
 }  // namespace
 
-std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_modes, double duration_s)
+std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_modes, double last_s)
 {
     TomlTable root = TomlTable::Open(file);
     std::vector<TomlTable> tables = root.GetTables("at");
@@ -281,7 +284,7 @@ std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_mo
     std::vector<ScriptStep> steps;
     steps.reserve(tables.size());
     for (TomlTable& at : tables) {
-        steps.push_back(ReadStep(at, num_modes, duration_s, steps));
+        steps.push_back(ReadStep(at, num_modes, last_s, steps));
     }
     return steps;
 }

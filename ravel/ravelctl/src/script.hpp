@@ -59,9 +59,9 @@ struct ScriptStep
     std::string save;  // folder, below the run's output, for what was recorded so far
 };
 
-/// Reads and checks the whole script for a run of `num_modes` modes; the files that it names are not opened. Failure:
-/// InputError with file, line, what was expected and what came.
-std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_modes, double duration_s);
+/// Reads and checks the whole script for a run of `num_modes` modes whose last cycle begins at `last_s`; the files that
+/// it names are not opened. Failure: InputError with file, line, what was expected and what came.
+std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_modes, double last_s);
 
 /// One line for people, such as "gains of modes 0,3,10-19: kp = 0.5; P2EDC from other.fits".
 std::string Describe(const ScriptStep& step, int num_modes);

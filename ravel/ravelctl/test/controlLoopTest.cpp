@@ -121,7 +121,7 @@ TEST(ControlLoopTest, TheFirstClosedCycleTakesTheMeasuredModesAsReferencesAndThe
     loop.Start();
     const test::TestFolder folder;
     loop.loop.Run(Never);
-    loop.slices.SaveModesIn(folder / "modes_in.fits");
+    loop.slices.GetModesInRecorders().at(0)->Save((folder / "modes_in.fits").string());
     const test::Recording modes = test::LoadRecording(folder / "modes_in.fits");
     ASSERT_EQ(modes.rows, loop.plan.cycles);
     const auto rms = [&modes](std::int64_t row) {
@@ -143,7 +143,7 @@ TEST(ControlLoopTest, TimeStampsAreTheCyclesSynchronisationTimes)
     loop.Start();
     const test::TestFolder folder;
     loop.loop.Run(Never);
-    loop.slices.SaveModesOut(folder / "modes_out.fits");
+    loop.slices.GetModesOutRecorders().at(0)->Save((folder / "modes_out.fits").string());
     const test::Recording modes = test::LoadRecording(folder / "modes_out.fits");
     ASSERT_EQ(modes.timestamps.size(), static_cast<std::size_t>(loop.plan.cycles));
     for (std::size_t cycle = 0; cycle < modes.timestamps.size(); ++cycle) {

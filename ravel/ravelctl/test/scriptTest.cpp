@@ -374,6 +374,10 @@ TEST_F(ScriptTest, ANameThatIsNoPlainFolderIsRefused)
     }
     EXPECT_EQ(ChangeRefusal("save = \"a\\u0000b\""),
               "8: save: expected the name of a folder, not a path, but got 'a?b'");
+    for (const std::string name : {"es.fits", "summary.json"}) {
+        EXPECT_EQ(ChangeRefusal("save = '" + name + "'"),
+                  "8: save: expected the name of a folder, not of a file, but got '" + name + "'");
+    }
     for (const std::string name : {"...", ".a", "a b", "first.2"}) {
         EXPECT_EQ(LoadChange("save = '" + name + "'").save, name);
     }
