@@ -21,12 +21,9 @@ void CycleRequests::Arm(Kind kind)
 
 void CycleRequests::BeforeCycle(std::int64_t cycle, const std::function<bool()>& is_stopped)
 {
-    if (cycle < m_due.load(std::memory_order_acquire)) {
-        m_parameters.StagePiece();
-        return;
-    }
-    const Kind kind = AwaitArmed(cycle, is_stopped);
+    const Kind kind = AwaitDue(cycle, is_stopped);
     if (kind == Kind::None) {
+        m_parameters.StagePiece();
         return;
     }
     const auto begin = std::chrono::steady_clock::now();
@@ -37,15 +34,22 @@ void CycleRequests::BeforeCycle(std::int64_t cycle, const std::function<bool()>&
     m_armed.store(Kind::None, std::memory_order_release);  // pairs with the acquire in IsDone
 }
 
-CycleRequests::Kind CycleRequests::AwaitArmed(std::int64_t cycle, const std::function<bool()>& is_stopped) const
+/// The request that is due and armed.
+CycleRequests::Kind CycleRequests::AwaitDue(std::int64_t cycle, const std::function<bool()>& is_stopped) const
 {
     constexpr std::chrono::microseconds POLL{100};
-    Kind kind = m_armed.load(std::memory_order_acquire);
-    while (!m_paced && kind == Kind::None && cycle >= m_due.load(std::memory_order_acquire) && !is_stopped()) {
+    while (true) {
+        // In this order: a request that is seen to be armed comes with the cycle that was announced for it.
+        const Kind kind = m_armed.load(std::memory_order_acquire);
+        const bool is_due = cycle >= m_due.load(std::memory_order_acquire);
+        if (!is_due) {
+            return Kind::None;
+        }
+        if (kind != Kind::None || m_paced || is_stopped()) {
+            return kind;
+        }
         std::this_thread::sleep_for(POLL);
-        kind = m_armed.load(std::memory_order_acquire);
     }
-    return kind;
 }
 
 bool CycleRequests::Do(Kind kind)

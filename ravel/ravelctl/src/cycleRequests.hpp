@@ -63,7 +63,7 @@ public:
     void BeforeCycle(std::int64_t cycle, const std::function<bool()>& is_stopped);
 
 private:
-    Kind AwaitArmed(std::int64_t cycle, const std::function<bool()>& is_stopped) const;
+    Kind AwaitDue(std::int64_t cycle, const std::function<bool()>& is_stopped) const;
     bool Do(Kind kind);
 
     LiveParameters& m_parameters;

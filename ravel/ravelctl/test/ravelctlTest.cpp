@@ -212,6 +212,50 @@ TEST(RavelctlTest, ARunIsNotReplacedUnlessAskedFor)
     EXPECT_NE(test::ReadBytes(folder / "run" / "summary.json"), before);
 }
 
+TEST(RavelctlTest, AScriptTellsEachStepAsItIsDoneAndRefusesWhatCannotBeWhileTheLoopRunsOn)
+{
+    const test::TestFolder folder;
+    const std::string matrices = RAVELCTL_TEST_MATRICES;
+    test::WriteBytes(folder / "changes.toml",
+                     "[[at]]\ntime = 0.2\ngains = { kp = 0.5 }\n"
+                     "[[at]]\ntime = 0.3\np2edc = \"" +
+                         matrices +
+                         "/PACT2MODES.fits\"\n"
+                         "[[at]]\ntime = 0.4\nsave = \"first\"\n");
+    const ChildProcess::Result result =
+        RunChild(RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible", "--script",
+                                               (folder / "changes.toml").string()}));
+    EXPECT_THAT(result.out, HasSubstr("   0.200 s  gains of every mode: kp = 0.5 (before cycle 100, "));
+    EXPECT_THAT(result.out,
+                HasSubstr("   0.300 s  P2EDC from " + matrices + "/PACT2MODES.fits; REFUSED: Matrix P2EDC ("));
+    EXPECT_THAT(result.out, HasSubstr("   0.400 s  saves what was recorded into first (before cycle 200, "));
+    EXPECT_THAT(result.out, HasSubstr("script                  2 of 3 steps done, 0 cycles missed meanwhile\n"));
+    EXPECT_THAT(result.out, HasSubstr("the loop held"));
+    EXPECT_EQ(result.status, EXIT_FAILED) << "not everything that was asked for was done";
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr("script, at 0.3 s: Matrix P2EDC (" + matrices +
+                                      "/PACT2MODES.fits) has dimension [2390,2394], expecting [20,4788]"));
+    const nlohmann::json summary = ReadSummary(folder / "run");
+    EXPECT_EQ(summary.at("files"), nlohmann::json({"first/modes_in.fits", "first/modes_out.fits", "modes_in.fits",
+                                                   "modes_out.fits", "summary.json"}));
+    EXPECT_EQ(test::LoadRecording(folder / "run" / "first" / "modes_in.fits").rows, 200);
+    EXPECT_EQ(test::LoadRecording(folder / "run" / "modes_in.fits").rows, 99) << "the cycle of the save is left out";
+}
+
+TEST(RavelctlTest, AMistakeInAScriptIsNamedWithItsPlaceBeforeTheLoopCloses)
+{
+    const test::TestFolder folder;
+    const std::string script = (folder / "changes.toml").string();
+    test::WriteBytes(script, "[[at]]\ntime = 0.2\ngains = { kpp = 0.5 }\n");
+    const ChildProcess::Result result = RunChild(RunArguments(folder / "run", {"--script", script}));
+    EXPECT_EQ(result.status, EXIT_BAD_INPUT);
+    EXPECT_EQ(result.out, "");
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr(script + ":3:11: unknown key 'kpp'"));
+    EXPECT_THAT(result.err, HasSubstr("did you mean 'kp'?"));
+    EXPECT_FALSE(fs::exists(folder / "run"));
+}
+
 TEST(RavelctlTest, MakeModulationMakesItsFileAndSaysSoInOneLine)
 {
     const test::TestFolder folder;

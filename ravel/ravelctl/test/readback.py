@@ -1,4 +1,4 @@
-"""Reads the matrices, and the files of runs of one and of two workers, with tools that know nothing of our libraries.
+"""Reads the matrices, a modulation, and the files of runs of one and of two workers, with tools that know nothing of our libraries.
 
 verifyRun.py, beside this file, checks each run; the rest is what needs to know how the run was made.
 
@@ -20,6 +20,7 @@ CYCLES = 200
 NUM_MODES = 2390
 NUM_PACT = 2394
 NUM_ES = 4788
+NUM_SEGMENTS = 798
 MATRICES = {"P2EDC": (NUM_MODES, NUM_ES), "PACT2MODES": (NUM_MODES, NUM_PACT), "MODES2PACT": (NUM_PACT, NUM_MODES)}
 
 
@@ -64,6 +65,42 @@ def check_run(folder, workers):
     expect(folder, f"modes of {before} nm rms before", abs(open_rms - before) < 0.01 * before, True)
 
 
+def check_frames(ravelctl, matrices, fitsverify, folder):
+    """A run that records the front end's frames, one in two cycles, and a modulation."""
+    command = [ravelctl, "run", "--quiet", "--as-fast-as-possible", "--matrices", matrices, "--output", str(folder)]
+    command += ["--modes", str(MODES), "--workers", "2", "--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ)]
+    command += ["--record", "modes,es,pact", "--record-decimation", "2"]
+    subprocess.run(command, check=True)
+    rows = CYCLES // 2
+    frames = {}
+    for name, size in (("es", 18), ("pact", 6)):
+        path = folder / f"{name}.fits"
+        check_fits(fitsverify, path)
+        stamps, values = read_table(path, [("Timestamps", "1D", "s"), (name, f"{NUM_SEGMENTS * size}E", None)])
+        expect(path, "shape", values.shape, (rows, NUM_SEGMENTS * size))
+        expect(path, "time stamps", numpy.abs(stamps - (2 * numpy.arange(rows) + 1) / RATE_HZ).max() < 1e-9, True)
+        frames[name] = values.reshape(rows, NUM_SEGMENTS, size)
+    # The modes again, by other means: the sensors' readings are the first 6 values of each segment.
+    p2edc = fits.getdata(pathlib.Path(matrices) / "P2EDC.fits", 1)["P2EDC"][:MODES].astype(float)
+    readings = frames["es"][:, :, :6].reshape(rows, NUM_ES).astype(float)
+    modes = fits.getdata(folder / "modes_in.fits", 1)["modes_in"]
+    error = numpy.abs(readings @ p2edc.T - modes).max() / numpy.abs(modes).max()
+    expect(folder, f"modes as the recorded readings give them (error {error})", error < 1e-4, True)
+    expect(folder, "positions that move", float(numpy.ptp(frames["pact"][:, :, :3], axis=0).max()) > 0.01, True)
+
+
+def check_modulation(ravelctl, fitsverify, path):
+    command = [ravelctl, "make-modulation", "sine", "--output", str(path), "--modes", str(MODES), "--on", "3"]
+    subprocess.run(command + ["--rate", "250", "--duration", "1", "--frequency", "5"], check=True, capture_output=True)
+    check_fits(fitsverify, path)
+    with fits.open(path) as hdus:
+        expect(path, "columns", [column.format for column in hdus[1].columns], [f"{MODES}E"])
+        values = numpy.array(hdus[1].data.field(0))
+    sine = 0.1 * numpy.sin(2 * numpy.pi * 5 * numpy.arange(250) / 250)
+    expect(path, "a sine on mode 3", numpy.abs(values[:, 3] - sine).max() < 1e-7, True)
+    expect(path, "nothing on the other modes", not numpy.delete(values, 3, axis=1).any(), True)
+
+
 def check_matrices(folder, fitsverify):
     for name, (rows, cols) in MATRICES.items():
         path = folder / f"{name}.fits"
@@ -84,7 +121,9 @@ def main():
             command += ["--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ), "--seed", "7"]
             subprocess.run(command, check=True)
             check_run(folder, workers)
-    print("the files of both runs and the matrices are as they should be")
+        check_frames(ravelctl, matrices, fitsverify, pathlib.Path(directory) / "frames")
+        check_modulation(ravelctl, fitsverify, pathlib.Path(directory) / "sine.fits")
+    print("the files of the runs and the matrices are as they should be")
 
 
 main()
