@@ -1,5 +1,6 @@
 #include <lumo/ravelcore/feMeas.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -20,29 +21,32 @@ static_assert(ES_SAMPLE_SIZE == 14364 && PACT_SAMPLE_SIZE == 4788);
 constexpr std::array ES_BLOCKS = {&EsMeas::block1, &EsMeas::block3, &EsMeas::block2};
 constexpr std::array PACT_BLOCKS = {&PactMeas::block1, &PactMeas::block2};
 
-template <typename Record, typename Blocks>
-void AddSegments(const Record& record, const Blocks& blocks, std::size_t values_per_segment,
-                 std::vector<float>& samples)
+// A segment's values of all blocks lie side by side in the sample: the size of the inner loops is known here, so that
+// they are copies of a few registers and not calls.
+
+template <std::size_t VALUES_PER_SEGMENT, const auto& BLOCKS, typename Record>
+void AddSegments(const Record& record, std::vector<float>& samples)
 {
+    const std::size_t old_size = samples.size();
+    samples.resize(old_size + NUM_SEGMENTS * BLOCKS.size() * VALUES_PER_SEGMENT);  // once: all of it or nothing
+    float* next = samples.data() + old_size;
     for (std::size_t segment = 0; segment < NUM_SEGMENTS; ++segment) {
-        for (const auto block : blocks) {
-            const float* values = (record.*block).data() + segment * values_per_segment;
-            samples.insert(samples.end(), values, values + values_per_segment);
+        for (const auto block : BLOCKS) {
+            next = std::copy_n(&(record.*block)[segment * VALUES_PER_SEGMENT], VALUES_PER_SEGMENT, next);
         }
     }
 }
 
-template <typename Record, typename Blocks>
-void CopySegments(int start, const std::vector<float>& samples, const Blocks& blocks, std::size_t values_per_segment,
-                  Record& record)
+/// Copies one segment, which begins at element `start`.
+template <std::size_t VALUES_PER_SEGMENT, const auto& BLOCKS, typename Record>
+void CopySegment(std::size_t start, const std::vector<float>& samples, std::size_t segment, Record& record)
 {
-    auto next = static_cast<std::size_t>(start);
-    for (std::size_t segment = 0; segment < NUM_SEGMENTS; ++segment) {
-        for (const auto block : blocks) {
-            for (std::size_t j = 0; j < values_per_segment; ++j) {
-                (record.*block)[segment * values_per_segment + j] = samples[next++];  // element access is checked
-            }
-        }
+    // Element access is checked, here at both ends: a start below 0 fails at the first, a short sample at the last.
+    const float* next = &samples[start];
+    static_cast<void>(samples[start + BLOCKS.size() * VALUES_PER_SEGMENT - 1]);
+    for (const auto block : BLOCKS) {
+        std::copy_n(next, VALUES_PER_SEGMENT, &(record.*block)[segment * VALUES_PER_SEGMENT]);
+        next += VALUES_PER_SEGMENT;
     }
 }
 
@@ -79,23 +83,32 @@ void FillRandomly(Record& record, const Blocks& blocks, std::size_t values_per_s
 
 void AddFeMeasToSamples(const EsMeas& record, std::vector<float>& samples)
 {
-    AddSegments(record, ES_BLOCKS, ES_VALUES_PER_SEGMENT, samples);
+    AddSegments<ES_VALUES_PER_SEGMENT, ES_BLOCKS>(record, samples);
 }
 
 void AddFeMeasToSamples(const PactMeas& record, std::vector<float>& samples)
 {
-    AddSegments(record, PACT_BLOCKS, PACT_VALUES_PER_SEGMENT, samples);
+    AddSegments<PACT_VALUES_PER_SEGMENT, PACT_BLOCKS>(record, samples);
 }
 
 void CopySampleToFeMeas(int start, const std::vector<float>& samples, EsMeas& record)
 {
-    CopySegments(start, samples, ES_BLOCKS, ES_VALUES_PER_SEGMENT, record);
-    ClearStatus(record);
+    constexpr std::size_t SEGMENT_SIZE = ES_SAMPLE_SIZE / NUM_SEGMENTS;
+    auto next = static_cast<std::size_t>(start);
+    for (std::size_t segment = 0; segment < NUM_SEGMENTS; ++segment, next += SEGMENT_SIZE) {
+        CopySegment<ES_VALUES_PER_SEGMENT, ES_BLOCKS>(next, samples, segment, record);
+        record.status1[segment] = 0;
+        record.status2[segment] = 0;
+    }
 }
 
 void CopySampleToFeMeas(int start, const std::vector<float>& samples, PactMeas& record)
 {
-    CopySegments(start, samples, PACT_BLOCKS, PACT_VALUES_PER_SEGMENT, record);
+    constexpr std::size_t SEGMENT_SIZE = PACT_SAMPLE_SIZE / NUM_SEGMENTS;
+    auto next = static_cast<std::size_t>(start);
+    for (std::size_t segment = 0; segment < NUM_SEGMENTS; ++segment, next += SEGMENT_SIZE) {
+        CopySegment<PACT_VALUES_PER_SEGMENT, PACT_BLOCKS>(next, samples, segment, record);
+    }
 }
 
 void InitFeMeas(EsMeas& record, int tag, double time, float value)

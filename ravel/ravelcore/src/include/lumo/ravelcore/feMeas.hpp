@@ -23,7 +23,7 @@ inline constexpr std::size_t PACT_SAMPLE_SIZE = nodeio::NUM_SEGMENTS * 2 * nodei
 /// Appends one sample to `samples`.
 /// Thread:    any that owns both.
 /// Real time: yes where `samples` has the capacity (reserve it); otherwise the vector grows.
-/// Failure:   none; what `samples` held before stays.
+/// Failure:   std::bad_alloc where the vector cannot grow; `samples` is then as it was.
 RAVELCORE_API void AddFeMeasToSamples(const nodeio::EsMeas& record, std::vector<float>& samples);
 RAVELCORE_API void AddFeMeasToSamples(const nodeio::PactMeas& record, std::vector<float>& samples);
 
@@ -31,7 +31,8 @@ RAVELCORE_API void AddFeMeasToSamples(const nodeio::PactMeas& record, std::vecto
 /// the PACT record's stay as they are; neither header is touched.
 /// Thread:    any that owns the record.
 /// Real time: yes.
-/// Failure:   a sample that is too short ends the process where the data runs out; the segments before are written.
+/// Failure:   a sample that is too short ends the process in the segment where the data runs out; the segments before
+///            are written.
 RAVELCORE_API void CopySampleToFeMeas(int start, const std::vector<float>& samples, nodeio::EsMeas& record);
 RAVELCORE_API void CopySampleToFeMeas(int start, const std::vector<float>& samples, nodeio::PactMeas& record);
 
