@@ -41,7 +41,7 @@ public:
     /// Real time: no.
     /// Failure:   while playing: brisk::Assert, and nothing changes. Otherwise what LoadMatrix throws, and
     ///            brisk::Exception for rows of another length: the samples are then lost but not their number, so Set
-    ///            or Load again before Start.
+    ///            or Load again before Start; playing what is not there ends the process.
     void Load(const std::string& file_name);
 
     /// Writes the samples to a matrix file; without any, a warning and no file.
@@ -52,9 +52,8 @@ public:
 
     /// Plays from the first sample. Without samples, a warning, and nothing changes.
     /// Thread:    a slow one; also while playing.
-    /// Data:      `loopback`: begin again after the last sample. `decimation` d: each sample is handed out d times; 0
-    /// and
-    ///            negative ones mean once.
+    /// Data:      `loopback`: begin again after the last sample. `decimation` d: each sample is handed out d times;
+    ///            0 and negative ones mean once.
     void Start(bool loopback, int decimation);
 
     /// Ends playback; does nothing when nothing plays. Thread: a slow one.
@@ -63,9 +62,8 @@ public:
     /// The sample of this cycle.
     /// Thread:    the real-time one (one consumer).
     /// Real time: yes; no text even with TRACE on.
-    /// Data:      returns GetSampleSize() floats, valid until the next Set or Load; `sample_number` becomes the
-    /// sample's
-    ///            number, counted from 1, and stays as it is where the idle sample is returned. After the last sample,
+    /// Data:      returns GetSampleSize() floats, valid until the next Set or Load; `sample_number` becomes the number
+    ///            of the sample, counted from 1, and stays as it is where the idle sample is returned. After the last,
     ///            without loopback, it returns a pointer to float number GetNumSamples() - 1 of all floats, which is no
     ///            sample unless the sample size is 1, until Stop or Start: stop in time.
     /// Failure:   an index out of range is reported with brisk::Assert, and the idle sample returned.
