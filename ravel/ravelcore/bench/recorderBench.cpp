@@ -1,12 +1,11 @@
+#include "support/longestCall.hpp"
+
 #include <lumo/ravelcore/logger.hpp>
 #include <lumo/ravelcore/recorder.hpp>
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -16,32 +15,9 @@
 namespace {
 
 using lumo::ravelcore::Recorder;
+using lumo::ravelcore::bench::MeasureWithLongest;
 
 constexpr std::size_t SAMPLE_SIZE = 600;
-constexpr int NUM_TIMED_ONE_BY_ONE = 20000;
-
-/// The longest of many single calls, which a mean hides. Reading the clock is part of it.
-template <typename Call>
-void ReportMaximum(benchmark::State& state, Call&& call)
-{
-    using Clock = std::chrono::steady_clock;
-    std::int64_t longest = 0;
-    for (int i = 0; i < NUM_TIMED_ONE_BY_ONE; ++i) {
-        const Clock::time_point start = Clock::now();
-        call();
-        longest = std::max<std::int64_t>(longest, (Clock::now() - start) / std::chrono::nanoseconds(1));
-    }
-    state.counters["max_ns"] = static_cast<double>(longest);
-}
-
-template <typename Call>
-void Measure(benchmark::State& state, Call&& call)
-{
-    for (auto _ : state) {
-        call();
-    }
-    ReportMaximum(state, call);
-}
 
 void PlainCopy(benchmark::State& state)
 {
@@ -49,7 +25,7 @@ void PlainCopy(benchmark::State& state)
     const std::vector<float> sample(SAMPLE_SIZE, 1.0F);
     std::vector<float> samples(capacity * SAMPLE_SIZE);
     std::size_t slot = 0;
-    Measure(state, [&] {
+    MeasureWithLongest(state, [&] {
         std::memcpy(&samples[slot * SAMPLE_SIZE], sample.data(), SAMPLE_SIZE * sizeof(float));
         benchmark::ClobberMemory();
         slot = slot + 1 == capacity ? 0 : slot + 1;
@@ -64,7 +40,7 @@ void MeasureAddSample(benchmark::State& state, bool loopback, int decimation)
     recorder.Init(static_cast<int>(state.range(0)), static_cast<int>(SAMPLE_SIZE));
     recorder.Start(loopback, decimation);
     double timestamp = 0.0;
-    Measure(state, [&] { recorder.AddSample(timestamp += 0.002, sample.data()); });
+    MeasureWithLongest(state, [&] { recorder.AddSample(timestamp += 0.002, sample.data()); });
 }
 
 void AddSampleLoopback(benchmark::State& state)
@@ -88,7 +64,7 @@ void AddSampleUntilFull(benchmark::State& state)
     recorder.Init(capacity, static_cast<int>(SAMPLE_SIZE));
     recorder.Start(false, 0);
     int num_samples = 0;
-    Measure(state, [&] {
+    MeasureWithLongest(state, [&] {
         if (num_samples == capacity) {
             recorder.Start(false, 0);
             num_samples = 0;
@@ -105,7 +81,7 @@ void AddSampleWhileStopped(benchmark::State& state)
     const std::vector<float> sample(SAMPLE_SIZE, 1.0F);
     Recorder recorder("bench");
     recorder.Init(100, static_cast<int>(SAMPLE_SIZE));
-    Measure(state, [&] { recorder.AddSample(1.0, sample.data()); });
+    MeasureWithLongest(state, [&] { recorder.AddSample(1.0, sample.data()); });
 }
 BENCHMARK(AddSampleWhileStopped);
 
