@@ -41,7 +41,7 @@ public:
     /// Real time: no.
     /// Failure:   while playing: brisk::Assert, and nothing changes. Otherwise what LoadMatrix throws, and
     ///            brisk::Exception for rows of another length: the samples are then lost but not their number, so Set
-    ///            or Load again before Start; playing what is not there ends the process.
+    ///            or Load again before Start: nobody checks what plays.
     void Load(const std::string& file_name);
 
     /// Writes the samples to a matrix file; without any, a warning and no file.
