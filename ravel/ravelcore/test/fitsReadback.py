@@ -20,6 +20,8 @@ EXPECTED = {
     "recording.fits": ("modes_in", 90, 7, True),
     "scalar.fits": ("one", 4, 1, True),
     "replaced.fits": ("new", 1, 2, False),
+    "modulation.fits": ("tone", 4, 6, False),
+    "parameters.fits": ("offsets", 1, 600, False),
 }
 
 

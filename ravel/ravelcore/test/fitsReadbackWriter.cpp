@@ -1,3 +1,5 @@
+#include <lumo/ravelcore/doubleBuffer.hpp>
+#include <lumo/ravelcore/modulation.hpp>
 #include <lumo/ravelcore/utils.hpp>
 
 #include <log4cplus/logger.h>
@@ -39,6 +41,12 @@ int main(int argc, char** argv)
         SaveMatrixWithTimestamps(directory + "scalar.fits", "one", 4, 1, matrix(4, 1), timestamps);
         SaveMatrix(directory + "replaced.fits", "old", 50, 50, matrix(50, 50));
         SaveMatrix(directory + "replaced.fits", "new", 1, 2, matrix(1, 2));
+        Modulation modulation("tone", 6, 0.0F);
+        modulation.Set(matrix(1, 4 * 6 + 5));  // the last sample is not whole
+        modulation.Save(directory + "modulation.fits");
+        DoubleBuffer parameters("offsets", 600);
+        parameters.Set(matrix(1, 600));
+        parameters.Save(directory + "parameters.fits");
     } catch (const std::exception& exception) {
         std::cerr << exception.what() << '\n';
         return EXIT_FAILURE;
