@@ -183,7 +183,11 @@ void Controller::CheckResources() const
         COPIES * modes * sizeof(float) *
         ((live.p2edc ? mirrorsim::NUM_ES : 0U) + (live.pact2modes ? mirrorsim::NUM_PACT : 0U) +
          (live.modes2pact ? mirrorsim::NUM_PACT : 0U));
-    CheckMemory(recorded + saving + matrices + exchanged + SurfaceLog::MAX_BYTES, "matrices and recordings");
+    CheckMemory(recorded + saving + matrices + exchanged + SurfaceLog::MAX_BYTES,
+                fmt::format("matrices ({}), recordings ({}) and saving them ({})", FormatBytes(matrices + exchanged),
+                            FormatBytes(recorded), FormatBytes(saving)),
+                "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
+                "--record-last");
     constexpr std::uint64_t HEADERS = 100'000;  // of the files, and the summary
     PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + HEADERS);
 }

@@ -81,7 +81,8 @@ void MakeModulationFile(const ModulationOptions& options, std::ostream& out)
     const std::uint64_t values_bytes =
         static_cast<std::uint64_t>(plan.samples) * static_cast<std::uint64_t>(options.modes) * sizeof(float);
     CheckMemory(COPIES * values_bytes,
-                fmt::format("{} of {}", Count(plan.samples, "sample"), Count(options.modes, "mode")));
+                fmt::format("{} of {}", Count(plan.samples, "sample"), Count(options.modes, "mode")),
+                "make a shorter one, or one for fewer modes");
     const fs::path file = fs::absolute(options.output);
     ravelcore::Modulation modulation("MODULATION", options.modes, 0.0F);
     modulation.Set(MakeModulation(options));

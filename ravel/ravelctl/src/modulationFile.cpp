@@ -21,7 +21,8 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
     }
     const std::uint64_t bytes = fs::file_size(found);
     constexpr std::uint64_t COPIES = 4;  // the file layer has three of its own
-    CheckMemory(COPIES * bytes, fmt::format("{}: the samples of {}", option, file.string()));
+    CheckMemory(COPIES * bytes, fmt::format("{}: the samples of {}", option, file.string()),
+                "free some, or use a shorter file");
     constexpr std::uint64_t MUCH = 100'000'000;
     if (bytes > MUCH) {
         say(fmt::format("reading {} ({})", file.string(), FormatBytes(bytes)));

@@ -59,14 +59,12 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
     }
 }
 
-void CheckMemory(std::uint64_t needed_bytes, const std::string& what)
+void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy)
 {
     const std::uint64_t available = AvailableMemory();
     if (available != 0 && needed_bytes > available) {
-        throw InputError(
-            fmt::format("{} need {} of memory but the machine has {} to spare; run for a shorter time or "
-                        "with fewer modes",
-                        what, FormatBytes(needed_bytes), FormatBytes(available)));
+        throw InputError(fmt::format("{} need {} of memory but the machine has {} to spare; {}", what,
+                                     FormatBytes(needed_bytes), FormatBytes(available), remedy));
     }
 }
 

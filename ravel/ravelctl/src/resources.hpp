@@ -12,8 +12,9 @@ namespace lumo::ravelctl {
 /// Failure: InputError that says what stands in the way and what to do; an empty folder may be left behind.
 void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes);
 
-/// Checks that the machine has `needed_bytes` of memory to spare for `what`. Failure: InputError with both figures.
-void CheckMemory(std::uint64_t needed_bytes, const std::string& what);
+/// Checks that the machine has `needed_bytes` of memory to spare for `what`. Failure: InputError with both figures
+/// and what to do (`remedy`).
+void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy);
 
 /// Bytes that /proc/meminfo says are available; 0 where it does not say.
 std::uint64_t AvailableMemory();

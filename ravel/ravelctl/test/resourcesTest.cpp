@@ -69,10 +69,10 @@ TEST(ResourcesTest, ADiskThatIsTooFullIsRefusedWithBothFigures)
 TEST(ResourcesTest, MoreMemoryThanThereIsIsRefusedWithBothFigures)
 {
     ASSERT_GT(AvailableMemory(), 0U);
-    EXPECT_NO_THROW(CheckMemory(1, "recordings"));
-    const std::string line = ThrownLine<InputError>([] { CheckMemory(TOO_MUCH, "recordings"); });
+    EXPECT_NO_THROW(CheckMemory(1, "recordings", "record less"));
+    const std::string line = ThrownLine<InputError>([] { CheckMemory(TOO_MUCH, "recordings", "record less"); });
     EXPECT_THAT(line, HasSubstr("recordings need " + FormatBytes(TOO_MUCH)));
-    EXPECT_THAT(line, HasSubstr("to spare"));
+    EXPECT_THAT(line, HasSubstr(" to spare; record less"));
 }
 
 TEST(ResourcesTest, AllowedCpusAreThoseOfThisProcessAscending)
