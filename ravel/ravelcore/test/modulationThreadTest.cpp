@@ -157,7 +157,7 @@ TEST_F(ModulationThreadTest, StartAndStopWhileThePlayerRunsNeverTearASampleOrSki
 {
     m_sut.Set(MakeSamples(0.0F));
     Player player(m_sut);
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 500; ++i) {
         m_sut.Start(i % 2 == 0, i % 5 - 1);
         if (i % 7 != 0) {
             player.AwaitCall();
@@ -172,7 +172,7 @@ TEST_F(ModulationThreadTest, StartAndStopWhileThePlayerRunsNeverTearASampleOrSki
 TEST_F(ModulationThreadTest, StartThatLowersTheDecimationNeverLeavesThePlayerOnOneSample)
 {
     // A start in the middle of a call that counts for the old decimation may leave a count above the new one.
-    constexpr int NUM_STARTS = 20000;
+    constexpr int NUM_STARTS = 10000;
     m_log.SetLevel(log4cplus::INFO_LOG_LEVEL);  // brief starts
     m_sut.Set(MakeSamples(0.0F));
     std::atomic<bool> stop{false};
@@ -206,7 +206,7 @@ TEST_F(ModulationThreadTest, StartThatLowersTheDecimationNeverLeavesThePlayerOnO
 TEST_F(ModulationThreadTest, NewSamplesWhileStoppedAreNeverMixedWithOldOnes)
 {
     Player player(m_sut);
-    for (int generation = 1; generation <= 1000; ++generation) {
+    for (int generation = 1; generation <= 300; ++generation) {
         m_sut.Set(MakeSamples(GENERATION * static_cast<float>(generation)));
         m_sut.Start(generation % 2 == 0, 0);
         player.AwaitCall();
