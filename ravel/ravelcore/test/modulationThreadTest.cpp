@@ -157,7 +157,7 @@ TEST_F(ModulationThreadTest, StartAndStopWhileThePlayerRunsNeverTearASampleOrSki
 {
     m_sut.Set(MakeSamples(0.0F));
     Player player(m_sut);
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 200; ++i) {
         m_sut.Start(i % 2 == 0, i % 5 - 1);
         if (i % 7 != 0) {
             player.AwaitCall();
@@ -206,7 +206,7 @@ TEST_F(ModulationThreadTest, StartThatLowersTheDecimationNeverLeavesThePlayerOnO
 TEST_F(ModulationThreadTest, NewSamplesWhileStoppedAreNeverMixedWithOldOnes)
 {
     Player player(m_sut);
-    for (int generation = 1; generation <= 300; ++generation) {
+    for (int generation = 1; generation <= 100; ++generation) {
         m_sut.Set(MakeSamples(GENERATION * static_cast<float>(generation)));
         m_sut.Start(generation % 2 == 0, 0);
         player.AwaitCall();
