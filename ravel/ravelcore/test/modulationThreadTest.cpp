@@ -197,6 +197,7 @@ TEST_F(ModulationThreadTest, StartThatLowersTheDecimationNeverLeavesThePlayerOnO
             const std::uint32_t before = num_changes.load(std::memory_order_relaxed);
             while (num_changes.load(std::memory_order_relaxed) - before < 4 && !HasFailure()) {
                 EXPECT_LT(num_repeats.load(std::memory_order_relaxed), 1000) << "stuck after start " << i;
+                std::this_thread::yield();
             }
         }
         stop.store(true, std::memory_order_relaxed);
