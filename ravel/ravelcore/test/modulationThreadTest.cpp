@@ -172,7 +172,7 @@ TEST_F(ModulationThreadTest, StartAndStopWhileThePlayerRunsNeverTearASampleOrSki
 TEST_F(ModulationThreadTest, StartThatLowersTheDecimationNeverLeavesThePlayerOnOneSample)
 {
     // A start in the middle of a call that counts for the old decimation may leave a count above the new one.
-    constexpr int NUM_STARTS = 10000;
+    constexpr int NUM_STARTS = 4000;
     m_log.SetLevel(log4cplus::INFO_LOG_LEVEL);  // brief starts
     m_sut.Set(MakeSamples(0.0F));
     std::atomic<bool> stop{false};
