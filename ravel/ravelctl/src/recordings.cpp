@@ -39,6 +39,7 @@ Recordings::Recordings(const RecordingPlan& plan, SliceSet& slices)
 void Recordings::Start()
 {
     m_cycles = 0;
+    m_is_recording = true;
     if (m_plan.modes) {
         m_slices.StartRecording(m_plan.loopback, m_plan.decimation);
     }
@@ -49,6 +50,7 @@ void Recordings::Start()
 
 void Recordings::Stop()
 {
+    m_is_recording = false;
     m_slices.StopRecording();
     StopRecorder(m_es);
     StopRecorder(m_pact);
@@ -56,6 +58,9 @@ void Recordings::Stop()
 
 void Recordings::Add(double sync_time_s, const mirrorsim::EsRecord& es, const mirrorsim::PactRecord& pact)
 {
+    if (!m_is_recording) {  // a slow thread may be saving: it reads the count
+        return;
+    }
     ++m_cycles;
     if (m_plan.es) {
         AddFrame(sync_time_s, es, m_sample, m_es);

@@ -32,7 +32,7 @@ public:
     /// Thread: the cycle's. Real time: yes.
     void Add(double sync_time_s, const mirrorsim::EsRecord& es, const mirrorsim::PactRecord& pact);
 
-    /// Cycles since Start. Thread: the cycle's, or a slow one while nothing is recorded.
+    /// Cycles from Start to Stop. Thread: the cycle's, or a slow one while nothing is recorded.
     std::int64_t GetCycles() const { return m_cycles; }
 
     /// Writes what is recorded, whole file after whole file: modes_in.fits, modes_out.fits, es.fits, pact.fits. `done`
@@ -51,6 +51,7 @@ private:
     ravelcore::Recorder m_pact;
     std::vector<float> m_sample;  // one, as it goes to a recorder
     std::int64_t m_cycles = 0;
+    bool m_is_recording = false;  // the cycle's
 };
 
 }  // namespace lumo::ravelctl
