@@ -108,6 +108,12 @@ void ScriptPlayer::Play(const ScriptStep& step)
             }
         }
         if (!step.save.empty()) {
+            if (!Request(CycleRequests::Kind::StopRecording, event)) {
+                if (event.cycle < 0) {
+                    return;
+                }
+                throw RunError("the run ended before the recordings were saved");
+            }
             Save(step, event);
         }
     } catch (const std::exception& e) {
@@ -163,7 +169,7 @@ bool ScriptPlayer::Request(CycleRequests::Kind kind, ScriptEvent& event)
     constexpr std::chrono::microseconds POLL{500};
     m_loop.requests.Arm(kind);
     while (!m_loop.requests.IsDone()) {
-        if (IsStopRequested()) {
+        if (IsStopRequested() && !m_loop.requests.IsDone()) {  // asked again: the cycle may have come to it last
             return false;
         }
         std::this_thread::sleep_for(POLL);
@@ -177,11 +183,9 @@ bool ScriptPlayer::Request(CycleRequests::Kind kind, ScriptEvent& event)
     return true;
 }
 
+/// Saves what was recorded, recording being stopped, and lets recording begin anew.
 void ScriptPlayer::Save(const ScriptStep& step, ScriptEvent& event)
 {
-    if (!Request(CycleRequests::Kind::StopRecording, event)) {
-        throw RunError("the run ended before");
-    }
     const std::filesystem::path folder = m_output / step.save;
     std::string failure;
     std::error_code error;
@@ -194,9 +198,12 @@ void ScriptPlayer::Save(const ScriptStep& step, ScriptEvent& event)
             [&failure](const std::string& why) { failure = why; });
     }
     m_loop.requests.Announce(event.last_cycle + 1);
-    Request(CycleRequests::Kind::StartRecording, event);
+    const bool goes_on = Request(CycleRequests::Kind::StartRecording, event);
     if (!failure.empty()) {
         throw RunError(failure);
+    }
+    if (!goes_on) {
+        m_loop.recordings.Start();  // no cycle runs any more; what is saved is not to be saved once more
     }
 }
 

@@ -28,6 +28,7 @@ struct ScriptEvent
 
 /// Plays a script: prepares each step ahead of its time in a thread of its own, and asks the cycle to take it over.
 /// A step that cannot be prepared, because of a file for instance, is refused as a whole, and the loop goes on.
+/// It is stopped after the cycle has ended; a step that the run did not get to is then no event.
 class ScriptPlayer : public brisk::ConfigurablePthreadActivity
 {
 public:
