@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cstdint>
 #include <numeric>
 
 namespace lumo::ravelctl {
@@ -14,30 +12,13 @@ namespace {
 
 using ravelcore::PidFilterContext;
 using ravelcore::test::AllocationGuard;
+using test::AreSameBits;
 using test::SliceRig;
 using testing::ElementsAre;
 using testing::Field;
 
 constexpr int NUM_MODES = 5;
 constexpr int NUM_SLICES = 3;  // 2 + 2 + 1 modes
-
-/// Equal bit for bit; the first difference in words.
-testing::AssertionResult AreSameBits(const std::vector<std::vector<float>>& left,
-                                     const std::vector<std::vector<float>>& right)
-{
-    if (left.size() != right.size()) {
-        return testing::AssertionFailure() << left.size() << " rows against " << right.size();
-    }
-    for (std::size_t row = 0; row < left.size(); ++row) {
-        for (std::size_t col = 0; col < std::max(left[row].size(), right[row].size()); ++col) {
-            if (std::bit_cast<std::uint32_t>(left[row].at(col)) != std::bit_cast<std::uint32_t>(right[row].at(col))) {
-                return testing::AssertionFailure()
-                       << "row " << row << ", col " << col << ": " << left[row][col] << " against " << right[row][col];
-            }
-        }
-    }
-    return testing::AssertionSuccess();
-}
 
 /// The channels of a rig, computed once more beside it.
 class Channels

@@ -6,7 +6,12 @@
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/ravelcore/pidFilter.hpp>
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -45,6 +50,24 @@ inline std::vector<float> LivelyGains(int num_modes, float variant)
                        0.1F + 0.01F * own, 10.0F + own, -0.9F - own, 1.0F + own, 30.0F + own});
     }
     return params;
+}
+
+/// Equal bit for bit; the first difference in words.
+inline testing::AssertionResult AreSameBits(const std::vector<std::vector<float>>& left,
+                                            const std::vector<std::vector<float>>& right)
+{
+    if (left.size() != right.size()) {
+        return testing::AssertionFailure() << left.size() << " rows against " << right.size();
+    }
+    for (std::size_t row = 0; row < left.size(); ++row) {
+        for (std::size_t col = 0; col < std::max(left[row].size(), right[row].size()); ++col) {
+            if (std::bit_cast<std::uint32_t>(left[row].at(col)) != std::bit_cast<std::uint32_t>(right[row].at(col))) {
+                return testing::AssertionFailure()
+                       << "row " << row << ", col " << col << ": " << left[row][col] << " against " << right[row][col];
+            }
+        }
+    }
+    return testing::AssertionSuccess();
 }
 
 /// The slices of a loop that is closed in its first cycle, and the sensors that they see; no mirror behind them.
