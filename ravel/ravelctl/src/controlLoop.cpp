@@ -2,11 +2,11 @@
 
 #include <lumo/mirrorsim/geometry.hpp>
 
-#include <cblas.h>
-
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
+#include <numeric>
 
 namespace lumo::ravelctl {
 
@@ -18,15 +18,23 @@ std::vector<float> StartCommands(const SimulatedFrontEnd& front_end)
     return {positions.begin(), positions.end()};
 }
 
-/// The part of `positions` that the modes do not describe: x - V V^T x.
+/// The part of `positions` that the modes do not describe: x - V V^T x. By hand: the sums of a BLAS depend on how many
+/// threads it has at that moment, and what is held is in every command of the run.
 std::vector<float> Undescribed(const std::vector<float>& positions, const mirrorsim::ControlModes& modes)
 {
-    std::vector<float> coordinates(static_cast<std::size_t>(modes.num_modes));
-    cblas_sgemv(CblasRowMajor, CblasNoTrans, modes.num_modes, mirrorsim::NUM_PACT, 1.0F, modes.pact2modes.data(),
-                mirrorsim::NUM_PACT, positions.data(), 1, 0.0F, coordinates.data(), 1);
-    std::vector<float> rest = positions;
-    cblas_sgemv(CblasRowMajor, CblasNoTrans, mirrorsim::NUM_PACT, modes.num_modes, -1.0F, modes.modes2pact.data(),
-                modes.num_modes, coordinates.data(), 1, 1.0F, rest.data(), 1);
+    const auto num_modes = static_cast<std::size_t>(modes.num_modes);
+    std::vector<double> coordinates(num_modes);
+    for (std::size_t mode = 0; mode < num_modes; ++mode) {
+        const auto row = modes.pact2modes.begin() + static_cast<std::ptrdiff_t>(mode * positions.size());
+        coordinates[mode] = std::inner_product(positions.begin(), positions.end(), row, 0.0, std::plus<>(),
+                                               [](double left, double right) { return left * right; });
+    }
+    std::vector<float> rest;
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        const auto row = modes.modes2pact.begin() + static_cast<std::ptrdiff_t>(i * num_modes);
+        const double described = std::inner_product(coordinates.begin(), coordinates.end(), row, 0.0);
+        rest.push_back(static_cast<float>(static_cast<double>(positions[i]) - described));
+    }
     return rest;
 }
 

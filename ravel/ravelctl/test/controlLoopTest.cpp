@@ -6,6 +6,7 @@
 #include "support/testFolder.hpp"
 #include "support/thrown.hpp"
 
+#include <cblas.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -135,6 +136,20 @@ TEST(ControlLoopTest, TheFirstClosedCycleTakesTheMeasuredModesAsReferencesAndThe
     const std::int64_t lead_end = loop.plan.open_cycles + loop.plan.lead_cycles;
     EXPECT_GT(rms(loop.plan.open_cycles + loop.plan.lead_cycles / 8), 0.7 * at_closing) << "led, not dropped";
     EXPECT_LT(rms(lead_end + 50), 0.1 * at_closing);
+}
+
+TEST(ControlLoopTest, ARunHasTheSameBitsHoweverManyThreadsTheBlasHadBeforeIt)
+{
+    std::vector<std::vector<float>> recorded;
+    for (const int threads : {1, 2, 4}) {
+        openblas_set_num_threads(threads);
+        test::SmallLoop loop(MakeOptions());
+        loop.Start();
+        loop.loop.Run(Never);
+        recorded.push_back(loop.slices.GetModesInRecorders().at(0)->GetSamples());
+    }
+    EXPECT_TRUE(recorded[0] == recorded[1]);
+    EXPECT_TRUE(recorded[0] == recorded[2]);
 }
 
 TEST(ControlLoopTest, TimeStampsAreTheCyclesSynchronisationTimes)
