@@ -16,13 +16,13 @@ namespace {
 
 constexpr std::uint64_t NUM_MODE_FILES = 2;  // modes_in, modes_out
 
-/// Recorders count their floats in 32 bits.
+/// Recorders, and the files that hold the slices' side by side, count their floats in 32 bits.
 void CheckValues(const char* what, std::int64_t samples, std::int64_t sample_size)
 {
     constexpr std::int64_t MOST = std::numeric_limits<std::int32_t>::max();
     if (samples * sample_size > MOST) {
         throw InputError(
-            fmt::format("--duration: {} samples of {} {} are more than the {} values that a recorder "
+            fmt::format("--duration: {} samples of {} {} are more than the {} values that a recording "
                         "holds; run for a shorter time, or record with --record-decimation or "
                         "--record-last",
                         samples, sample_size, what, MOST));
@@ -51,8 +51,7 @@ RecordingPlan PlanRecording(const RunOptions& options, const LoopPlan& plan)
         recording.loopback = true;
     }
     if (record.modes) {
-        const int slice = (options.modes + options.workers - 1) / options.workers;
-        CheckValues("modes a worker", samples, slice);
+        CheckValues("modes", samples, options.modes);
     }
     if (record.es) {
         CheckValues("edge-sensor values", samples, static_cast<std::int64_t>(ravelcore::ES_SAMPLE_SIZE));
