@@ -6,11 +6,37 @@
 #include <brisk/helper.hpp>
 
 #include <CCfits/CCfits>
+#include <fitsio.h>
 #include <fmt/core.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <optional>
 
 namespace lumo::ravelctl {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+/// The rows of a file's table as its header has them; none where there is no table, which is for the load to tell.
+std::optional<std::int64_t> CountRows(const std::string& file)
+{
+    fitsfile* fits = nullptr;
+    int status = 0;
+    LONGLONG rows = 0;
+    fits_open_diskfile(&fits, file.c_str(), READONLY, &status);
+    fits_movabs_hdu(fits, 2, nullptr, &status);
+    fits_read_key(fits, TLONGLONG, "NAXIS2", &rows, nullptr, &status);
+    if (fits != nullptr) {
+        int ignored = 0;
+        fits_close_file(fits, &ignored);
+    }
+    return status == 0 ? std::optional<std::int64_t>(rows) : std::nullopt;
+}
+
+}  // namespace
 
 void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, const std::string& option,
                     const std::function<void(const std::string&)>& say)
@@ -19,7 +45,21 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
     if (found.empty()) {
         throw InputError(fmt::format("{}: expected a FITS file but there is no {}", option, file.string()));
     }
-    const std::uint64_t bytes = fs::file_size(found);
+    const auto refuse = [&](const std::string& reason) {
+        throw InputError(fmt::format("{}: expected a FITS table of rows of {} values: {}", option,
+                                     modulation.GetSampleSize(), reason));
+    };
+    const std::optional<std::int64_t> rows = CountRows(found);
+    if (rows && *rows < 1) {  // the library ends the process
+        refuse(file.string() + " has no rows");
+    }
+    const std::int64_t most_rows = std::numeric_limits<std::int32_t>::max() / modulation.GetSampleSize();
+    if (rows && *rows > most_rows) {  // a modulation counts its values in 32 bits
+        refuse(fmt::format("{} has {} rows, more than the {} that can be played", file.string(), *rows, most_rows));
+    }
+    // A compressed file is smaller than what it holds.
+    const auto values = static_cast<std::uint64_t>(rows.value_or(0) * modulation.GetSampleSize());
+    const std::uint64_t bytes = std::max<std::uint64_t>(fs::file_size(found), values * sizeof(float));
     constexpr std::uint64_t COPIES = 4;  // the file layer has three of its own
     CheckMemory(COPIES * bytes, fmt::format("{}: the samples of {}", option, file.string()),
                 "free some, or use a shorter file");
@@ -27,10 +67,6 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
     if (bytes > MUCH) {
         say(fmt::format("reading {} ({})", file.string(), FormatBytes(bytes)));
     }
-    const auto refuse = [&](const std::string& reason) {
-        throw InputError(fmt::format("{}: expected a FITS table of rows of {} values: {}", option,
-                                     modulation.GetSampleSize(), reason));
-    };
     try {
         modulation.Load(file.string());
     } catch (const CCfits::FitsException& e) {
