@@ -5,6 +5,7 @@
 #include <lumo/ravelcore/feMeas.hpp>
 
 #include <algorithm>
+#include <type_traits>
 
 namespace lumo::ravelctl {
 
@@ -61,6 +62,9 @@ void FramePlayer::Play(Track& track, std::vector<float>& sample, Record& record)
     const float* next = track.modulation.GetNextSample(track.num_played);
     std::copy_n(next, sample.size(), sample.begin());
     ravelcore::CopySampleToFeMeas(0, sample, record);
+    if constexpr (std::is_same_v<Record, mirrorsim::PactRecord>) {
+        record.status.fill(0);  // those of the edge sensors are already
+    }
 }
 
 void FramePlayer::PlayEs(mirrorsim::EsRecord& record)
