@@ -136,6 +136,9 @@ bool RunReport::DidHold() const
 
 std::int64_t RunReport::CountMissed(const ScriptEvent& event) const
 {
+    if (event.cycle < 0) {
+        return 0;
+    }
     return std::count_if(missed_before.begin(), missed_before.end(), [&event](std::int64_t cycle) {
         return cycle >= event.cycle && cycle <= event.last_cycle + 1;
     });

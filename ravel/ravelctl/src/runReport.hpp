@@ -49,7 +49,7 @@ struct RunReport
     /// than they were with the loop open. Of frames that were played back nothing needs to have become smaller.
     bool DidHold() const;
 
-    /// Missed instants that a step of the script may have caused.
+    /// Missed instants that a step of the script may have caused; none where it was not done.
     std::int64_t CountMissed(const ScriptEvent& event) const;
 };
 

@@ -119,6 +119,143 @@ TEST(RunReportTest, ARunWithoutOpenLoopCanHold)
     EXPECT_TRUE(report.DidHold());
 }
 
+TEST(RunReportTest, TheSummaryTellsWhatWasRecordedPlayedAndInjected)
+{
+    const nlohmann::json plain = WriteAndRead(MakeReport());
+    EXPECT_EQ(plain.at("recorded"), nlohmann::json({{"what", {"modes"}}, {"decimation", 1}, {"last_s", nullptr}}));
+    EXPECT_EQ(plain.at("played"), nlohmann::json({{"es", ""}, {"pact", ""}}));
+    EXPECT_EQ(plain.at("injected"), "");
+    EXPECT_EQ(plain.at("script"), nlohmann::json::array());
+    EXPECT_EQ(plain.at("missed_before_cycles"), nlohmann::json::array());
+    RunReport report = MakeReport();
+    report.options.record = {false, true, true, 7, 2.5};
+    report.options.play = {"a b/es.fits", "pact.fits"};
+    report.options.inject.file = "chirp.fits";
+    report.missed_before = {5, 5, 6, 9000};
+    const nlohmann::json summary = WriteAndRead(report);
+    EXPECT_EQ(summary.at("recorded"), nlohmann::json({{"what", {"es", "pact"}}, {"decimation", 7}, {"last_s", 2.5}}));
+    EXPECT_EQ(summary.at("played"), nlohmann::json({{"es", "a b/es.fits"}, {"pact", "pact.fits"}}));
+    EXPECT_EQ(summary.at("injected"), "chirp.fits");
+    EXPECT_EQ(summary.at("missed_before_cycles"), nlohmann::json({5, 5, 6, 9000}));
+}
+
+TEST(RunReportTest, NothingRecordedIsAnEmptyList)
+{
+    RunReport report = MakeReport();
+    report.options.record.modes = false;
+    EXPECT_EQ(WriteAndRead(report).at("recorded").at("what"), nlohmann::json::array());
+}
+
+ScriptEvent MakeStep(double time_s, const std::string& what, std::int64_t cycle, std::int64_t last_cycle)
+{
+    ScriptEvent event;
+    event.time_s = time_s;
+    event.what = what;
+    event.cycle = cycle;
+    event.last_cycle = last_cycle;
+    event.take_over_us = 12.6;
+    return event;
+}
+
+ScriptEvent MakeRefusedStep()
+{
+    ScriptEvent event;
+    event.time_s = 15.25;
+    event.what = "gains";
+    event.problem = "there is no g.fits";
+    return event;
+}
+
+TEST(RunReportTest, TheSummaryTellsEachStepOfTheScript)
+{
+    RunReport report = MakeReport();
+    report.script = {MakeStep(5.0, "references", 2500, 2501), MakeRefusedStep()};
+    report.missed_before = {2499, 2500, 2501, 2502, 2502, 2503};
+    const nlohmann::json done = {{"time_s", 5.0},      {"what", "references"}, {"before_cycle", 2500},
+                                 {"last_cycle", 2501}, {"take_over_us", 12.6}, {"missed_cycles", 4},
+                                 {"problem", ""}};
+    const nlohmann::json refused = {{"time_s", 15.25},
+                                    {"what", "gains"},
+                                    {"before_cycle", -1},
+                                    {"last_cycle", -1},
+                                    {"take_over_us", 0.0},
+                                    {"missed_cycles", 0},
+                                    {"problem", "there is no g.fits"}};
+    EXPECT_EQ(WriteAndRead(report).at("script"), nlohmann::json::array({done, refused}));
+}
+
+TEST(RunReportTest, AStepMayHaveCausedTheMissesFromItsCycleToTheOneAfterItsLast)
+{
+    RunReport report;
+    report.missed_before = {9, 10, 10, 13, 14, 15};
+    EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 10, 13)), 4);
+    EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 11, 11)), 0);
+    EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 15, 15)), 1);
+    report.missed_before.clear();
+    EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 10, 13)), 0);
+}
+
+TEST(RunReportTest, AStepThatWasNotDoneCausedNoMisses)
+{
+    RunReport report;
+    report.missed_before = {0, 0, 1};  // what comes before the first cycle is not the fault of a step without a cycle
+    EXPECT_EQ(report.CountMissed(MakeRefusedStep()), 0);
+}
+
+TEST(RunReportTest, AStepIsToldInOneLine)
+{
+    EXPECT_EQ(FormatStep(MakeStep(5.0, "references", 2500, 2500)), "   5.000 s  references (before cycle 2500, 13 us)");
+    EXPECT_EQ(FormatStep(MakeRefusedStep()), "  15.250 s  gains; REFUSED: there is no g.fits");
+    ScriptEvent partly = MakeStep(0.0, "save", 0, 7);
+    partly.problem = "the disk is full";
+    EXPECT_EQ(FormatStep(partly), "   0.000 s  save (before cycle 0, 13 us); REFUSED: the disk is full");
+}
+
+TEST(RunReportTest, TheTextCountsTheStepsThatWereDoneAndTheMissesMeanwhile)
+{
+    EXPECT_THAT(FormatReport(MakeReport()), Not(HasSubstr("script ")));
+    RunReport report = MakeReport();
+    report.script = {MakeStep(5.0, "references", 2500, 2500), MakeRefusedStep(), MakeStep(6.0, "save", 3000, 3100)};
+    report.missed_before = {2000, 2500, 3050, 3101};
+    EXPECT_THAT(FormatReport(report),
+                HasSubstr("\nscript                  2 of 3 steps done, 3 cycles missed meanwhile\n"));
+}
+
+TEST(RunReportTest, OfFramesThatWerePlayedBackNothingNeedsToHaveBecomeSmaller)
+{
+    RunReport report = MakeReport();
+    report.mirror_was_seen = false;
+    report.controlled_rms_nm = {};
+    report.surface_rms_nm = {};
+    EXPECT_TRUE(report.DidHold());
+    const std::string text = FormatReport(report);
+    EXPECT_THAT(text, HasSubstr("verdict                 the frames were played back\n"));
+    EXPECT_THAT(text, HasSubstr("edge sensors"));
+    EXPECT_THAT(text, Not(HasSubstr("surface")));
+    EXPECT_EQ(WriteAndRead(report).at("held"), true);
+}
+
+TEST(RunReportTest, FramesThatWerePlayedBackDoNotHoldWhenTheRunEndsEarlyOrCommandsAreNotFinite)
+{
+    RunReport early = MakeReport();
+    early.mirror_was_seen = false;
+    early.cycles_done = 9999;
+    EXPECT_FALSE(early.DidHold());
+    EXPECT_THAT(FormatReport(early), HasSubstr("did NOT hold"));
+    RunReport not_finite = MakeReport();
+    not_finite.mirror_was_seen = false;
+    not_finite.commands_not_finite = 1;
+    EXPECT_FALSE(not_finite.DidHold());
+}
+
+TEST(RunReportTest, AnInterruptionOfFramesThatArePlayedBackIsOne)
+{
+    RunReport report = MakeReport();
+    report.mirror_was_seen = false;
+    report.interrupted = true;
+    EXPECT_THAT(FormatReport(report), HasSubstr("verdict                 interrupted\n"));
+}
+
 TEST(RunReportTest, ASummaryThatCannotBeWrittenIsOneLineWithItsName)
 {
     const test::TestFolder folder;
