@@ -36,13 +36,21 @@ TEST(CommandLineTest, RunAloneMeansTheDefaults)
     const RunOptions options = ParseRun({});
     EXPECT_EQ(options.modes, 600);
     EXPECT_EQ(options.rate_hz, 500.0);
-    EXPECT_FALSE(options.duration_s) << "20 s, or as long as what is played";
+    EXPECT_FALSE(options.duration_s) << "what is played may say how long the run is";
     EXPECT_EQ(options.workers, 2);
     EXPECT_EQ(options.seed, 1U);
     EXPECT_FALSE(options.open_loop_s);
     EXPECT_FALSE(options.as_fast_as_possible || options.quiet || options.overwrite);
     EXPECT_TRUE(options.output.empty() && options.matrices.empty() && options.log_config.empty());
     EXPECT_TRUE(options.tones.empty());
+    EXPECT_TRUE(options.record.modes);
+    EXPECT_FALSE(options.record.es || options.record.pact || options.record.last_s);
+    EXPECT_EQ(options.record.decimation, 1);
+    EXPECT_TRUE(options.play.es.empty() && options.play.pact.empty());
+    EXPECT_TRUE(options.inject.file.empty());
+    EXPECT_EQ(options.inject.decimation, 1);
+    EXPECT_FALSE(options.inject.loop);
+    EXPECT_TRUE(options.script.empty());
 }
 
 TEST(CommandLineTest, OneModeGetsOneWorkerUnlessToldOtherwise)
@@ -98,6 +106,56 @@ TEST(CommandLineTest, TonesAreModeFrequencyAndAmplitudeInNanometres)
     EXPECT_DOUBLE_EQ(options.tones[1].amplitude_um, 0.0005);
 }
 
+TEST(CommandLineTest, EveryOptionOfWhatGoesInAndComesOutReachesItsPlace)
+{
+    const RunOptions options = ParseRun({"--record", "es", "--record-decimation", "7", "--record-last", "2.5",
+                                         "--play-es", "e 1.fits", "--play-pact", "p.fits", "--inject", "i.fits",
+                                         "--inject-decimation", "3", "--inject-loop", "--script", "s.toml"});
+    EXPECT_TRUE(options.record.es);
+    EXPECT_FALSE(options.record.modes || options.record.pact);
+    EXPECT_EQ(options.record.decimation, 7);
+    EXPECT_EQ(options.record.last_s, 2.5);
+    EXPECT_EQ(options.play.es, "e 1.fits");
+    EXPECT_EQ(options.play.pact, "p.fits");
+    EXPECT_EQ(options.inject.file, "i.fits");
+    EXPECT_EQ(options.inject.decimation, 3);
+    EXPECT_TRUE(options.inject.loop);
+    EXPECT_EQ(options.script, "s.toml");
+}
+
+TEST(CommandLineTest, ExactlyWhatIsNamedIsRecordedHoweverItIsSeparated)
+{
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        bool modes;
+        bool es;
+        bool pact;
+    };
+    for (const Case& c :
+         {Case{{"--record", "modes"}, true, false, false}, Case{{"--record", "pact"}, false, false, true},
+          Case{{"--record", "modes,es,pact"}, true, true, true}, Case{{"--record", "pact,es"}, false, true, true},
+          Case{{"--record", "es", "pact"}, false, true, true},
+          Case{{"--record=es", "--record", "modes"}, true, true, false},
+          Case{{"--record", "es,es"}, false, true, false}}) {
+        const RecordOptions record = ParseRun(c.arguments).record;
+        EXPECT_EQ(record.modes, c.modes) << testing::PrintToString(c.arguments);
+        EXPECT_EQ(record.es, c.es) << testing::PrintToString(c.arguments);
+        EXPECT_EQ(record.pact, c.pact) << testing::PrintToString(c.arguments);
+    }
+}
+
+TEST(CommandLineTest, TheLastSecondsAreTenWhereNoNumberIsGiven)
+{
+    EXPECT_EQ(ParseRun({"--record-last"}).record.last_s, 10.0);
+    EXPECT_EQ(ParseRun({"--record-last", "--quiet"}).record.last_s, 10.0);
+    EXPECT_TRUE(ParseRun({"--record-last", "--quiet"}).quiet);
+    EXPECT_EQ(ParseRun({"--record-last", "0.5", "--quiet"}).record.last_s, 0.5);
+    EXPECT_EQ(ParseRun({"--record-last=1e2"}).record.last_s, 100.0);
+    EXPECT_EQ(ParseRun({"--record-last", "0"}).record.last_s, 0.0) << "for the plan to refuse";
+    EXPECT_EQ(ParseRun({"--record-last=-3"}).record.last_s, -3.0) << "for the plan to refuse";
+}
+
 ModulationOptions ParseModulation(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), "make-modulation");
@@ -147,8 +205,26 @@ TEST(CommandLineTest, HelpAndVersionAreNoErrors)
 {
     std::ostringstream help;
     EXPECT_EQ(std::get<int>(Parse({"run", "--help"}, help)), EXIT_OK);
-    for (const char* option : {"--modes", "--rate", "--duration", "--workers", "--seed", "--output",
-                               "--as-fast-as-possible", "--log-config", "--tone", "--quiet", "Exit status"}) {
+    for (const char* option : {"--modes",
+                               "--rate",
+                               "--duration",
+                               "--workers",
+                               "--seed",
+                               "--output",
+                               "--as-fast-as-possible",
+                               "--log-config",
+                               "--tone",
+                               "--quiet",
+                               "Exit status",
+                               "--record",
+                               "--record-decimation",
+                               "--record-last",
+                               "--play-es",
+                               "--play-pact",
+                               "--inject",
+                               "--inject-decimation",
+                               "--inject-loop",
+                               "--script"}) {
         EXPECT_THAT(help.str(), HasSubstr(option));
     }
     std::ostringstream modulation_help;
@@ -197,6 +273,23 @@ INSTANTIATE_TEST_SUITE_P(All, CommandLineErrorTest,
                                          BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
                                          BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},
                                          BadLine{{"run", "--tone", "99999999999:1:1"}, "but got 99999999999:1:1"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    WhatGoesInAndComesOut, CommandLineErrorTest,
+    testing::Values(BadLine{{"run", "--record", "all"}, "--record: expected some of modes, es and pact but got all"},
+                    BadLine{{"run", "--record", "es,mods"},
+                            "--record: expected some of modes, es and pact but got mods"},
+                    BadLine{{"run", "--record", "ES"}, "--record: expected some of modes, es and pact but got ES"},
+                    BadLine{{"run", "--record"}, "--record"},
+                    BadLine{{"run", "--record-decimation"}, "--record-decimation"},
+                    BadLine{{"run", "--record-decimation", "1.5"}, "--record-decimation = 1.5"},
+                    BadLine{{"run", "--record-decimation", "99999999999"}, "--record-decimation = 99999999999"},
+                    BadLine{{"run", "--record-last", "long"}, "--record-last: expected seconds but got long"},
+                    BadLine{{"run", "--record-last", "5s"}, "--record-last: expected seconds but got 5s"},
+                    BadLine{{"run", "--record-last", "1", "2"}, "2"}, BadLine{{"run", "--play-es"}, "--play-es"},
+                    BadLine{{"run", "--play-pact"}, "--play-pact"}, BadLine{{"run", "--inject"}, "--inject"},
+                    BadLine{{"run", "--inject-decimation", "x"}, "--inject-decimation = x"},
+                    BadLine{{"run", "--inject-loop", "i.fits"}, "i.fits"}, BadLine{{"run", "--script"}, "--script"}));
 
 INSTANTIATE_TEST_SUITE_P(MakeModulation, CommandLineErrorTest,
                          testing::Values(BadLine{{"run", "--foo"}, "(try: ravelctl run --help)"},

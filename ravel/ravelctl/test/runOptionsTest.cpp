@@ -29,6 +29,18 @@ TEST(RunOptionsTest, TheDefaultsAreTenThousandCyclesWithTheLoopOpenForATenth)
     EXPECT_DOUBLE_EQ(plan.TimeOf(500), 1.0);
 }
 
+TEST(RunOptionsTest, ADurationThatIsGivenTakesThePlaceOfTheDefault)
+{
+    RunOptions options;
+    EXPECT_FALSE(options.duration_s);
+    EXPECT_EQ(RunOptions::DEFAULT_DURATION_S, 20.0);
+    options.duration_s = RunOptions::DEFAULT_DURATION_S;
+    EXPECT_EQ(PlanRun(options).cycles, PlanRun(RunOptions{}).cycles);
+    options.duration_s = 3.0;
+    EXPECT_EQ(PlanRun(options).cycles, 1500);
+    EXPECT_EQ(PlanRun(options).open_cycles, 150) << "a tenth of what is given";
+}
+
 TEST(RunOptionsTest, TheReferencesAreAtZeroBeforeTheResultIsJudged)
 {
     for (const double duration_s : {0.1, 0.5, 1.0, 2.0, 100.0}) {

@@ -69,6 +69,31 @@ TEST(StatusLineTest, ElsewhereItIsPlainLinesAndTheFinalOneIsAlwaysThere)
     EXPECT_EQ(out.str(), StatusLine::Format(progress, MakePlan()) + "\n");
 }
 
+TEST(StatusLineTest, OnATerminalANoteTakesTheLinesPlaceAndStaysAboveIt)
+{
+    LoopProgress progress;
+    Fill(progress);
+    std::ostringstream out;
+    StatusLine sut(StatusLine::Style::Refresh, MakePlan(), out);
+    sut.Update(progress);
+    sut.Note("gains changed");
+    sut.Update(progress);
+    const std::string line = "\r" + StatusLine::Format(progress, MakePlan()) + "\x1b[K";
+    EXPECT_EQ(out.str(), line + "\rgains changed\x1b[K\n" + line);
+}
+
+TEST(StatusLineTest, ElsewhereANoteIsAPlainLine)
+{
+    LoopProgress progress;
+    Fill(progress);
+    std::ostringstream out;
+    StatusLine sut(StatusLine::Style::Plain, MakePlan(), out);
+    sut.Note("gains changed");
+    sut.Note("saved");
+    sut.Finish(progress);
+    EXPECT_EQ(out.str(), "gains changed\nsaved\n" + StatusLine::Format(progress, MakePlan()) + "\n");
+}
+
 TEST(StatusLineTest, QuietPrintsNothing)
 {
     const LoopProgress progress;
