@@ -12,6 +12,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <numeric>
+#include <thread>
+
 namespace lumo::ravelctl {
 namespace {
 
@@ -242,6 +247,58 @@ TEST_P(RecordingsSlicesTest, AnEarlyEndLeavesWhatWasRecordedUntilThen)
     const test::TestFolder folder;
     rig.Save(folder.GetPath());  // the cycle has ended, without a stop
     ExpectAllFour(folder.GetPath(), {0, 1, 2});
+}
+
+TEST_P(RecordingsSlicesTest, CyclesAfterTheStopAreNotPartOfTheRecording)
+{
+    for (const bool loopback : {false, true}) {
+        for (const std::int64_t cycles : {3, 4, 5}) {
+            Rig rig(PlanOf(4, 1, loopback), GetParam());
+            rig.sut.Start();
+            rig.Run(0, cycles);
+            rig.sut.Stop();
+            rig.Run(cycles, 11);
+            EXPECT_EQ(rig.sut.GetCycles(), cycles);
+            const test::TestFolder folder;
+            rig.Save(folder.GetPath());
+            SCOPED_TRACE(loopback);
+            const std::int64_t last = loopback ? cycles : std::min<std::int64_t>(cycles, 4);
+            std::vector<std::int64_t> kept;
+            for (std::int64_t cycle = std::max<std::int64_t>(last - 4, 0); cycle < last; ++cycle) {
+                kept.push_back(cycle);
+            }
+            ExpectAllFour(folder.GetPath(), kept);
+        }
+    }
+}
+
+TEST_P(RecordingsSlicesTest, ASlowThreadSavesWhileTheCyclesGoOn)
+{
+    Rig rig(PlanOf(40, 1, true), GetParam());
+    rig.sut.Start();
+    rig.Run(0, 30);
+    rig.sut.Stop();
+    const test::TestFolder folder;
+    std::thread slow([&] { rig.Save(folder.GetPath()); });
+    rig.Run(30, 100);
+    slow.join();
+    EXPECT_THAT(rig.failed, IsEmpty());
+    std::vector<std::int64_t> kept(30);
+    std::iota(kept.begin(), kept.end(), 0);
+    ExpectAllFour(folder.GetPath(), kept);
+}
+
+TEST_P(RecordingsSlicesTest, BeforeTheStartNothingIsRecorded)
+{
+    Rig rig(PlanOf(4), GetParam());
+    rig.Run(0, 3);
+    EXPECT_EQ(rig.sut.GetCycles(), 0);
+    rig.sut.Start();
+    rig.Run(3, 5);
+    rig.sut.Stop();
+    const test::TestFolder folder;
+    rig.Save(folder.GetPath());
+    ExpectAllFour(folder.GetPath(), {3, 4});
 }
 
 TEST_P(RecordingsSlicesTest, StartingAgainBeginsANewRecording)
