@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "modulationArguments.hpp"
 #include "runArguments.hpp"
+#include "runConfig.hpp"
 #include "version.hpp"
 #include "workerGroup.hpp"
 
@@ -10,6 +11,7 @@
 #include <fmt/core.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumo::ravelctl {
@@ -33,32 +35,61 @@ std::string VersionText()
     return fmt::format("ravelctl {}\n{}", VERSION, DescribeBlas());
 }
 
+/// What a run is told; `from` is what is meant where it is told nothing. An own parser: it writes where it is bound to.
+struct Parsed
+{
+    explicit Parsed(RunArguments from) : run_arguments(std::move(from))
+    {
+        app.set_version_flag("--version", VersionText);
+        app.require_subcommand(1);
+        run = app.add_subcommand("run", "Run the closed loop on a simulated mirror and save what happened");
+        AddRunOptions(*run, run_arguments);
+        config =
+            app.add_subcommand("config", "Print a run's options as a file, with the defaults of what is not given");
+        AddRunOptions(*config, run_arguments);
+        config->footer("Examples:\n  ravelctl config > night.toml\n  ravelctl run night.toml --duration 60");
+        make_modulation =
+            app.add_subcommand("make-modulation", "Make a file of signals to inject into the modes' references");
+        AddModulationOptions(*make_modulation, modulation);
+    }
+
+    CLI::App app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
+    RunArguments run_arguments;
+    ModulationArguments modulation;
+    CLI::App* run = nullptr;
+    CLI::App* config = nullptr;
+    CLI::App* make_modulation = nullptr;
+};
+
 }  // namespace
 
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
 {
-    CLI::App app("Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl");
-    app.set_version_flag("--version", VersionText);
-    app.require_subcommand(1);
-    RunArguments run_arguments;
-    CLI::App* run = app.add_subcommand("run", "Run the closed loop on a simulated mirror and save what happened");
-    AddRunOptions(*run, run_arguments);
-    ModulationArguments modulation;
-    CLI::App* make_modulation =
-        app.add_subcommand("make-modulation", "Make a file of signals to inject into the modes' references");
-    AddModulationOptions(*make_modulation, modulation);
+    Parsed first({});
     try {
-        app.parse(argc, argv);
+        first.app.parse(argc, argv);
     } catch (const CLI::Success& request) {  // help and version
-        app.exit(request, out, out);
+        first.app.exit(request, out, out);
         return EXIT_OK;
     } catch (const CLI::ParseError& error) {
-        throw InputError(Explain(app, error));
+        throw InputError(Explain(first.app, error));
     }
-    if (make_modulation->parsed()) {
-        return ReadModulationOptions(modulation);
+    if (first.make_modulation->parsed()) {
+        return ReadModulationOptions(first.modulation);
     }
-    return ReadRunOptions(run_arguments);
+    RunArguments from_file;
+    if (!first.run_arguments.config.empty()) {
+        LoadConfig(first.run_arguments.config, from_file);
+    }
+    Parsed second(from_file);
+    second.app.parse(argc, argv);  // once more, over what the file says
+    const RunOptions options = ReadRunOptions(second.run_arguments);
+    if (first.config->parsed()) {
+        PlanRun(options);  // what it prints can be run
+        out << FormatConfig(options) << std::flush;
+        return EXIT_OK;
+    }
+    return options;
 }
 
 }  // namespace lumo::ravelctl

@@ -4,6 +4,7 @@
 #include "gains.hpp"
 #include "matrixStore.hpp"
 #include "resources.hpp"
+#include "runConfig.hpp"
 #include "statusLine.hpp"
 #include "version.hpp"
 #include "wholeFile.hpp"
@@ -138,16 +139,8 @@ void Controller::PlanTheRun()
 
 std::string Controller::DescribeRecording() const
 {
-    std::vector<std::string> what;
-    for (const auto& [is_recorded, name] :
-         {std::pair(m_recording_plan.modes, "modes"), std::pair(m_recording_plan.es, "es"),
-          std::pair(m_recording_plan.pact, "pact")}) {
-        if (is_recorded) {
-            what.emplace_back(name);
-        }
-    }
     const int decimation = m_recording_plan.decimation;
-    return fmt::format("recording {}: {}{} sample{}, {} of memory", fmt::join(what, ", "),
+    return fmt::format("recording {}: {}{} sample{}, {} of memory", fmt::join(NameRecorded(m_options.record), ", "),
                        m_recording_plan.loopback ? "the last " : "", m_recording_plan.capacity,
                        decimation > 1 ? fmt::format("s, one in {} cycles", decimation) : "s",
                        FormatBytes(m_recording_plan.BytesToRecord(m_options.modes, m_options.workers)));
@@ -211,6 +204,9 @@ void Controller::MakeTasks()
                                           m_front_end->GetEsMeas().block1.data(), capacity);
     m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), PlaceWorkers(), START_TIMEOUT,
                                               log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
+    for (ravelcore::Task* task : m_slices->GetTasks()) {
+        task->Configure(m_options.cfg);
+    }
     m_recordings = std::make_unique<Recordings>(m_recording_plan, *m_slices);
     if (!m_script.empty()) {
         m_parameters = std::make_unique<LiveParameters>(*m_slices, m_options.modes, m_pid_params,
@@ -371,6 +367,7 @@ void Controller::Save()
     m_recordings->Save(
         m_options.output, [this](const std::string& name) { m_report.files.push_back(name); },
         [this](const std::string& problem) { m_report.problems.push_back(problem); });
+    SaveConfig();
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
     try {
@@ -378,6 +375,27 @@ void Controller::Save()
     } catch (const std::exception& e) {
         m_report.files.pop_back();
         m_report.problems.emplace_back(e.what());
+    }
+}
+
+/// What repeats this run, from any folder and into another one.
+void Controller::SaveConfig()
+{
+    RunOptions options = m_options;
+    options.output.clear();
+    options.overwrite = false;
+    for (std::filesystem::path* path : {&options.matrices, &options.script, &options.play.es, &options.play.pact,
+                                        &options.inject.file, &options.log_config}) {
+        if (!path->empty()) {
+            *path = std::filesystem::absolute(*path);
+        }
+    }
+    const std::string name = "config.toml";
+    try {
+        WriteWholeText(m_options.output / name, FormatConfig(options));
+        m_report.files.push_back(name);
+    } catch (const std::exception& e) {
+        m_report.problems.push_back(fmt::format("cannot write {}: {}", (m_options.output / name).string(), e.what()));
     }
 }
 

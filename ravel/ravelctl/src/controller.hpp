@@ -73,6 +73,7 @@ private:
     void ComputeFigures();
     void ReportScript();
     std::string DescribeRecording() const;
+    void SaveConfig();
     void SaySteps(StatusLine* status);
     std::vector<Placement> PlaceWorkers() const;
 

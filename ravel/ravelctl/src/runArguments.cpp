@@ -18,35 +18,14 @@ namespace {
 // that does not depend on the machine keeps the results of one seed the same to the last bit.
 constexpr int DEFAULT_WORKERS = 2;
 
-/// "MODE:HZ:NM", as in "5:2.5:100".
-mirrorsim::Tone ParseTone(const std::string& text)
+/// Puts the option's name before what is refused.
+template <typename Parse>
+auto Named(const char* option, const Parse& parse)
 {
-    mirrorsim::Tone tone{};
-    long mode = 0;
-    double amplitude_nm = 0.0;
-    int used = 0;
-    if (std::sscanf(text.c_str(), "%ld:%lf:%lf%n", &mode, &tone.frequency_hz, &amplitude_nm, &used) != 3 ||
-        static_cast<std::size_t>(used) != text.size() || !std::in_range<int>(mode)) {
-        throw InputError(fmt::format("--tone: expected MODE:HZ:NM, such as 5:2.5:100, but got {}", text));
-    }
-    tone.mode = static_cast<int>(mode);
-    tone.amplitude_um = amplitude_nm * 1.0e-3;
-    return tone;
-}
-
-/// Which of the three are named.
-void ReadRecord(const std::vector<std::string>& names, RecordOptions& record)
-{
-    record.modes = record.es = record.pact = false;
-    for (const std::string& name : names) {
-        bool* what = name == "modes"  ? &record.modes
-                     : name == "es"   ? &record.es
-                     : name == "pact" ? &record.pact
-                                      : nullptr;
-        if (what == nullptr) {
-            throw InputError(fmt::format("--record: expected some of modes, es and pact but got {}", name));
-        }
-        *what = true;
+    try {
+        return parse();
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("{}: {}", option, e.what()));
     }
 }
 
@@ -96,6 +75,9 @@ void AddDataOptions(CLI::App& run, RunArguments& arguments)
 void AddRunOptions(CLI::App& run, RunArguments& arguments)
 {
     RunOptions& options = arguments.options;
+    run.add_option("config", arguments.config,
+                   "File of options, as ravelctl config prints one; options given here override it")
+        ->type_name("CONFIG");
     run.add_option("--modes", options.modes, "Control modes, 1 to 2390, the least stiff ones")->capture_default_str();
     run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->capture_default_str();
     run.add_option("--duration", options.duration_s,
@@ -124,19 +106,53 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
         "  ravelctl run --as-fast-as-possible --duration 10 --tone 5:2.5:100\n"
         "  ravelctl run --record modes,es,pact --output first\n"
         "  ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second\n"
-        "  ravelctl run --inject chirp.fits --script changes.toml\n\n"
+        "  ravelctl run --inject chirp.fits --script changes.toml\n"
+        "  ravelctl run first/config.toml --output again\n\n"
         "Exit status: 0 the loop held and every file was written; 1 it did not; 2 bad input; 130 after Ctrl-C.");
+}
+
+mirrorsim::Tone ParseTone(const std::string& text)
+{
+    mirrorsim::Tone tone{};
+    long mode = 0;
+    double amplitude_nm = 0.0;
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%ld:%lf:%lf%n", &mode, &tone.frequency_hz, &amplitude_nm, &used) != 3 ||
+        static_cast<std::size_t>(used) != text.size() || !std::in_range<int>(mode)) {
+        throw InputError(fmt::format("expected MODE:HZ:NM, such as 5:2.5:100, but got {}", text));
+    }
+    tone.mode = static_cast<int>(mode);
+    tone.amplitude_um = amplitude_nm * 1.0e-3;
+    return tone;
+}
+
+void ParseRecorded(const std::vector<std::string>& names, RecordOptions& record)
+{
+    record.modes = record.es = record.pact = false;
+    for (const std::string& name : names) {
+        bool* what = name == "modes"  ? &record.modes
+                     : name == "es"   ? &record.es
+                     : name == "pact" ? &record.pact
+                                      : nullptr;
+        if (what == nullptr) {
+            throw InputError(fmt::format("expected some of modes, es and pact but got {}", name));
+        }
+        *what = true;
+    }
 }
 
 RunOptions ReadRunOptions(const RunArguments& arguments)
 {
     RunOptions options = arguments.options;
     options.workers = arguments.workers.value_or(std::clamp(options.modes, 1, DEFAULT_WORKERS));
+    if (!arguments.tones.empty()) {
+        options.tones.clear();  // of the file
+    }
     for (const std::string& tone : arguments.tones) {
-        options.tones.push_back(ParseTone(tone));
+        options.tones.push_back(Named("--tone", [&tone] { return ParseTone(tone); }));
     }
     if (!arguments.record.empty()) {
-        ReadRecord(arguments.record, options.record);
+        Named("--record", [&] { ParseRecorded(arguments.record, options.record); });
     }
     if (arguments.record_last) {
         options.record.last_s = ReadRecordLast(*arguments.record_last);

@@ -2,6 +2,7 @@
 
 #include "runOptions.hpp"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +16,8 @@ namespace lumo::ravelctl {
 /// What the parser reads for `ravelctl run`.
 struct RunArguments
 {
-    RunOptions options;
+    RunOptions options;  // what stands here is what is meant where nothing is said
+    std::filesystem::path config;
     std::optional<int> workers;
     std::vector<std::string> tones;
     std::vector<std::string> record;
@@ -27,5 +29,11 @@ void AddRunOptions(CLI::App& command, RunArguments& arguments);
 
 /// What was read. Failure: InputError for what the parser alone does not understand.
 RunOptions ReadRunOptions(const RunArguments& arguments);
+
+/// "MODE:HZ:NM", as in "5:2.5:100". Failure: InputError, without the option's name.
+mirrorsim::Tone ParseTone(const std::string& text);
+
+/// Which of "modes", "es", "pact" are named. Failure: InputError, without the option's name.
+void ParseRecorded(const std::vector<std::string>& names, RecordOptions& record);
 
 }  // namespace lumo::ravelctl

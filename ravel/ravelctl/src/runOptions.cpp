@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace lumo::ravelctl {
 
@@ -25,6 +26,18 @@ void CheckTones(const RunOptions& options)
 }
 
 }  // namespace
+
+std::vector<std::string> NameRecorded(const RecordOptions& record)
+{
+    std::vector<std::string> names;
+    for (const auto& [is_recorded, name] :
+         {std::pair(record.modes, "modes"), std::pair(record.es, "es"), std::pair(record.pact, "pact")}) {
+        if (is_recorded) {
+            names.emplace_back(name);
+        }
+    }
+    return names;
+}
 
 LoopPlan PlanRun(const RunOptions& options)
 {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ struct RecordOptions
     int decimation = 1;
     std::optional<double> last_s;  // keep only the last seconds
 };
+
+/// "modes" and so on, of what is recorded.
+std::vector<std::string> NameRecorded(const RecordOptions& record);
 
 /// Recorded frames in place of the simulated sensors; none where the name is empty.
 struct PlayOptions
@@ -56,7 +60,8 @@ struct RunOptions
     RecordOptions record;
     PlayOptions play;
     InjectOptions inject;
-    std::filesystem::path script;  // changes while the loop runs; none where it is empty
+    std::filesystem::path script;            // changes while the loop runs; none where it is empty
+    std::map<std::string, std::string> cfg;  // the library's own keys, as Task::Configure takes them
 };
 
 /// How the run divides into cycles. All counts are in cycles.

@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <utility>
 
 namespace lumo::ravelctl {
 
@@ -53,14 +51,7 @@ Json ScriptToJson(const RunReport& report)
 
 Json ToJson(const RecordOptions& record)
 {
-    Json what = Json::array();
-    for (const auto& [is_recorded, name] :
-         {std::pair(record.modes, "modes"), std::pair(record.es, "es"), std::pair(record.pact, "pact")}) {
-        if (is_recorded) {
-            what.push_back(name);
-        }
-    }
-    return {{"what", what}, {"decimation", record.decimation}, {"last_s", ToJson(record.last_s)}};
+    return {{"what", NameRecorded(record)}, {"decimation", record.decimation}, {"last_s", ToJson(record.last_s)}};
 }
 
 Json ToJson(const RunReport& report)
@@ -190,13 +181,7 @@ std::string FormatReport(const RunReport& report)
 void WriteSummary(const RunReport& report, const std::filesystem::path& file)
 {
     try {
-        WriteWhole(file, [&report](const std::filesystem::path& part) {
-            std::ofstream stream;
-            stream.exceptions(std::ios::failbit | std::ios::badbit);
-            stream.open(part);
-            stream << ToJson(report).dump(2) << '\n';
-            stream.close();
-        });
+        WriteWholeText(file, ToJson(report).dump(2) + "\n");
     } catch (const std::exception& e) {
         throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
     }

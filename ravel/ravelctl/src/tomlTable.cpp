@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
@@ -244,6 +245,31 @@ std::optional<std::vector<int>> TomlTable::GetIntegers(const std::string& key, i
     return numbers;
 }
 
+std::optional<std::uint64_t> TomlTable::GetUnsigned(const std::string& key)
+{
+    const toml::node* const value = m_impl->Find(key);
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    if (value->is_integer()) {
+        const std::int64_t number = value->as_integer()->get();
+        if (number < 0) {
+            m_impl->Refuse(*value, key, fmt::format("expected 0 or above but got {}", number));
+        }
+        return static_cast<std::uint64_t>(number);
+    }
+    if (!value->is_string()) {
+        m_impl->RefuseKind(*value, key, "an integer");
+    }
+    const std::string& text = value->as_string()->get();
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        m_impl->Refuse(*value, key, fmt::format("expected an integer of at most 64 bits but got '{}'", text));
+    }
+    return number;
+}
+
 std::optional<bool> TomlTable::GetBool(const std::string& key)
 {
     const toml::node* const value = m_impl->Find(key);
@@ -266,6 +292,26 @@ std::optional<std::string> TomlTable::GetString(const std::string& key)
         m_impl->RefuseKind(*value, key, "a string");
     }
     return value->as_string()->get();
+}
+
+std::optional<std::vector<std::string>> TomlTable::GetStrings(const std::string& key, const std::string& what)
+{
+    const toml::node* const value = m_impl->Find(key);
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    const toml::array* const array = value->as_array();
+    if (array == nullptr) {
+        m_impl->RefuseKind(*value, key, "an array of " + what);
+    }
+    std::vector<std::string> strings;
+    for (const toml::node& element : *array) {
+        if (!element.is_string()) {
+            m_impl->RefuseKind(element, key, "strings in the array of " + what);
+        }
+        strings.push_back(element.as_string()->get());
+    }
+    return strings;
 }
 
 std::filesystem::path TomlTable::GetPath(const std::string& key)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -39,8 +40,12 @@ public:
     /// else.
     std::optional<std::vector<int>> GetIntegers(const std::string& key, int low, int high,
                                                 const std::string& what = "an integer or an array of integers");
+    /// From 0 on; one that is beyond what TOML's integers hold is a string of digits.
+    std::optional<std::uint64_t> GetUnsigned(const std::string& key);
     std::optional<bool> GetBool(const std::string& key);
     std::optional<std::string> GetString(const std::string& key);
+    /// An array of strings, perhaps empty. `what` says what they are.
+    std::optional<std::vector<std::string>> GetStrings(const std::string& key, const std::string& what);
     /// As it is written in the file; empty where there is none.
     std::filesystem::path GetPath(const std::string& key);
     std::optional<TomlTable> GetTable(const std::string& key);

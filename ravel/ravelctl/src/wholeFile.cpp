@@ -3,6 +3,8 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <fstream>
+
 namespace lumo::ravelctl {
 
 void WriteWhole(const std::filesystem::path& file, const std::function<void(const std::filesystem::path&)>& write)
@@ -17,6 +19,17 @@ void WriteWhole(const std::filesystem::path& file, const std::function<void(cons
         std::filesystem::remove(part, ignored);
         throw;
     }
+}
+
+void WriteWholeText(const std::filesystem::path& file, const std::string& text)
+{
+    WriteWhole(file, [&text](const std::filesystem::path& part) {
+        std::ofstream stream;
+        stream.exceptions(std::ios::failbit | std::ios::badbit);
+        stream.open(part, std::ios::binary);
+        stream << text;
+        stream.close();
+    });
 }
 
 }  // namespace lumo::ravelctl

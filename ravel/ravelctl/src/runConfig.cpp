@@ -1,0 +1,382 @@
+#include "runConfig.hpp"
+
+#include "error.hpp"
+#include "tomlTable.hpp"
+
+#include <lumo/mirrorsim/controlModes.hpp>
+#include <lumo/mirrorsim/geometry.hpp>
+#include <lumo/ravelcore/names.hpp>
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <functional>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+/// One line of the file. `write` gives the value as TOML, or nothing where it is not given.
+struct Entry
+{
+    const char* key;
+    const char* comment;
+    const char* example;  // for what is not given
+    std::function<void(TomlTable&, const char*, RunArguments&)> read;
+    std::function<std::string(const RunOptions&)> write;
+};
+
+struct Section
+{
+    const char* name;
+    const char* comment;
+    std::vector<Entry> entries;
+};
+
+// ---- values as TOML
+
+std::string Quote(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            quoted += '\\';
+        }
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) {
+            quoted += fmt::format("\\u{:04X}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "\"";
+}
+
+/// With a point or an exponent, so that it stays a number with a fraction for other readers too.
+std::string FormatNumber(double value)
+{
+    const std::string text = fmt::format("{}", value);
+    return text.find_first_of(".en") == std::string::npos ? text + ".0" : text;
+}
+
+std::string FormatStrings(const std::vector<std::string>& texts)
+{
+    std::vector<std::string> quoted;
+    for (const std::string& text : texts) {
+        quoted.push_back(Quote(text));
+    }
+    return fmt::format("[{}]", fmt::join(quoted, ", "));
+}
+
+// ---- kinds of entries
+
+using GetBool = std::function<bool&(RunOptions&)>;
+using GetPath = std::function<std::filesystem::path&(RunOptions&)>;
+using GetInt = std::function<int&(RunOptions&)>;
+using GetOptional = std::function<std::optional<double>&(RunOptions&)>;
+
+Entry Number(const char* key, const char* comment, const NumberRange& range, double RunOptions::*field)
+{
+    return {key, comment, "",
+            [field, range](TomlTable& table, const char* name, RunArguments& arguments) {
+                arguments.options.*field = table.GetNumber(name, range).value_or(arguments.options.*field);
+            },
+            [field](const RunOptions& options) {
+                return FormatNumber(options.*field);
+            }};
+}
+
+Entry OptionalNumber(const char* key, const char* comment, const char* example, const NumberRange& range,
+                     const GetOptional& field)
+{
+    return {key, comment, example,
+            [field, range](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (const std::optional<double> value = table.GetNumber(name, range)) {
+                    field(arguments.options) = value;
+                }
+            },
+            [field](RunOptions options) {
+                return field(options) ? FormatNumber(*field(options)) : std::string();
+            }};
+}
+
+Entry Flag(const char* key, const char* comment, const GetBool& field)
+{
+    return {key, comment, "",
+            [field](TomlTable& table, const char* name, RunArguments& arguments) {
+                field(arguments.options) = table.GetBool(name).value_or(field(arguments.options));
+            },
+            [field](RunOptions options) {
+                return field(options) ? "true" : "false";
+            }};
+}
+
+Entry Path(const char* key, const char* comment, const char* example, const GetPath& field)
+{
+    return {key, comment, example,
+            [field](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (table.Has(name)) {
+                    field(arguments.options) = table.GetPath(name);
+                }
+            },
+            [field](RunOptions options) {
+                const std::filesystem::path& path = field(options);
+                return path.empty() ? std::string() : Quote(path.string());
+            }};
+}
+
+Entry Integer(const char* key, const char* comment, int low, int high, const GetInt& field)
+{
+    return {key, comment, "",
+            [=](TomlTable& table, const char* name, RunArguments& arguments) {
+                field(arguments.options) = table.GetInteger(name, low, high).value_or(field(arguments.options));
+            },
+            [field](RunOptions options) {
+                return fmt::format("{}", field(options));
+            }};
+}
+
+/// A size that the simulated mirror has: it may be said, but not changed.
+Entry FixedSize(const char* key, const char* comment, int size)
+{
+    return {key, comment, "",
+            [size](TomlTable& table, const char* name, RunArguments& /*arguments*/) {
+                const int given = table.GetInteger(name, 1, std::numeric_limits<int>::max()).value_or(size);
+                if (given != size) {
+                    table.Refuse(name,
+                                 fmt::format("expected {}, as the simulated mirror has, but got {}", size, given));
+                }
+            },
+            [size](const RunOptions& /*options*/) {
+                return fmt::format("{}", size);
+            }};
+}
+
+// ---- entries that are like no other
+
+Entry Workers()
+{
+    return {"workers", "worker threads; each controls a slice of the modes", "2",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (const std::optional<int> workers = table.GetInteger(name, 1, 256)) {
+                    arguments.workers = workers;
+                }
+            },
+            [](const RunOptions& options) {
+                return fmt::format("{}", options.workers);
+            }};
+}
+
+Entry Seed()
+{
+    return {"seed", "of everything random; equal seeds give equal bits", "",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                arguments.options.seed = table.GetUnsigned(name).value_or(arguments.options.seed);
+            },
+            [](const RunOptions& options) {
+                const bool fits = std::in_range<std::int64_t>(options.seed);  // an integer of TOML has a sign
+                return fits ? fmt::format("{}", options.seed) : fmt::format("\"{}\"", options.seed);
+            }};
+}
+
+Entry Tones()
+{
+    return {"tones", "sines of disturbance on single modes, mode:Hz:nm", "",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                for (const std::string& tone :
+                     table.GetStrings(name, "tones such as \"5:2.5:100\"").value_or(std::vector<std::string>())) {
+                    try {
+                        arguments.options.tones.push_back(ParseTone(tone));
+                    } catch (const InputError& e) {
+                        table.Refuse(name, e.what());
+                    }
+                }
+            },
+            [](const RunOptions& options) {
+                std::vector<std::string> tones;
+                for (const mirrorsim::Tone& tone : options.tones) {
+                    tones.push_back(fmt::format("{}:{}:{}", tone.mode, tone.frequency_hz, tone.amplitude_um * 1.0e3));
+                }
+                return FormatStrings(tones);
+            }};
+}
+
+Entry Recorded()
+{
+    return {"what", "some of \"modes\", \"es\" (edge-sensor frames), \"pact\" (actuator frames)", "",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (const auto names = table.GetStrings(name, "some of \"modes\", \"es\", \"pact\"")) {
+                    try {
+                        ParseRecorded(*names, arguments.options.record);
+                    } catch (const InputError& e) {
+                        table.Refuse(name, e.what());
+                    }
+                }
+            },
+            [](const RunOptions& options) {
+                return FormatStrings(NameRecorded(options.record));
+            }};
+}
+
+/// The same as `workers`, said the other way round.
+Entry SliceSize()
+{
+    return {"slice_size", "modes of each worker; in the place of run.workers", "300",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                const std::optional<int> size = table.GetInteger(name, 1, mirrorsim::NUM_MODES);
+                if (!size) {
+                    return;
+                }
+                if (arguments.workers) {
+                    table.Refuse(name, "expected either this or run.workers but got both");
+                }
+                arguments.workers = (arguments.options.modes + *size - 1) / *size;
+            },
+            [](const RunOptions& /*options*/) {
+                return std::string();
+            }};
+}
+
+std::vector<Section> MakeRunSections()
+{
+    constexpr int MOST = std::numeric_limits<int>::max();
+    const auto options = [](auto member) {
+        return [member](RunOptions & o) -> auto&
+        {
+            return o.*member;
+        };
+    };
+    return {
+        {"run",
+         "The loop.",
+         {Integer("modes", "control modes, 1 to 2390, the least stiff ones", 1, mirrorsim::NUM_MODES,
+                  options(&RunOptions::modes)),
+          Number("rate", "Hz; cycle rate, 1 to 5000", {1.0, 5000.0, "Hz"}, &RunOptions::rate_hz),
+          OptionalNumber("duration", "s; length of the run, open loop included [20, or as long as what is played]",
+                         "20.0", {0.01, 1.0e6, "s"}, options(&RunOptions::duration_s)),
+          OptionalNumber("open_loop", "s; at the beginning, with the loop open [a tenth of the duration]", "2.0",
+                         {0.0, 1.0e6, "s"}, options(&RunOptions::open_loop_s)),
+          Workers(), Seed(),
+          Flag("as_fast_as_possible", "do not wait between cycles; same results",
+               options(&RunOptions::as_fast_as_possible)),
+          Tones(),
+          Path("matrices", "folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]",
+               "\"matrices\"", options(&RunOptions::matrices)),
+          Path("script", "file of changes to make while the loop runs", "\"changes.toml\"",
+               options(&RunOptions::script)),
+          Path("output", "folder for the run's files [ravelctl-<time> here]", "\"first\"",
+               options(&RunOptions::output)),
+          Flag("overwrite", "replace the run that the output folder holds", options(&RunOptions::overwrite)),
+          Path("log_config", "file of log4cplus properties [warnings to standard error]", "\"log.properties\"",
+               options(&RunOptions::log_config)),
+          Flag("quiet", "print nothing but errors", options(&RunOptions::quiet))}},
+        {"record",
+         "What is recorded.",
+         {Recorded(),
+          Integer("decimation", "one in so many cycles", 1, MOST,
+                  [](RunOptions& o) -> int& { return o.record.decimation; }),
+          OptionalNumber("last", "s; keep only the last seconds", "10.0", {0.001, 1.0e6, "s"},
+                         [](RunOptions& o) -> std::optional<double>& { return o.record.last_s; })}},
+        {"play",
+         "Recorded frames in place of the simulated sensors.",
+         {Path("es", "edge-sensor frames", "\"first/es.fits\"",
+               [](RunOptions& o) -> std::filesystem::path& { return o.play.es; }),
+          Path("pact", "actuator frames", "\"first/pact.fits\"",
+               [](RunOptions& o) -> std::filesystem::path& { return o.play.pact; })}},
+        {"inject",
+         "Samples that are added to the references once these have been led to 0.",
+         {Path("file", "um, one row per sample, one column per mode", "\"chirp.fits\"",
+               [](RunOptions& o) -> std::filesystem::path& { return o.inject.file; }),
+          Integer("decimation", "cycles that each sample lasts", 1, MOST,
+                  [](RunOptions& o) -> int& { return o.inject.decimation; }),
+          Flag("loop", "begin again after the last sample", [](RunOptions& o) -> bool& { return o.inject.loop; })}},
+    };
+}
+
+/// A key that goes to the tasks as it is.
+Entry LibraryKey(const char* key, const char* comment, const char* example, int low, const std::string& name)
+{
+    return {key, comment, example,
+            [low, name](TomlTable& table, const char* short_name, RunArguments& arguments) {
+                if (const auto value = table.GetInteger(short_name, low, std::numeric_limits<int>::max())) {
+                    arguments.options.cfg[name] = std::to_string(*value);
+                }
+            },
+            [name](const RunOptions& options) {
+                const auto found = options.cfg.find(name);
+                return found == options.cfg.end() ? std::string() : found->second;
+            }};
+}
+
+/// The library's own keys.
+std::vector<Section> MakeLibrarySections()
+{
+    return {{"cfg.task_edc",
+             "Sizes of the control tasks, under the library's own names.",
+             {FixedSize("num_pact", "position actuators", mirrorsim::NUM_PACT),
+              FixedSize("num_es", "edge-sensor slots", mirrorsim::NUM_ES), SliceSize()}},
+            {"cfg.task_sgemv",
+             "The matrix-vector task, with which ravelctl qualify times a machine; a run does not use it.",
+             {LibraryKey("num_rows", "rows of the matrix", "600", 1, ravelcore::KEY_TASK_SGEMV_NUM_ROWS),
+              LibraryKey("num_cols", "columns of the matrix", "4788", 1, ravelcore::KEY_TASK_SGEMV_NUM_COLS),
+              LibraryKey("numa_node", "NUMA node of its memory; -1 for any", "0", -1,
+                         ravelcore::KEY_TASK_SGEMV_NUMA_NODE)}}};
+}
+
+void ReadSection(TomlTable table, const Section& section, RunArguments& arguments)
+{
+    for (const Entry& entry : section.entries) {
+        entry.read(table, entry.key, arguments);
+    }
+    table.RefuseUnknownKeys();
+}
+
+std::string FormatSection(const Section& section, const RunOptions& options)
+{
+    std::string text = fmt::format("\n# {}\n[{}]\n", section.comment, section.name);
+    for (const Entry& entry : section.entries) {
+        const std::string value = entry.write(options);
+        const std::string line = value.empty() ? fmt::format("# {} = {}", entry.key, entry.example)
+                                               : fmt::format("{} = {}", entry.key, value);
+        text += fmt::format("{:<32}  # {}\n", line, entry.comment);
+    }
+    return text;
+}
+
+}  // namespace
+
+void LoadConfig(const std::filesystem::path& file, RunArguments& arguments)
+{
+    TomlTable root = TomlTable::Open(file);
+    for (const Section& section : MakeRunSections()) {
+        if (const std::optional<TomlTable> table = root.GetTable(section.name)) {
+            ReadSection(*table, section, arguments);
+        }
+    }
+    if (std::optional<TomlTable> cfg = root.GetTable("cfg")) {
+        for (const Section& section : MakeLibrarySections()) {
+            const std::string name = section.name;
+            if (const std::optional<TomlTable> table = cfg->GetTable(name.substr(name.find('.') + 1))) {
+                ReadSection(*table, section, arguments);
+            }
+        }
+        cfg->RefuseUnknownKeys();
+    }
+    root.RefuseUnknownKeys();
+}
+
+std::string FormatConfig(const RunOptions& options)
+{
+    std::string text =
+        "# Options of ravelctl run. Lines that are commented out are not given; [..] is what is meant then.\n";
+    for (const std::vector<Section>& sections : {MakeRunSections(), MakeLibrarySections()}) {
+        for (const Section& section : sections) {
+            text += FormatSection(section, options);
+        }
+    }
+    return text;
+}
+
+}  // namespace lumo::ravelctl
