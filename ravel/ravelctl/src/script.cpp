@@ -198,7 +198,8 @@ void CheckFolderName(const TomlTable& at, const std::string& name)
     if (!plain) {
         at.Refuse("save", fmt::format("expected the name of a folder, not a path, but got '{}'", name));
     }
-    if (name.ends_with(".fits") || name.ends_with(".json")) {  // the run's own files stand in the same place
+    if (name.ends_with(".fits") || name.ends_with(".json") || name.ends_with(".toml") ||
+        name.ends_with(".html")) {  // the run's own files stand in the same place
         at.Refuse("save", fmt::format("expected the name of a folder, not of a file, but got '{}'", name));
     }
 }

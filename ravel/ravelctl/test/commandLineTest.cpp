@@ -1,5 +1,7 @@
 #include "commandLine.hpp"
 #include "error.hpp"
+#include "support/testFolder.hpp"
+#include "support/textFile.hpp"
 #include "support/thrown.hpp"
 #include "version.hpp"
 
@@ -154,6 +156,29 @@ TEST(CommandLineTest, TheLastSecondsAreTenWhereNoNumberIsGiven)
     EXPECT_EQ(ParseRun({"--record-last=1e2"}).record.last_s, 100.0);
     EXPECT_EQ(ParseRun({"--record-last", "0"}).record.last_s, 0.0) << "for the plan to refuse";
     EXPECT_EQ(ParseRun({"--record-last=-3"}).record.last_s, -3.0) << "for the plan to refuse";
+}
+
+TEST(CommandLineTest, OptionsOverrideTheFileAndTheFileTheDefaults)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file,
+                     "[run]\nmodes = 30\nworkers = 3\nseed = 5\ntones = [\"1:2:3\"]\n[record]\nwhat = [\"es\"]\n");
+    const RunOptions from_file = ParseRun({file});
+    EXPECT_EQ(from_file.modes, 30);
+    EXPECT_EQ(from_file.workers, 3);
+    EXPECT_EQ(from_file.seed, 5U);
+    EXPECT_EQ(from_file.rate_hz, 500.0);
+    EXPECT_EQ(from_file.tones.size(), 1U);
+    EXPECT_EQ(NameRecorded(from_file.record), std::vector<std::string>{"es"});
+    const RunOptions overridden =
+        ParseRun({"--modes", "40", file, "--workers", "2", "--tone", "4:5:6", "--tone", "7:8:9", "--record", "pact"});
+    EXPECT_EQ(overridden.modes, 40);
+    EXPECT_EQ(overridden.workers, 2);
+    EXPECT_EQ(overridden.seed, 5U);
+    ASSERT_EQ(overridden.tones.size(), 2U);
+    EXPECT_EQ(overridden.tones[0].mode, 4);
+    EXPECT_EQ(NameRecorded(overridden.record), std::vector<std::string>{"pact"});
 }
 
 ModulationOptions ParseModulation(std::vector<std::string> arguments)

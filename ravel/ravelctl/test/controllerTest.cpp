@@ -171,7 +171,7 @@ TEST(ControllerTest, EveryFileThatTheReportNamesIsThereAndNothingElse)
 {
     const test::TestFolder folder;
     const FinishedRun run = RunInProcess(ShortRun(folder, "run"));
-    EXPECT_THAT(run.report.files, ElementsAre("modes_in.fits", "modes_out.fits", "summary.json"));
+    EXPECT_THAT(run.report.files, ElementsAre("modes_in.fits", "modes_out.fits", "config.toml", "summary.json"));
     std::vector<std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator(folder / "run")) {
         found.push_back(entry.path().filename().string());

@@ -70,7 +70,7 @@ TEST(RavelctlTest, ARunThatHoldsEndsWithZeroAReportAndItsFiles)
     EXPECT_EQ(result.status, EXIT_OK) << result.err;
     EXPECT_EQ(result.err, "");
     EXPECT_THAT(result.out, HasSubstr("the loop held"));
-    EXPECT_THAT(result.out, HasSubstr("modes_in.fits, modes_out.fits, summary.json"));
+    EXPECT_THAT(result.out, HasSubstr("modes_in.fits, modes_out.fits, config.toml, summary.json"));
     EXPECT_THAT(result.out, Not(HasSubstr("\r"))) << "no terminal, no refreshing";
     EXPECT_EQ(ReadSummary(folder / "run").at("cycles"), 300);
     ExpectWholeRecording(folder / "run");
@@ -148,9 +148,9 @@ TEST(RavelctlTest, FilesThatCannotBeWrittenAreEachNamedAndTheStatusTells)
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
     // What could be written is there, and nothing half-written is.
     const nlohmann::json summary = ReadSummary(folder / "run");
-    EXPECT_EQ(summary.at("files"), nlohmann::json({"summary.json"}));
+    EXPECT_EQ(summary.at("files"), nlohmann::json({"config.toml", "summary.json"}));
     EXPECT_EQ(summary.at("problems").size(), 2U);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "run"), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "run"), fs::directory_iterator()), 2);
 }
 
 TEST(RavelctlTest, MatricesThatCannotBeStoredEndItBeforeTheLoopClosesAndLeaveNoPart)
@@ -237,9 +237,53 @@ TEST(RavelctlTest, AScriptTellsEachStepAsItIsDoneAndRefusesWhatCannotBeWhileTheL
                                       "/PACT2MODES.fits) has dimension [2390,2394], expecting [20,4788]"));
     const nlohmann::json summary = ReadSummary(folder / "run");
     EXPECT_EQ(summary.at("files"), nlohmann::json({"first/modes_in.fits", "first/modes_out.fits", "modes_in.fits",
-                                                   "modes_out.fits", "summary.json"}));
+                                                   "modes_out.fits", "config.toml", "summary.json"}));
     EXPECT_EQ(test::LoadRecording(folder / "run" / "first" / "modes_in.fits").rows, 200);
     EXPECT_EQ(test::LoadRecording(folder / "run" / "modes_in.fits").rows, 99) << "the cycle of the save is left out";
+}
+
+TEST(RavelctlTest, TheConfigurationBesideARunRepeatsIt)
+{
+    const test::TestFolder folder;
+    const std::string changes = (folder / "changes.toml").string();
+    test::WriteBytes(changes, "[[at]]\ntime = 0.3\ngains = { kp = 0.5 }\n");
+    const ChildProcess::Result first =
+        RunChild(RunArguments(folder / "first", {"--duration", "0.5", "--as-fast-as-possible", "--seed", "7", "--tone",
+                                                 "3:10:50", "--script", changes}));
+    ASSERT_EQ(first.status, EXIT_OK) << first.err;
+    const ChildProcess::Result again = RunChild({RAVELCTL_PROGRAM, "run", (folder / "first" / "config.toml").string(),
+                                                 "--output", (folder / "again").string()});
+    EXPECT_EQ(again.status, EXIT_OK) << again.err;
+    for (const char* file : {"modes_in.fits", "modes_out.fits"}) {
+        EXPECT_TRUE(test::ReadBytes(folder / "first" / file) == test::ReadBytes(folder / "again" / file)) << file;
+    }
+}
+
+TEST(RavelctlTest, TheDefaultConfigurationIsPrintedAndCanBeRun)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result printed =
+        RunChild({RAVELCTL_PROGRAM, "config", "--modes", "20", "--matrices", RAVELCTL_TEST_MATRICES});
+    EXPECT_EQ(printed.status, EXIT_OK);
+    EXPECT_EQ(printed.err, "");
+    test::WriteBytes(folder / "night.toml", printed.out);
+    const ChildProcess::Result run = RunChild({RAVELCTL_PROGRAM, "run", (folder / "night.toml").string(), "--duration",
+                                               "0.6", "--as-fast-as-possible", "--output", (folder / "run").string()});
+    EXPECT_EQ(run.status, EXIT_OK) << run.err;
+    ExpectWholeRecording(folder / "run");
+}
+
+TEST(RavelctlTest, AMistakeInAConfigurationIsNamedWithItsPlace)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[run]\nmodes = 20\nrat = 250.0\n");
+    const ChildProcess::Result result =
+        RunChild({RAVELCTL_PROGRAM, "run", file, "--output", (folder / "run").string()});
+    EXPECT_EQ(result.status, EXIT_BAD_INPUT);
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr(file + ":3:1: unknown key 'rat'"));
+    EXPECT_THAT(result.err, HasSubstr("did you mean 'rate'?"));
 }
 
 TEST(RavelctlTest, AMistakeInAScriptIsNamedWithItsPlaceBeforeTheLoopCloses)

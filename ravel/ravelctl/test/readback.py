@@ -50,7 +50,7 @@ def read_table(path, columns):
 def check_run(folder, workers):
     subprocess.run([sys.executable, "-B", pathlib.Path(__file__).with_name("verifyRun.py"), folder], check=True)
     files = sorted(path.name for path in folder.iterdir())
-    expect(folder, "files", files, ["modes_in.fits", "modes_out.fits", "summary.json"])
+    expect(folder, "files", files, ["config.toml", "modes_in.fits", "modes_out.fits", "summary.json"])
     summary = json.loads((folder / "summary.json").read_text())
     expect(folder, "files in the summary", sorted(summary["files"]), files)
     for key, value in {"cycles": CYCLES, "rate_hz": RATE_HZ, "modes": MODES, "workers": workers, "seed": 7}.items():

@@ -374,7 +374,7 @@ TEST_F(ScriptTest, ANameThatIsNoPlainFolderIsRefused)
     }
     EXPECT_EQ(ChangeRefusal("save = \"a\\u0000b\""),
               "8: save: expected the name of a folder, not a path, but got 'a?b'");
-    for (const std::string name : {"es.fits", "summary.json"}) {
+    for (const std::string name : {"es.fits", "summary.json", "config.toml"}) {
         EXPECT_EQ(ChangeRefusal("save = '" + name + "'"),
                   "8: save: expected the name of a folder, not of a file, but got '" + name + "'");
     }

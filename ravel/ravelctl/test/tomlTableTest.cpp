@@ -155,6 +155,41 @@ TEST_F(TomlTableTest, WhatIsNoListOfIntegersIsRefusedAtTheElement)
               "file.toml:1:5: a: expected modes but got a string");
 }
 
+TEST_F(TomlTableTest, UnsignedNumbersReachAllOfTheir64BitsAsDigits)
+{
+    TomlTable sut = Read("a = 0\nb = 9223372036854775807\nc = \"18446744073709551615\"\n");
+    EXPECT_EQ(sut.GetUnsigned("a"), 0U);
+    EXPECT_EQ(sut.GetUnsigned("b"), 9223372036854775807U);
+    EXPECT_EQ(sut.GetUnsigned("c"), 18446744073709551615U);
+    EXPECT_EQ(sut.GetUnsigned("d"), std::nullopt);
+    const auto unsigned_number = [](TomlTable& table) {
+        table.GetUnsigned("a");
+    };
+    EXPECT_EQ(Refusal("a = -1", unsigned_number), "file.toml:1:5: a: expected 0 or above but got -1");
+    EXPECT_EQ(Refusal("a = 1.5", unsigned_number),
+              "file.toml:1:5: a: expected an integer but got a floating-point number");
+    EXPECT_EQ(Refusal("a = \"18446744073709551616\"", unsigned_number),
+              "file.toml:1:5: a: expected an integer of at most 64 bits but got '18446744073709551616'");
+    EXPECT_EQ(Refusal("a = \"7x\"", unsigned_number),
+              "file.toml:1:5: a: expected an integer of at most 64 bits but got '7x'");
+    EXPECT_EQ(Refusal("a = \"\"", unsigned_number),
+              "file.toml:1:5: a: expected an integer of at most 64 bits but got ''");
+}
+
+TEST_F(TomlTableTest, ArraysOfStringsAreReadAndAnythingElseIsRefusedAtTheElement)
+{
+    TomlTable sut = Read("a = [\"x\", 'y z']\nb = []\n");
+    EXPECT_THAT(sut.GetStrings("a", "letters").value(), ElementsAre("x", "y z"));
+    EXPECT_TRUE(sut.GetStrings("b", "letters").value().empty());
+    EXPECT_EQ(sut.GetStrings("c", "letters"), std::nullopt);
+    const auto strings = [](TomlTable& table) {
+        table.GetStrings("a", "letters");
+    };
+    EXPECT_EQ(Refusal("a = 'x'", strings), "file.toml:1:5: a: expected an array of letters but got a string");
+    EXPECT_EQ(Refusal("a = ['x',\n 2]", strings),
+              "file.toml:2:2: a: expected strings in the array of letters but got an integer");
+}
+
 TEST_F(TomlTableTest, NumbersOutOfRangeAreRefusedWithTheRange)
 {
     const auto between = [](TomlTable& sut) {

@@ -1,0 +1,179 @@
+#include "error.hpp"
+#include "runConfig.hpp"
+#include "support/testFolder.hpp"
+#include "support/textFile.hpp"
+#include "support/thrown.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace lumo::ravelctl {
+namespace {
+
+using testing::HasSubstr;
+
+class RunConfigTest : public testing::Test
+{
+protected:
+    RunOptions Load(const std::string& text)
+    {
+        test::WriteBytes(m_file, text);
+        RunArguments arguments;
+        LoadConfig(m_file, arguments);
+        return ReadRunOptions(arguments);
+    }
+
+    /// What is refused, without the folder.
+    std::string Refusal(const std::string& text)
+    {
+        const std::string line = test::ThrownLine<InputError>([&] { Load(text); });
+        const std::string folder = m_folder.GetPath().string() + "/";
+        EXPECT_EQ(line.substr(0, folder.size()), folder);
+        return line.substr(std::min(folder.size(), line.size()));
+    }
+
+    const test::TestFolder m_folder;
+    const std::filesystem::path m_file = m_folder / "night.toml";
+};
+
+/// None of them the default.
+RunOptions OptionsOfEveryKind()
+{
+    RunOptions options;
+    options.modes = 100;
+    options.rate_hz = 250.0;
+    options.duration_s = 12.5;
+    options.open_loop_s = 0.0;
+    options.workers = 3;
+    options.seed = 18446744073709551615U;
+    options.output = "a \"b\" \\ c";
+    options.overwrite = true;
+    options.matrices = "m";
+    options.as_fast_as_possible = true;
+    options.quiet = true;
+    options.log_config = "l";
+    options.tones = {{5, 2.5, 0.1}, {7, 10.0, 0.0005}};
+    options.record = {false, true, true, 4, 1.5};
+    options.play = {"e.fits", "p.fits"};
+    options.inject = {"i.fits", 3, true};
+    options.script = "s.toml";
+    options.cfg = {
+        {"cfg.task_sgemv.num_rows", "600"}, {"cfg.task_sgemv.num_cols", "4788"}, {"cfg.task_sgemv.numa_node", "-1"}};
+    return options;
+}
+
+void ExpectSameTones(const std::vector<mirrorsim::Tone>& found, const std::vector<mirrorsim::Tone>& expected)
+{
+    ASSERT_EQ(found.size(), expected.size());
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        EXPECT_EQ(found[i].mode, expected[i].mode);
+        EXPECT_EQ(found[i].frequency_hz, expected[i].frequency_hz);
+        EXPECT_EQ(found[i].amplitude_um, expected[i].amplitude_um);
+    }
+}
+
+void ExpectSame(const RunOptions& found, const RunOptions& expected)
+{
+    EXPECT_EQ(found.modes, expected.modes);
+    EXPECT_EQ(found.rate_hz, expected.rate_hz);
+    EXPECT_EQ(found.duration_s, expected.duration_s);
+    EXPECT_EQ(found.open_loop_s, expected.open_loop_s);
+    EXPECT_EQ(found.workers, expected.workers);
+    EXPECT_EQ(found.seed, expected.seed);
+    EXPECT_EQ(found.output, expected.output);
+    EXPECT_EQ(found.overwrite, expected.overwrite);
+    EXPECT_EQ(found.matrices, expected.matrices);
+    EXPECT_EQ(found.as_fast_as_possible, expected.as_fast_as_possible);
+    EXPECT_EQ(found.quiet, expected.quiet);
+    EXPECT_EQ(found.log_config, expected.log_config);
+    ExpectSameTones(found.tones, expected.tones);
+    EXPECT_EQ(NameRecorded(found.record), NameRecorded(expected.record));
+    EXPECT_EQ(found.record.decimation, expected.record.decimation);
+    EXPECT_EQ(found.record.last_s, expected.record.last_s);
+    EXPECT_EQ(found.play.es, expected.play.es);
+    EXPECT_EQ(found.play.pact, expected.play.pact);
+    EXPECT_EQ(found.inject.file, expected.inject.file);
+    EXPECT_EQ(found.inject.decimation, expected.inject.decimation);
+    EXPECT_EQ(found.inject.loop, expected.inject.loop);
+    EXPECT_EQ(found.script, expected.script);
+    EXPECT_EQ(found.cfg, expected.cfg);
+}
+
+TEST_F(RunConfigTest, WhatIsWrittenIsReadAgainToTheLastOption)
+{
+    ExpectSame(Load(FormatConfig(OptionsOfEveryKind())), OptionsOfEveryKind());
+    RunOptions defaults;
+    defaults.workers = 2;  // of the command line
+    ExpectSame(Load(FormatConfig(defaults)), defaults);
+}
+
+TEST_F(RunConfigTest, AnEmptyFileMeansTheDefaults)
+{
+    RunOptions defaults;
+    defaults.workers = 2;
+    ExpectSame(Load(""), defaults);
+}
+
+TEST_F(RunConfigTest, EveryEntryOfTheFileHasAComment)
+{
+    const std::string text = FormatConfig(RunOptions());
+    std::istringstream lines(text);
+    std::string line;
+    int entries = 0;
+    while (std::getline(lines, line)) {
+        if (line.find(" = ") != std::string::npos) {
+            ++entries;
+            EXPECT_THAT(line.substr(2), HasSubstr("  # ")) << line;
+        }
+    }
+    EXPECT_EQ(entries, 29);
+}
+
+TEST_F(RunConfigTest, UnknownKeysAreRefusedWithTheNearestOne)
+{
+    EXPECT_THAT(Refusal("[run]\nmode = 3\n"), HasSubstr("night.toml:2:1: unknown key 'mode'; expected one of modes, "));
+    EXPECT_THAT(Refusal("[run]\nmode = 3\n"), HasSubstr("did you mean 'modes'?"));
+    EXPECT_THAT(Refusal("[rum]\n"), HasSubstr("night.toml:1:1: unknown key 'rum'; expected one of run, record, "));
+    EXPECT_THAT(Refusal("[cfg.task_edcs]\n"), HasSubstr("did you mean 'task_edc'?"));
+    EXPECT_THAT(Refusal("[cfg.task_edc]\nnum_pacts = 1\n"), HasSubstr("did you mean 'num_pact'?"));
+}
+
+TEST_F(RunConfigTest, WrongKindsAndValuesOutOfRangeAreRefusedWithTheirPlace)
+{
+    EXPECT_EQ(Refusal("[run]\nmodes = \"all\"\n"), "night.toml:2:9: modes: expected an integer but got a string");
+    EXPECT_EQ(Refusal("[run]\nmodes = 2391\n"), "night.toml:2:9: modes: expected 1 to 2390 but got 2391");
+    EXPECT_EQ(Refusal("[run]\nrate = 5001\n"), "night.toml:2:8: rate: expected 1 to 5000 Hz but got 5001");
+    EXPECT_EQ(Refusal("[run]\nworkers = 0\n"), "night.toml:2:11: workers: expected 1 to 256 but got 0");
+    EXPECT_EQ(Refusal("[run]\ntones = [\"1:2\"]\n"),
+              "night.toml:2:9: tones: expected MODE:HZ:NM, such as 5:2.5:100, but got 1:2");
+    EXPECT_EQ(Refusal("[record]\nwhat = [\"mode\"]\n"),
+              "night.toml:2:8: what: expected some of modes, es and pact but got mode");
+    EXPECT_EQ(Refusal("[record]\nlast = 0\n"), "night.toml:2:8: last: expected 0.001 to 1000000 s but got 0");
+}
+
+TEST_F(RunConfigTest, TheMirrorsSizesMayBeSaidButNotChanged)
+{
+    EXPECT_NO_THROW(Load("[cfg.task_edc]\nnum_pact = 2394\nnum_es = 4788\n"));
+    EXPECT_EQ(Refusal("[cfg.task_edc]\nnum_pact = 2391\n"),
+              "night.toml:2:12: num_pact: expected 2394, as the simulated mirror has, but got 2391");
+    EXPECT_EQ(Refusal("[cfg.task_edc]\nnum_es = 1\n"),
+              "night.toml:2:10: num_es: expected 4788, as the simulated mirror has, but got 1");
+}
+
+TEST_F(RunConfigTest, TheSliceSizeSaysHowManyWorkersThereAre)
+{
+    EXPECT_EQ(Load("[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 200\n").workers, 3);
+    EXPECT_EQ(Load("[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 250\n").workers, 3);
+    EXPECT_EQ(Refusal("[run]\nworkers = 2\n[cfg.task_edc]\nslice_size = 200\n"),
+              "night.toml:4:14: slice_size: expected either this or run.workers but got both");
+}
+
+TEST_F(RunConfigTest, TheLibrarysOwnKeysReachTheTasksUnderTheirNames)
+{
+    const RunOptions options = Load("[cfg.task_sgemv]\nnum_rows = 300\nnum_cols = 10\n");
+    EXPECT_EQ(options.cfg, (std::map<std::string, std::string>{{"cfg.task_sgemv.num_cols", "10"},
+                                                               {"cfg.task_sgemv.num_rows", "300"}}));
+}
+
+}  // namespace
+}  // namespace lumo::ravelctl
