@@ -1,5 +1,6 @@
 #include "controller.hpp"
 #include "error.hpp"
+#include "scriptPlayer.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
@@ -23,28 +24,60 @@
 namespace lumo::ravelctl {
 namespace {
 
-using test::FinishedRun;
 using test::LoadRecording;
 using test::Recording;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* MODE_FILES[] = {"modes_in.fits", "modes_out.fits"};
 
+RunOptions MakeOptions()
+{
+    RunOptions options;
+    options.modes = 20;
+    options.duration_s = 0.6;  // 300 cycles
+    options.as_fast_as_possible = true;
+    return options;
+}
+
 class ScriptedRunTest : public testing::Test
 {
 protected:
-    /// A run, into a folder of that name, with a script where there is one.
-    FinishedRun Run(const std::string& name, const std::string& script)
+    ScriptedRunTest() { test::QuietLog(); }
+
+    /// A run whose recordings go into a folder of that name, and what became of its script's steps; without a script
+    /// nothing of what plays scripts is there.
+    std::vector<ScriptEvent> Run(const std::string& name, const std::string& script)
     {
-        m_options.output = m_folder / name;
-        m_options.script.clear();
+        test::SmallLoop rig(m_options);
+        Recordings recordings(PlanRecording(m_options, rig.plan), rig.slices);
+        std::vector<ScriptStep> steps;
         if (!script.empty()) {
-            m_options.script = m_folder / (name + ".toml");
-            test::WriteBytes(m_options.script, script);
+            const std::filesystem::path file = m_folder / (name + ".toml");
+            test::WriteBytes(file, script);
+            steps = LoadScript(file, m_options.modes, rig.plan.TimeOf(rig.plan.cycles - 1));
         }
-        return test::RunInProcess(m_options);
+        LiveParameters parameters(rig.slices, m_options.modes, rig.pid_params, ScriptPlayer::FindMatrices(steps));
+        CycleRequests requests(parameters, recordings, rig.plan.paced);
+        LoopExtras extras;
+        extras.recordings = &recordings;
+        if (!steps.empty()) {
+            extras.parameters = &parameters;
+            extras.requests = &requests;
+        }
+        ControlLoop loop(rig.plan, rig.modes, rig.front_end, rig.slices, rig.workers, extras);
+        ScriptPlayer player(steps, rig.plan, m_options.modes, m_folder / name, {parameters, requests, recordings});
+        rig.Start();
+        recordings.Start();
+        player.StartThread();
+        loop.Run([] { return false; });
+        player.stop(nullptr);
+        player.JoinThread();
+        std::filesystem::create_directories(m_folder / name);
+        recordings.Save(
+            m_folder / name, [](const std::string& /*file*/) {},
+            [](const std::string& problem) { ADD_FAILURE() << problem; });
+        return player.GetEvents();
     }
 
     bool AreSameFiles(const std::string& left, const std::string& right, const char* file) const
@@ -66,10 +99,10 @@ protected:
         return a.rows;
     }
 
-    static std::vector<std::int64_t> Cycles(const FinishedRun& run)
+    static std::vector<std::int64_t> Cycles(const std::vector<ScriptEvent>& events)
     {
         std::vector<std::int64_t> cycles;
-        for (const ScriptEvent& event : run.report.script) {
+        for (const ScriptEvent& event : events) {
             EXPECT_EQ(event.problem, "") << event.what;
             cycles.push_back(event.cycle);
         }
@@ -102,14 +135,14 @@ protected:
     }
 
     test::TestFolder m_folder;
-    RunOptions m_options = test::ShortRun(m_folder, "run");  // 300 cycles
+    RunOptions m_options = MakeOptions();
 };
 
 TEST_F(ScriptedRunTest, GainsThatChangeActFromTheirCycleOnAndNotBefore)
 {
     Run("plain", "");
-    const FinishedRun run = Run("scripted", "[[at]]\ntime = 0.4\ngains = { kp = 0.1, ki = 20.0 }\n");
-    EXPECT_THAT(Cycles(run), ElementsAre(200));
+    const std::vector<ScriptEvent> events = Run("scripted", "[[at]]\ntime = 0.4\ngains = { kp = 0.1, ki = 20.0 }\n");
+    EXPECT_THAT(Cycles(events), ElementsAre(200));
     EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 200);
     EXPECT_GT(FirstDifference("plain", "scripted", "modes_in.fits"), 200) << "the mirror follows the command";
     EXPECT_LT(FirstDifference("plain", "scripted", "modes_in.fits"), 206);
@@ -120,19 +153,17 @@ TEST_F(ScriptedRunTest, AStepThatIsRefusedLeavesTheRunAsItIsWithoutThatStep)
     const std::string good = "[[at]]\ntime = 0.4\npdc = { modes = 5, value = 0.0 }\n";
     Run("without", good);
     SaveMatrix("small.fits", 3, 2, std::vector<float>(6, 1.0F));
-    const FinishedRun run = Run("with", R"([[at]]
+    const std::vector<ScriptEvent> events = Run("with", R"([[at]]
 time = 0.3
 gains = { kp = 0.1 }
 references = { value = 0.5 }
 pdc = { modes = 3, value = 0.0 }
-p2edc = ")" + (m_folder / "small.fits").string() +
-                                            "\"\n" + good);
-    ASSERT_EQ(run.report.script.size(), 2U);
-    EXPECT_EQ(run.report.script[0].problem,
+p2edc = ")" + (m_folder / "small.fits").string() + "\"\n" + good);
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0].problem,
               "Matrix P2EDC (" + (m_folder / "small.fits").string() + ") has dimension [3,2], expecting [20,4788]");
-    EXPECT_EQ(run.report.script[0].cycle, -1);
-    EXPECT_EQ(run.report.script[1].cycle, 200);
-    EXPECT_EQ(run.status, EXIT_FAILED) << "the run goes on, but it is not what was asked for";
+    EXPECT_EQ(events[0].cycle, -1);
+    EXPECT_EQ(events[1].cycle, 200);
     for (const char* file : MODE_FILES) {
         EXPECT_TRUE(AreSameFiles("with", "without", file)) << file;
     }
@@ -182,9 +213,9 @@ pdc = { modes = 3, value = 0.0 }
 time = 1.2
 p2edc = ")" + SaveMatrix("other.fits", modes.num_modes, mirrorsim::NUM_ES, other).string() +
                                "\"\n";
-    const FinishedRun fast = Run("fast", script);
+    const std::vector<ScriptEvent> fast = Run("fast", script);
     m_options.as_fast_as_possible = false;
-    const FinishedRun paced = Run("paced", script);
+    const std::vector<ScriptEvent> paced = Run("paced", script);
     EXPECT_THAT(Cycles(fast), ElementsAre(60, 120));
     ASSERT_THAT(Cycles(paced), ElementsAre(60, 120));
     for (const char* file : MODE_FILES) {
@@ -200,8 +231,8 @@ TEST_F(ScriptedRunTest, EqualScriptsGiveEqualBitsHoweverManyStepsThereAre)
         script += fmt::format("[[at]]\ntime = {}\ngains = {{ modes = {}, kp = {} }}\n", 0.004 * (step + 1), step % 20,
                               0.3 + 0.001 * step);
     }
-    const FinishedRun first = Run("a", script);
-    const FinishedRun second = Run("b", script);
+    const std::vector<ScriptEvent> first = Run("a", script);
+    const std::vector<ScriptEvent> second = Run("b", script);
     std::vector<std::int64_t> expected;
     for (std::int64_t step = 0; step < 100; ++step) {
         expected.push_back(2 * (step + 1));
@@ -220,14 +251,14 @@ TEST_F(ScriptedRunTest, AModeThatIsReplacedByZeroKeepsItsCommandAndIsControlledA
     constexpr int AT_REST = 400;  // the set-point filter
     constexpr int GIVEN_BACK = 500;
     m_options.duration_s = 1.6;
-    const FinishedRun run = Run("run", R"([[at]]
+    const std::vector<ScriptEvent> events = Run("run", R"([[at]]
 time = 0.6
 pdc = { modes = 3, value = 0.0 }
 [[at]]
 time = 1.0
 pdc = { modes = 3, release = true }
 )");
-    EXPECT_THAT(Cycles(run), ElementsAre(REPLACED, GIVEN_BACK));
+    EXPECT_THAT(Cycles(events), ElementsAre(REPLACED, GIVEN_BACK));
     const Recording in = LoadRecording(m_folder / "run" / "modes_in.fits");
     const Recording out = LoadRecording(m_folder / "run" / "modes_out.fits");
     ASSERT_EQ(in.rows, 800);
@@ -254,8 +285,9 @@ TEST_F(ScriptedRunTest, ReferencesThatChangeAreWhereTheModesAreLedTo)
     constexpr double VALUE_UM = 2.0;
     m_options.duration_s = 1.6;
     Run("plain", "");
-    const FinishedRun run = Run("scripted", "[[at]]\ntime = 0.6\nreferences = { modes = 5, value = 2.0 }\n");
-    EXPECT_THAT(Cycles(run), ElementsAre(300));
+    const std::vector<ScriptEvent> events =
+        Run("scripted", "[[at]]\ntime = 0.6\nreferences = { modes = 5, value = 2.0 }\n");
+    EXPECT_THAT(Cycles(events), ElementsAre(300));
     EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 300);
     const Recording plain = LoadRecording(m_folder / "plain" / "modes_in.fits");
     const Recording in = LoadRecording(m_folder / "scripted" / "modes_in.fits");
@@ -273,11 +305,10 @@ TEST_F(ScriptedRunTest, ASaveLeavesOutOneCycleAndWhatIsSavedIsTheRunsRecording)
         m_options.workers = workers;
         const std::string number = std::to_string(workers);
         Run("plain" + number, "");
-        const FinishedRun run = Run("saved" + number, "[[at]]\ntime = 0.2\nsave = \"first\"\n");
-        EXPECT_THAT(Cycles(run), ElementsAre(100));
-        EXPECT_EQ(run.report.script.at(0).last_cycle, 101);
-        EXPECT_THAT(run.report.files, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "modes_in.fits",
-                                                  "modes_out.fits", "summary.json"));
+        const std::vector<ScriptEvent> events = Run("saved" + number, "[[at]]\ntime = 0.2\nsave = \"first\"\n");
+        EXPECT_THAT(Cycles(events), ElementsAre(100));
+        EXPECT_EQ(events.at(0).last_cycle, 101);
+        EXPECT_THAT(events.at(0).files, ElementsAre("first/modes_in.fits", "first/modes_out.fits"));
         for (const char* file : MODE_FILES) {
             const Recording whole = LoadRecording(m_folder / ("plain" + number) / file);
             const Recording first = LoadRecording(m_folder / ("saved" + number) / "first" / file);
@@ -296,43 +327,48 @@ TEST_F(ScriptedRunTest, ASaveLeavesOutOneCycleAndWhatIsSavedIsTheRunsRecording)
     }
 }
 
-TEST_F(ScriptedRunTest, ASaveOfTheNewestSamplesHoldsThemInTheOrderOfTime)
+TEST(ScriptedControllerTest, SavesOfTheNewestSamplesAreInTheOrderOfTimeAndTheLastOneLeavesNothingForTheEnd)
 {
-    m_options.record.last_s = 0.1;
-    const FinishedRun run = Run("run", "[[at]]\ntime = 0.25\nsave = \"first\"\n");
-    EXPECT_THAT(Cycles(run), ElementsAre(125));
-    const auto expect_newest = [](const Recording& recording, int last) {
-        ASSERT_EQ(recording.rows, 50);
-        for (std::size_t row = 0; row < 50; ++row) {
-            ASSERT_EQ(recording.timestamps[row], static_cast<double>(last - 49 + static_cast<int>(row)) / 500.0);
+    const test::TestFolder folder;
+    RunOptions options = test::ShortRun(folder, "run");
+    options.record.last_s = 0.1;
+    options.script = folder / "script.toml";
+    test::WriteBytes(options.script, R"([[at]]
+time = 0.25
+save = "first"
+[[at]]
+time = 0.598  # before the last cycle
+save = "second"
+)");
+    const test::FinishedRun run = test::RunInProcess(options);
+    EXPECT_EQ(run.status, EXIT_OK) << run.text;
+    const auto expect_newest = [&options](const char* name, std::int64_t last) {
+        for (const char* file : MODE_FILES) {
+            std::vector<double> expected;
+            for (std::int64_t cycle = last - 49; cycle <= last; ++cycle) {
+                expected.push_back(static_cast<double>(cycle) / 500.0);
+            }
+            EXPECT_EQ(LoadRecording(options.output / name / file).timestamps, expected) << name << "/" << file;
         }
     };
-    for (const char* file : MODE_FILES) {
-        expect_newest(LoadRecording(m_folder / "run" / "first" / file), 124);
-        expect_newest(LoadRecording(m_folder / "run" / file), 299);
-    }
+    expect_newest("first", 124);
+    expect_newest("second", 298);
+    EXPECT_THAT(run.report.files, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "second/modes_in.fits",
+                                              "second/modes_out.fits", "summary.json"));
+    EXPECT_FALSE(std::filesystem::exists(options.output / "modes_in.fits"));
 }
 
-TEST_F(ScriptedRunTest, ASaveBeforeTheLastCycleLeavesNothingForTheEnd)
+TEST(ScriptedControllerTest, WhatIsDueAfterAnInterruptionIsNeitherDoneNorAProblem)
 {
-    const FinishedRun run = Run("run", "[[at]]\ntime = 0.598\nsave = \"all\"\n");
-    EXPECT_THAT(Cycles(run), ElementsAre(299));
-    EXPECT_EQ(LoadRecording(m_folder / "run" / "all" / "modes_in.fits").rows, 299);
-    EXPECT_THAT(run.report.files, ElementsAre("all/modes_in.fits", "all/modes_out.fits", "summary.json"));
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "run" / "modes_in.fits"));
-    EXPECT_EQ(run.status, EXIT_OK) << run.text;
-}
-
-TEST_F(ScriptedRunTest, WhatIsDueAfterAnInterruptionIsNeitherDoneNorAProblem)
-{
-    m_options.duration_s = 200.0;
-    m_options.output = m_folder / "run";
-    m_options.script = m_folder / "script.toml";
-    test::WriteBytes(m_options.script,
+    const test::TestFolder folder;
+    RunOptions options = test::ShortRun(folder, "run");
+    options.duration_s = 200.0;
+    options.script = folder / "script.toml";
+    test::WriteBytes(options.script,
                      "[[at]]\ntime = 199\nsave = \"first\"\n[[at]]\ntime = 199.5\ngains = { kp = 0.1 }\n");
     test::QuietLog();
     std::ostringstream out;
-    Controller controller(m_options, out);
+    Controller controller(options, out);
     controller.Configure();
     controller.Start();
     controller.Wait([] { return true; });
@@ -341,7 +377,7 @@ TEST_F(ScriptedRunTest, WhatIsDueAfterAnInterruptionIsNeitherDoneNorAProblem)
     EXPECT_EQ(controller.GetExitStatus(), EXIT_INTERRUPTED);
     EXPECT_THAT(controller.GetReport().problems, IsEmpty());
     EXPECT_THAT(controller.GetReport().script, IsEmpty());
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "run" / "first"));
+    EXPECT_FALSE(std::filesystem::exists(options.output / "first"));
 }
 
 }  // namespace
