@@ -35,7 +35,7 @@ RunOptions MakeOptions()
 {
     RunOptions options;
     options.modes = 20;
-    options.duration_s = 0.6;  // 300 cycles
+    options.duration_s = 0.3;  // 150 cycles
     options.as_fast_as_possible = true;
     return options;
 }
@@ -141,20 +141,20 @@ protected:
 TEST_F(ScriptedRunTest, GainsThatChangeActFromTheirCycleOnAndNotBefore)
 {
     Run("plain", "");
-    const std::vector<ScriptEvent> events = Run("scripted", "[[at]]\ntime = 0.4\ngains = { kp = 0.1, ki = 20.0 }\n");
-    EXPECT_THAT(Cycles(events), ElementsAre(200));
-    EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 200);
-    EXPECT_GT(FirstDifference("plain", "scripted", "modes_in.fits"), 200) << "the mirror follows the command";
-    EXPECT_LT(FirstDifference("plain", "scripted", "modes_in.fits"), 206);
+    const std::vector<ScriptEvent> events = Run("scripted", "[[at]]\ntime = 0.2\ngains = { kp = 0.1, ki = 20.0 }\n");
+    EXPECT_THAT(Cycles(events), ElementsAre(100));
+    EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 100);
+    EXPECT_GT(FirstDifference("plain", "scripted", "modes_in.fits"), 100) << "the mirror follows the command";
+    EXPECT_LT(FirstDifference("plain", "scripted", "modes_in.fits"), 106);
 }
 
 TEST_F(ScriptedRunTest, AStepThatIsRefusedLeavesTheRunAsItIsWithoutThatStep)
 {
-    const std::string good = "[[at]]\ntime = 0.4\npdc = { modes = 5, value = 0.0 }\n";
+    const std::string good = "[[at]]\ntime = 0.2\npdc = { modes = 5, value = 0.0 }\n";
     Run("without", good);
     SaveMatrix("small.fits", 3, 2, std::vector<float>(6, 1.0F));
     const std::vector<ScriptEvent> events = Run("with", R"([[at]]
-time = 0.3
+time = 0.1
 gains = { kp = 0.1 }
 references = { value = 0.5 }
 pdc = { modes = 3, value = 0.0 }
@@ -163,7 +163,7 @@ p2edc = ")" + (m_folder / "small.fits").string() + "\"\n" + good);
     EXPECT_EQ(events[0].problem,
               "Matrix P2EDC (" + (m_folder / "small.fits").string() + ") has dimension [3,2], expecting [20,4788]");
     EXPECT_EQ(events[0].cycle, -1);
-    EXPECT_EQ(events[1].cycle, 200);
+    EXPECT_EQ(events[1].cycle, 100);
     for (const char* file : MODE_FILES) {
         EXPECT_TRUE(AreSameFiles("with", "without", file)) << file;
     }
@@ -227,14 +227,14 @@ TEST_F(ScriptedRunTest, EqualScriptsGiveEqualBitsHoweverManyStepsThereAre)
 {
     m_options.workers = 2;
     std::string script;
-    for (int step = 0; step < 100; ++step) {
+    for (int step = 0; step < 60; ++step) {
         script += fmt::format("[[at]]\ntime = {}\ngains = {{ modes = {}, kp = {} }}\n", 0.004 * (step + 1), step % 20,
                               0.3 + 0.001 * step);
     }
     const std::vector<ScriptEvent> first = Run("a", script);
     const std::vector<ScriptEvent> second = Run("b", script);
     std::vector<std::int64_t> expected;
-    for (std::int64_t step = 0; step < 100; ++step) {
+    for (std::int64_t step = 0; step < 60; ++step) {
         expected.push_back(2 * (step + 1));
     }
     EXPECT_EQ(Cycles(first), expected);
@@ -247,21 +247,21 @@ TEST_F(ScriptedRunTest, EqualScriptsGiveEqualBitsHoweverManyStepsThereAre)
 TEST_F(ScriptedRunTest, AModeThatIsReplacedByZeroKeepsItsCommandAndIsControlledAgainWhenItIsGivenBack)
 {
     constexpr int MODE = 3;
-    constexpr int REPLACED = 300;
-    constexpr int AT_REST = 400;  // the set-point filter
-    constexpr int GIVEN_BACK = 500;
-    m_options.duration_s = 1.6;
+    constexpr int REPLACED = 250;
+    constexpr int AT_REST = 330;  // the set-point filter
+    constexpr int GIVEN_BACK = 400;
+    m_options.duration_s = 1.2;
     const std::vector<ScriptEvent> events = Run("run", R"([[at]]
-time = 0.6
+time = 0.5
 pdc = { modes = 3, value = 0.0 }
 [[at]]
-time = 1.0
+time = 0.8
 pdc = { modes = 3, release = true }
 )");
     EXPECT_THAT(Cycles(events), ElementsAre(REPLACED, GIVEN_BACK));
     const Recording in = LoadRecording(m_folder / "run" / "modes_in.fits");
     const Recording out = LoadRecording(m_folder / "run" / "modes_out.fits");
-    ASSERT_EQ(in.rows, 800);
+    ASSERT_EQ(in.rows, 600);
     EXPECT_NE(in.At(REPLACED - 1, MODE), 0.0F);
     for (int row = REPLACED; row < GIVEN_BACK; ++row) {
         ASSERT_EQ(in.At(row, MODE), 0.0F) << row;
@@ -274,26 +274,26 @@ pdc = { modes = 3, release = true }
     const double left = std::abs(static_cast<double>(in.At(GIVEN_BACK, MODE)));
     EXPECT_GT(left, 0.0);
     EXPECT_NE(out.At(GIVEN_BACK, MODE), out.At(AT_REST, MODE));
-    std::cout << "left alone: " << left << " um; controlled: " << Rms(in, MODE, 600, 800) << " um rms after, "
-              << Rms(in, MODE, 200, 300) << " um rms before\n";
-    EXPECT_LT(Rms(in, MODE, 600, 800), 0.2 * left);
+    std::cout << "left alone: " << left << " um; controlled: " << Rms(in, MODE, 500, 600) << " um rms after, "
+              << Rms(in, MODE, 200, 250) << " um rms before\n";
+    EXPECT_LT(Rms(in, MODE, 500, 600), 0.2 * left);
 }
 
 TEST_F(ScriptedRunTest, ReferencesThatChangeAreWhereTheModesAreLedTo)
 {
     constexpr int MODE = 5;
     constexpr double VALUE_UM = 2.0;
-    m_options.duration_s = 1.6;
+    m_options.duration_s = 0.6;
     Run("plain", "");
     const std::vector<ScriptEvent> events =
-        Run("scripted", "[[at]]\ntime = 0.6\nreferences = { modes = 5, value = 2.0 }\n");
-    EXPECT_THAT(Cycles(events), ElementsAre(300));
-    EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 300);
+        Run("scripted", "[[at]]\ntime = 0.2\nreferences = { modes = 5, value = 2.0 }\n");
+    EXPECT_THAT(Cycles(events), ElementsAre(100));
+    EXPECT_EQ(FirstDifference("plain", "scripted", "modes_out.fits"), 100);
     const Recording plain = LoadRecording(m_folder / "plain" / "modes_in.fits");
     const Recording in = LoadRecording(m_folder / "scripted" / "modes_in.fits");
     // The same wind blows in both runs, and the loop is linear: what differs is the step's answer.
-    const double answer = Mean(in, MODE, 600, 800) - Mean(plain, MODE, 600, 800);
-    const double other = Mean(in, MODE + 1, 600, 800) - Mean(plain, MODE + 1, 600, 800);
+    const double answer = Mean(in, MODE, 250, 300) - Mean(plain, MODE, 250, 300);
+    const double other = Mean(in, MODE + 1, 250, 300) - Mean(plain, MODE + 1, 250, 300);
     std::cout << "answer to " << VALUE_UM << " um: " << answer << " um, of the next mode: " << other << " um\n";
     EXPECT_NEAR(answer, VALUE_UM, 0.02 * VALUE_UM);
     EXPECT_NEAR(other, 0.0, 0.02 * VALUE_UM);
@@ -305,16 +305,16 @@ TEST_F(ScriptedRunTest, ASaveLeavesOutOneCycleAndWhatIsSavedIsTheRunsRecording)
         m_options.workers = workers;
         const std::string number = std::to_string(workers);
         Run("plain" + number, "");
-        const std::vector<ScriptEvent> events = Run("saved" + number, "[[at]]\ntime = 0.2\nsave = \"first\"\n");
-        EXPECT_THAT(Cycles(events), ElementsAre(100));
-        EXPECT_EQ(events.at(0).last_cycle, 101);
+        const std::vector<ScriptEvent> events = Run("saved" + number, "[[at]]\ntime = 0.1\nsave = \"first\"\n");
+        EXPECT_THAT(Cycles(events), ElementsAre(50));
+        EXPECT_EQ(events.at(0).last_cycle, 51);
         EXPECT_THAT(events.at(0).files, ElementsAre("first/modes_in.fits", "first/modes_out.fits"));
         for (const char* file : MODE_FILES) {
             const Recording whole = LoadRecording(m_folder / ("plain" + number) / file);
             const Recording first = LoadRecording(m_folder / ("saved" + number) / "first" / file);
             const Recording rest = LoadRecording(m_folder / ("saved" + number) / file);
-            ASSERT_EQ(first.rows, 100) << file;
-            ASSERT_EQ(rest.rows, 199) << file;
+            ASSERT_EQ(first.rows, 50) << file;
+            ASSERT_EQ(rest.rows, 99) << file;
             const auto expect_part = [&](const Recording& part, std::ptrdiff_t begin) {
                 const auto stamps = whole.timestamps.begin() + begin;
                 const auto values = whole.values.begin() + begin * whole.cols;
@@ -322,7 +322,7 @@ TEST_F(ScriptedRunTest, ASaveLeavesOutOneCycleAndWhatIsSavedIsTheRunsRecording)
                 EXPECT_TRUE(std::equal(part.values.begin(), part.values.end(), values)) << file;
             };
             expect_part(first, 0);
-            expect_part(rest, 101);
+            expect_part(rest, 51);
         }
     }
 }
