@@ -353,8 +353,10 @@ save = "second"
     };
     expect_newest("first", 124);
     expect_newest("second", 298);
-    EXPECT_THAT(run.report.files, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "second/modes_in.fits",
-                                              "second/modes_out.fits", "summary.json"));
+    std::vector<std::string> recordings = run.report.files;  // without the run's own description
+    std::erase_if(recordings, [](const std::string& name) { return !name.ends_with(".fits"); });
+    EXPECT_THAT(recordings, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "second/modes_in.fits",
+                                        "second/modes_out.fits"));
     EXPECT_FALSE(std::filesystem::exists(options.output / "modes_in.fits"));
 }
 
