@@ -237,8 +237,8 @@ TEST(ControlLoopTest, TimeStampsAreTheCyclesSynchronisationTimes)
 TEST(ControlLoopTest, TheRecordingsAreToldEveryCycleWithItsOwnRecords)
 {
     RunOptions options = MakeOptions();
-    options.duration_s = 0.2;
-    options.open_loop_s = 0.04;
+    options.duration_s = 0.1;
+    options.open_loop_s = 0.02;
     options.record.modes = false;
     options.record.es = options.record.pact = true;
     RecordedLoop loop(options);
@@ -249,13 +249,13 @@ TEST(ControlLoopTest, TheRecordingsAreToldEveryCycleWithItsOwnRecords)
         ravelcore::AddFeMeasToSamples(loop.rig.front_end.GetPactMeas(), pact);
         return false;
     });
-    ASSERT_EQ(loop.rig.plan.cycles, 100);
-    EXPECT_EQ(loop.recordings.GetCycles(), 100);
+    ASSERT_EQ(loop.rig.plan.cycles, 50);
+    EXPECT_EQ(loop.recordings.GetCycles(), 50);
     const test::Recording es_file = loop.Load("es.fits");
     const test::Recording pact_file = loop.Load("pact.fits");
     EXPECT_TRUE(es_file.values == es) << "not those of the cycles' records";
     EXPECT_TRUE(pact_file.values == pact) << "not those of the cycles' records";
-    for (std::size_t cycle = 0; cycle < 100; ++cycle) {
+    for (std::size_t cycle = 0; cycle < 50; ++cycle) {
         ASSERT_EQ(es_file.timestamps.at(cycle), static_cast<double>(cycle) / 500.0);
         ASSERT_EQ(pact_file.timestamps.at(cycle), static_cast<double>(cycle) / 500.0);
     }
@@ -280,16 +280,24 @@ int FirstDifference(const test::Recording& a, const test::Recording& b, int col)
     return -1;
 }
 
+RunOptions MakeBriefOptions()
+{
+    RunOptions options = MakeOptions();
+    options.duration_s = 0.34;
+    options.open_loop_s = 0.02;
+    return options;
+}
+
 test::Recording RunInjected(ReferenceInjection* injection, const std::string& file)
 {
-    RecordedLoop loop(MakeOptions(), injection);
+    RecordedLoop loop(MakeBriefOptions(), injection);
     loop.Run();
     return loop.Load(file);
 }
 
 TEST(ControlLoopTest, InjectionBeginsInTheCycleWhoseReferencesHaveBeenLedToZero)
 {
-    const LoopPlan plan = PlanRun(MakeOptions());
+    const LoopPlan plan = PlanRun(MakeBriefOptions());
     const int at_zero = static_cast<int>(plan.open_cycles + 1 + plan.lead_cycles);
     const test::Recording plain = RunInjected(nullptr, "modes_out.fits");
     constexpr int MODE = 3;
@@ -305,10 +313,10 @@ TEST(ControlLoopTest, InjectionBeginsInTheCycleWhoseReferencesHaveBeenLedToZero)
 
 TEST(ControlLoopTest, TheModesFollowTheInjectionAndComeBackAfterIt)
 {
-    const LoopPlan plan = PlanRun(MakeOptions());
+    const LoopPlan plan = PlanRun(MakeBriefOptions());
     const int at_zero = static_cast<int>(plan.open_cycles + 1 + plan.lead_cycles);
     constexpr int MODE = 3;
-    constexpr int LENGTH = 90;
+    constexpr int LENGTH = 55;
     const InjectedMode injected(MODE, std::vector<float>(LENGTH, 1.0F));
     const test::Recording plain = RunInjected(nullptr, "modes_in.fits");
     const test::Recording moved = RunInjected(injected.injection.get(), "modes_in.fits");
