@@ -1,7 +1,9 @@
 #include "liveParameters.hpp"
 
 #include "error.hpp"
+#include "tableRows.hpp"
 
+#include <brisk/helper.hpp>
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/ravelcore/utils.hpp>
 
@@ -20,6 +22,10 @@ namespace fs = std::filesystem;
 template <typename Loading>
 void Load(const fs::path& file, Loading&& load)
 {
+    const std::optional<std::int64_t> rows = CountTableRows(brisk::Helper::FindFile(file.string()));
+    if (rows && *rows < 1) {  // the library ends the process
+        throw InputError(fmt::format("{}: expected a FITS table with rows but it has none", file.string()));
+    }
     try {
         load(file.string());
     } catch (const CCfits::FitsException& e) {

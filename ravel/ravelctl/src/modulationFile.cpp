@@ -2,11 +2,11 @@
 
 #include "error.hpp"
 #include "resources.hpp"
+#include "tableRows.hpp"
 
 #include <brisk/helper.hpp>
 
 #include <CCfits/CCfits>
-#include <fitsio.h>
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -17,26 +17,6 @@
 namespace lumo::ravelctl {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-/// The rows of a file's table as its header has them; none where there is no table, which is for the load to tell.
-std::optional<std::int64_t> CountRows(const std::string& file)
-{
-    fitsfile* fits = nullptr;
-    int status = 0;
-    LONGLONG rows = 0;
-    fits_open_diskfile(&fits, file.c_str(), READONLY, &status);
-    fits_movabs_hdu(fits, 2, nullptr, &status);
-    fits_read_key(fits, TLONGLONG, "NAXIS2", &rows, nullptr, &status);
-    if (fits != nullptr) {
-        int ignored = 0;
-        fits_close_file(fits, &ignored);
-    }
-    return status == 0 ? std::optional<std::int64_t>(rows) : std::nullopt;
-}
-
-}  // namespace
 
 void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, const std::string& option,
                     const std::function<void(const std::string&)>& say)
@@ -49,7 +29,7 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
         throw InputError(fmt::format("{}: expected a FITS table of rows of {} values: {}", option,
                                      modulation.GetSampleSize(), reason));
     };
-    const std::optional<std::int64_t> rows = CountRows(found);
+    const std::optional<std::int64_t> rows = CountTableRows(found);
     if (rows && *rows < 1) {  // the library ends the process
         refuse(file.string() + " has no rows");
     }

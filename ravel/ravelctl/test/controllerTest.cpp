@@ -101,7 +101,7 @@ TEST(ControllerTest, ALoopThatEndsUpWorseThanOpenDidNotHoldAndSaysSo)
     const FinishedRun run = RunInProcess(options);
     EXPECT_EQ(run.status, EXIT_FAILED);
     EXPECT_THAT(run.report.problems, ElementsAre(HasSubstr("the loop did not hold")));
-    EXPECT_EQ(run.report.files.size(), 3U) << "what was recorded is saved all the same";
+    EXPECT_EQ(run.report.files.size(), 4U) << "what was recorded is saved all the same";
 }
 
 TEST(ControllerTest, EqualSeedsGiveEqualBitsAndAnotherSeedDoesNot)

@@ -452,6 +452,21 @@ TEST_F(LiveParametersFileTest, AFileThatIsNotThereIsRefused)
     ExpectNothingChanged();
 }
 
+TEST_F(LiveParametersFileTest, ATableWithoutRowsIsRefused)
+{
+    const fs::path file = SaveAscending("none.fits", 1, 29);
+    std::string bytes = test::ReadBytes(file);
+    const std::size_t card = bytes.find("NAXIS2  =                    1");
+    ASSERT_NE(card, std::string::npos);
+    bytes[card + 29] = '0';
+    test::WriteBytes(file, bytes);
+    const std::string expected = file.string() + ": expected a FITS table with rows but it has none";
+    EXPECT_EQ(Refusal([&] { m_sut.LoadGains(file); }), expected);
+    EXPECT_EQ(Refusal([&] { m_sut.LoadReferences(file); }), expected);
+    EXPECT_EQ(Refusal([&] { m_sut.LoadP2Edc(file); }), expected);
+    ExpectNothingChanged();
+}
+
 TEST_F(LiveParametersFileTest, AFileOfAnotherKindIsRefusedWithItsName)
 {
     const fs::path file = m_folder / "text.fits";
