@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "modeList.hpp"
 #include "modulationShape.hpp"
+#include "outputFile.hpp"
 #include "resources.hpp"
 #include "wholeFile.hpp"
 
@@ -18,31 +19,6 @@ namespace fs = std::filesystem;
 
 /// Of the values, while they are saved: the modulation's own, and what the table's rows take.
 constexpr std::uint64_t COPIES = 4;
-
-/// Whether the file may be made, asked before the work.
-void CheckOutput(const ModulationOptions& options)
-{
-    const fs::path& file = options.output;
-    std::error_code ignored;
-    if (!file.has_filename() || fs::is_directory(file, ignored)) {
-        throw InputError(fmt::format("--output: expected the name of a file but got {}",
-                                     file.empty() ? "an empty one" : file.string()));
-    }
-    if (const fs::path folder = fs::absolute(file).parent_path(); !fs::is_directory(folder, ignored)) {
-        throw InputError(fmt::format("--output: expected a folder that exists but got {}", folder.string()));
-    }
-    if (!fs::exists(file, ignored)) {
-        return;
-    }
-    if (!fs::is_regular_file(file, ignored)) {
-        throw InputError(
-            fmt::format("--output: expected a file or a new name but {} is something else", file.string()));
-    }
-    if (!options.overwrite) {
-        throw InputError(fmt::format(
-            "--output: {} exists already; choose another name, or replace that file with --overwrite", file.string()));
-    }
-}
 
 std::string Count(int number, const char* what)
 {
@@ -77,7 +53,7 @@ std::string Describe(const ModulationOptions& options, const ModulationPlan& pla
 void MakeModulationFile(const ModulationOptions& options, std::ostream& out)
 {
     const ModulationPlan plan = PlanModulation(options);
-    CheckOutput(options);
+    CheckOutputFile(options.output, options.overwrite);
     const std::uint64_t values_bytes =
         static_cast<std::uint64_t>(plan.samples) * static_cast<std::uint64_t>(options.modes) * sizeof(float);
     CheckMemory(COPIES * values_bytes,

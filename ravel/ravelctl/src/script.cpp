@@ -1,6 +1,7 @@
 #include "script.hpp"
 
 #include "error.hpp"
+#include "gainParams.hpp"
 #include "modeList.hpp"
 #include "tomlTable.hpp"
 
@@ -19,34 +20,6 @@ namespace lumo::ravelctl {
 
 namespace {
 
-enum class Sign
-{
-    Any,
-    NotNegative,
-    Positive,
-};
-
-/// A parameter of a control channel as a script names it.
-struct Param
-{
-    const char* name;
-    const char* unit;
-    Sign sign;
-};
-
-// In the packed order. n = 0 gives NaN coefficients in a channel without a derivative, freq = 0 in every one.
-constexpr std::array<Param, ravelcore::NUM_PID_FILTER_PARAMS> PARAMS = {{
-    {"kp", "", Sign::Any},
-    {"ki", "", Sign::Any},
-    {"kd", "seconds", Sign::NotNegative},
-    {"karw", "", Sign::Any},
-    {"bp", "", Sign::Any},
-    {"tt", "seconds", Sign::NotNegative},
-    {"n", "", Sign::Positive},
-    {"ulow", "um", Sign::Any},
-    {"uhigh", "um", Sign::Any},
-    {"freq", "Hz", Sign::Positive},
-}};
 constexpr int ULOW = 7;
 constexpr int UHIGH = 8;
 
@@ -104,7 +77,7 @@ bool IsFileAlone(TomlTable& at, const std::string& name, TomlTable& table, const
     return true;
 }
 
-std::optional<float> ReadParam(TomlTable& table, const Param& param)
+std::optional<float> ReadParam(TomlTable& table, const GainParam& param)
 {
     NumberRange range;
     range.unit = param.unit;
@@ -129,10 +102,10 @@ void ReadGains(TomlTable& at, int num_modes, ScriptStep& step)
     change.modes = ReadModes(*table, num_modes);
     step.gains_file = table->GetPath("file");
     std::vector<std::string> names;
-    std::array<std::optional<float>, PARAMS.size()> values;
-    for (std::size_t i = 0; i < PARAMS.size(); ++i) {
-        names.emplace_back(PARAMS[i].name);
-        values[i] = ReadParam(*table, PARAMS[i]);
+    std::array<std::optional<float>, GAIN_PARAMS.size()> values;
+    for (std::size_t i = 0; i < GAIN_PARAMS.size(); ++i) {
+        names.emplace_back(GAIN_PARAMS[i].name);
+        values[i] = ReadParam(*table, GAIN_PARAMS[i]);
         if (values[i]) {
             change.params.emplace_back(static_cast<int>(i), *values[i]);
         }
@@ -263,7 +236,7 @@ std::string DescribeGains(const GainChange& change, int num_modes)
 {
     std::vector<std::string> params;
     for (const auto& [place, value] : change.params) {
-        params.push_back(fmt::format("{} = {}", PARAMS.at(static_cast<std::size_t>(place)).name, value));
+        params.push_back(fmt::format("{} = {}", GAIN_PARAMS.at(static_cast<std::size_t>(place)).name, value));
     }
     return fmt::format("gains of {}: {}", NameModes(change.modes, num_modes), fmt::join(params, ", "));
 }
