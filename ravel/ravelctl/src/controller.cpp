@@ -11,6 +11,7 @@
 
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/mirrorsim/mirror.hpp>
+#include <lumo/ravelcore/doubleBuffer.hpp>
 #include <lumo/ravelcore/names.hpp>
 
 #include <fmt/chrono.h>
@@ -181,8 +182,9 @@ void Controller::CheckResources() const
                             FormatBytes(recorded), FormatBytes(saving)),
                 "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
                 "--record-last");
-    constexpr std::uint64_t HEADERS = 100'000;  // of the files, and the summary
-    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + HEADERS);
+    constexpr std::uint64_t HEADERS = 200'000;  // of the files, and the summary
+    const std::uint64_t gains = (1 + m_script.size()) * modes * ravelcore::NUM_PID_FILTER_PARAMS * sizeof(float);
+    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS);
 }
 
 void Controller::MakeGains()
@@ -367,6 +369,7 @@ void Controller::Save()
     m_recordings->Save(
         m_options.output, [this](const std::string& name) { m_report.files.push_back(name); },
         [this](const std::string& problem) { m_report.problems.push_back(problem); });
+    SaveGains();
     SaveConfig();
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
@@ -375,6 +378,31 @@ void Controller::Save()
     } catch (const std::exception& e) {
         m_report.files.pop_back();
         m_report.problems.emplace_back(e.what());
+    }
+}
+
+/// The gains that were used, in files that a script can load.
+void Controller::SaveGains()
+{
+    SaveGains(0, "gains.fits", m_pid_params);
+    for (const ScriptEvent& event : m_report.script) {
+        if (!event.gains.empty()) {
+            SaveGains(event.cycle, fmt::format("gains-{}.fits", event.cycle), event.gains);
+        }
+    }
+}
+
+void Controller::SaveGains(std::int64_t before_cycle, const std::string& name, const std::vector<float>& params)
+{
+    m_report.gains.push_back({before_cycle, name});  // also where it cannot be written: they were in force
+    const std::filesystem::path file = m_options.output / name;
+    try {
+        ravelcore::DoubleBuffer row("gains", static_cast<int>(params.size()));
+        row.Set(params);
+        WriteWhole(file, [&row](const std::filesystem::path& part) { row.Save(part.string()); });
+        m_report.files.push_back(name);
+    } catch (const std::exception& e) {
+        m_report.problems.push_back(fmt::format("cannot write {}: {}", file.string(), e.what()));
     }
 }
 

@@ -73,6 +73,8 @@ private:
     void ComputeFigures();
     void ReportScript();
     std::string DescribeRecording() const;
+    void SaveGains();
+    void SaveGains(std::int64_t before_cycle, const std::string& name, const std::vector<float>& params);
     void SaveConfig();
     void SaySteps(StatusLine* status);
     std::vector<Placement> PlaceWorkers() const;

@@ -41,4 +41,16 @@ std::vector<float> DesignGains(const LoopDesign& design, const Plant& plant, con
     return params;
 }
 
+void ChangeGains(const float* params, ravelcore::PidFilterContext& channel) noexcept
+{
+    const ravelcore::PidFilterContext before = channel;
+    ravelcore::PidFilterUnpack(params, channel);
+    ravelcore::PidFilterInit(channel);  // clears the state
+    channel.ui = before.ui;
+    channel.ud = before.ud;
+    channel.last_meas = before.last_meas;
+    channel.internal1 = before.internal1;
+    channel.internal2 = before.internal2;
+}
+
 }  // namespace lumo::ravelctl

@@ -3,6 +3,7 @@
 #include "loopAnalysis.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
+#include <lumo/ravelcore/pidFilter.hpp>
 
 #include <vector>
 
@@ -28,5 +29,9 @@ LoopDesign DesignFor(double rate_hz);
 /// input is fed with what the actuators fell short of the command and acts with the tracking time.
 std::vector<float> DesignGains(const LoopDesign& design, const Plant& plant, const mirrorsim::ControlModes& modes,
                                double stroke_limit_um);
+
+/// New parameters, NUM_PID_FILTER_PARAMS beginning at `params`, for a channel that keeps its state, so that its
+/// integral term goes on from where it is. Real time: yes.
+void ChangeGains(const float* params, ravelcore::PidFilterContext& channel) noexcept;
 
 }  // namespace lumo::ravelctl

@@ -80,6 +80,10 @@ public:
     /// false. Meanwhile the slow side writes nothing: a buffer that it has locked is left out.
     bool TakeOver();
 
+    /// The parameters of all channels that are in force. Thread: also the slow one, once what it has published is taken
+    /// over and before it publishes anything else.
+    const std::vector<float>& GetGains() const { return m_pid_params; }
+
     /// What is added to the references, um, one value per mode.
     std::span<const float> GetReferences() const { return m_references_um; }
 

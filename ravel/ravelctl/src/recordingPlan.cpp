@@ -14,7 +14,7 @@ namespace lumo::ravelctl {
 
 namespace {
 
-constexpr std::uint64_t NUM_MODE_FILES = 2;  // modes_in, modes_out
+constexpr std::uint64_t NUM_MODE_FILES = 4;  // modes_in, modes_out, modes_ref, modes_arw
 
 /// Recorders, and the files that hold the slices' side by side, count their floats in 32 bits.
 void CheckValues(const char* what, std::int64_t samples, std::int64_t sample_size)

@@ -89,6 +89,8 @@ void Recordings::Save(const std::filesystem::path& folder, const std::function<v
     if (m_plan.modes) {
         save(m_slices.GetModesInRecorders());
         save(m_slices.GetModesOutRecorders());
+        save(m_slices.GetModesRefRecorders());
+        save(m_slices.GetModesArwRecorders());
     }
     if (m_plan.es) {
         save({&m_es});

@@ -35,9 +35,9 @@ public:
     /// Cycles from Start to Stop. Thread: the cycle's, or a slow one while nothing is recorded.
     std::int64_t GetCycles() const { return m_cycles; }
 
-    /// Writes what is recorded, whole file after whole file: modes_in.fits, modes_out.fits, es.fits, pact.fits. `done`
-    /// is told each file's name, `failed` why one could not be written; the others are then tried all the same. Thread:
-    /// a slow one, after Stop or the end of the cycle. Real time: no.
+    /// Writes what is recorded, whole file after whole file: modes_in.fits, modes_out.fits, modes_ref.fits,
+    /// modes_arw.fits, es.fits, pact.fits. `done` is told each file's name, `failed` why one could not be written; the
+    /// others are then tried all the same. Thread: a slow one, after Stop or the end of the cycle. Real time: no.
     void Save(const std::filesystem::path& folder, const std::function<void(const std::string&)>& done,
               const std::function<void(const std::string&)>& failed) const;
 

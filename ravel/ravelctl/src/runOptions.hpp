@@ -14,7 +14,7 @@ namespace lumo::ravelctl {
 /// What is recorded, and which part of it.
 struct RecordOptions
 {
-    bool modes = true;  // modes_in.fits, modes_out.fits
+    bool modes = true;  // modes_in.fits, modes_out.fits, modes_ref.fits, modes_arw.fits
     bool es = false;    // es.fits: the edge sensors' records
     bool pact = false;  // pact.fits: the actuators' records
     int decimation = 1;

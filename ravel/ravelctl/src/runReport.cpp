@@ -49,6 +49,15 @@ Json ScriptToJson(const RunReport& report)
     return steps;
 }
 
+Json GainsToJson(const RunReport& report)
+{
+    Json files = Json::array();
+    for (const GainsFile& gains : report.gains) {
+        files.push_back({{"before_cycle", gains.before_cycle}, {"file", gains.name}});
+    }
+    return files;
+}
+
 Json ToJson(const RecordOptions& record)
 {
     return {{"what", NameRecorded(record)}, {"decimation", record.decimation}, {"last_s", ToJson(record.last_s)}};
@@ -84,6 +93,7 @@ Json ToJson(const RunReport& report)
         {"recorded", ToJson(report.options.record)},
         {"played", {{"es", report.options.play.es.string()}, {"pact", report.options.play.pact.string()}}},
         {"injected", report.options.inject.file.string()},
+        {"gains", GainsToJson(report)},
         {"script", ScriptToJson(report)},
         {"missed_before_cycles", report.missed_before},
         {"files", report.files},

@@ -20,6 +20,13 @@ struct BeforeAfter
     std::optional<double> after;
 };
 
+/// The gains of a run from a cycle on.
+struct GainsFile
+{
+    std::int64_t before_cycle = 0;
+    std::string name;  // in the output folder
+};
+
 /// The result of a run.
 struct RunReport
 {
@@ -39,6 +46,7 @@ struct RunReport
     BeforeAfter surface_rms_nm;
     BeforeAfter controlled_rms_nm;
     BeforeAfter edge_sensor_rms_nm;
+    std::vector<GainsFile> gains;  // in the order in which they came into force
     std::vector<ScriptEvent> script;
     bool mirror_was_seen = true;        // false: recorded frames were played instead
     std::vector<std::string> files;     // names in the output folder

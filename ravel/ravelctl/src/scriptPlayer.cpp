@@ -106,6 +106,9 @@ void ScriptPlayer::Play(const ScriptStep& step)
             if (!Request(CycleRequests::Kind::TakeParameters, event)) {
                 return;  // the run ended first
             }
+            if (step.gains || !step.gains_file.empty()) {
+                event.gains = m_loop.parameters.GetGains();
+            }
         }
         if (!step.save.empty()) {
             if (!Request(CycleRequests::Kind::StopRecording, event)) {

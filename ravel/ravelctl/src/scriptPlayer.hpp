@@ -24,6 +24,7 @@ struct ScriptEvent
     double take_over_us = 0.0;       // for which the cycle thread was busy with it, between two cycles
     std::vector<std::string> files;  // saved, as seen from the run's output
     std::int64_t last_cycle = -1;    // the last one that it may have slowed down: the end of a save
+    std::vector<float> gains;        // of all channels from `cycle` on, 10 floats per mode, where it changed them
 };
 
 /// Plays a script: prepares each step ahead of its time in a thread of its own, and asks the cycle to take it over.

@@ -1,5 +1,6 @@
 #include "sliceSet.hpp"
 
+#include "gains.hpp"
 #include "recorderTools.hpp"
 
 #include <lumo/mirrorsim/geometry.hpp>
@@ -32,15 +33,15 @@ SliceSet::SliceSet(const mirrorsim::ControlModes& modes, int num_slices, const s
         slice->modes = mode_slice;
         slice->rec_in = ravelcore::Recorder("modes_in");
         slice->rec_out = ravelcore::Recorder("modes_out");
-        const auto count = static_cast<std::size_t>(mode_slice.count);
-        slice->captured.assign(count, 0.0F);
-        slice->pid_params.assign(count * ravelcore::NUM_PID_FILTER_PARAMS, 0.0F);
-        slice->channels.resize(count);
+        slice->rec_ref = ravelcore::Recorder("modes_ref");
+        slice->rec_arw = ravelcore::Recorder("modes_arw");
+        slice->captured.assign(static_cast<std::size_t>(mode_slice.count), 0.0F);
         slice->edc = std::make_unique<ravelcore::TaskEdc>(static_cast<int>(m_slices.size()), mirrorsim::NUM_PACT,
                                                           mirrorsim::NUM_ES, mode_slice.count, slice->rec_in,
                                                           slice->rec_out, num_samples);
         slice->task = std::make_unique<SliceTask>(
-            *slice->edc, m_gate, m_input, [this, &stored = *slice](ravelcore::TaskEdc& edc) { SetUp(stored, edc); });
+            *slice->edc, SliceTask::Recorders{slice->rec_ref, slice->rec_arw}, m_gate, m_input,
+            [this, &stored = *slice](ravelcore::TaskEdc& edc) { SetUp(stored, edc); });
         m_slices.push_back(std::move(slice));
     }
 }
@@ -69,16 +70,18 @@ std::vector<ravelcore::Task*> SliceSet::GetTasks() const
 void SliceSet::StartRecording(bool loopback, int decimation)
 {
     for (const auto& slice : m_slices) {
-        slice->rec_in.Start(loopback, decimation);
-        slice->rec_out.Start(loopback, decimation);
+        for (ravelcore::Recorder* recorder : {&slice->rec_in, &slice->rec_out, &slice->rec_ref, &slice->rec_arw}) {
+            recorder->Start(loopback, decimation);
+        }
     }
 }
 
 void SliceSet::StopRecording()
 {
     for (const auto& slice : m_slices) {
-        StopRecorder(slice->rec_in);
-        StopRecorder(slice->rec_out);
+        for (ravelcore::Recorder* recorder : {&slice->rec_in, &slice->rec_out, &slice->rec_ref, &slice->rec_arw}) {
+            StopRecorder(*recorder);
+        }
     }
 }
 
@@ -122,19 +125,10 @@ void SliceSet::SetGains(std::span<const float> pid_params)
 {
     constexpr auto NUM_PARAMS = static_cast<std::size_t>(ravelcore::NUM_PID_FILTER_PARAMS);
     for (const auto& slice : m_slices) {
-        const auto own =
-            pid_params.subspan(static_cast<std::size_t>(slice->modes.first) * NUM_PARAMS, slice->pid_params.size());
-        std::copy(own.begin(), own.end(), slice->pid_params.begin());
+        const auto first = static_cast<std::size_t>(slice->modes.first);
         std::vector<ravelcore::PidFilterContext>& channels = slice->edc->m_pid_filters;
-        std::copy(channels.begin(), channels.end(), slice->channels.begin());
-        slice->edc->SetPidFilters(slice->pid_params);  // clears the state
         for (std::size_t i = 0; i < channels.size(); ++i) {
-            const ravelcore::PidFilterContext& before = slice->channels[i];
-            channels[i].ui = before.ui;
-            channels[i].ud = before.ud;
-            channels[i].last_meas = before.last_meas;
-            channels[i].internal1 = before.internal1;
-            channels[i].internal2 = before.internal2;
+            ChangeGains(pid_params.subspan((first + i) * NUM_PARAMS, NUM_PARAMS).data(), channels[i]);
         }
     }
 }

@@ -82,6 +82,8 @@ public:
     /// The recorders of all slices, in mode order. Thread: a slow one.
     std::vector<const ravelcore::Recorder*> GetModesInRecorders() const { return GetRecorders(&Slice::rec_in); }
     std::vector<const ravelcore::Recorder*> GetModesOutRecorders() const { return GetRecorders(&Slice::rec_out); }
+    std::vector<const ravelcore::Recorder*> GetModesRefRecorders() const { return GetRecorders(&Slice::rec_ref); }
+    std::vector<const ravelcore::Recorder*> GetModesArwRecorders() const { return GetRecorders(&Slice::rec_arw); }
 
 private:
     struct Slice
@@ -89,9 +91,9 @@ private:
         ModeSlice modes;
         ravelcore::Recorder rec_in;
         ravelcore::Recorder rec_out;
+        ravelcore::Recorder rec_ref;
+        ravelcore::Recorder rec_arw;
         std::vector<float> captured;
-        std::vector<float> pid_params;                      // of its modes, on the way to the task
-        std::vector<ravelcore::PidFilterContext> channels;  // as they were before
         std::unique_ptr<ravelcore::TaskEdc> edc;
         std::unique_ptr<SliceTask> task;
     };

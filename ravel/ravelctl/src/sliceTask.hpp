@@ -2,6 +2,7 @@
 
 #include "cycleGate.hpp"
 
+#include <lumo/ravelcore/recorder.hpp>
 #include <lumo/ravelcore/task.hpp>
 #include <lumo/ravelcore/taskEdc.hpp>
 
@@ -21,17 +22,26 @@ struct CycleInput
 
 /// Runs one TaskEdc over a slice of the modes with the cycle's synchronisation time.
 ///
-/// It stands between worker and TaskEdc for three reasons: the worker hands its task a constant time stamp; the cycle
-/// in which the loop closes is the application's decision, not the worker's first one; and the gate makes every start
-/// execute every task exactly once.
+/// It stands between worker and TaskEdc for four reasons: the worker hands its task a constant time stamp; the cycle
+/// in which the loop closes is the application's decision, not the worker's first one; the gate makes every start
+/// execute every task exactly once; and what the channels were given beside the measured modes is recorded, so that
+/// they can be computed once more from a run's files.
 class SliceTask : public ravelcore::Task
 {
 public:
     /// Loads matrices and gains into the freshly initialised task.
     using SetUp = std::function<void(ravelcore::TaskEdc&)>;
 
+    /// Where the channels' references and anti-windup inputs of each cycle go; as large as the task's own recorders.
+    struct Recorders
+    {
+        ravelcore::Recorder& ref;
+        ravelcore::Recorder& arw;
+    };
+
     /// All references must outlive the task. `set_up` runs in the worker's thread, so the storage is on its NUMA node.
-    SliceTask(ravelcore::TaskEdc& edc, CycleGate& gate, const CycleInput& input, SetUp set_up);
+    SliceTask(ravelcore::TaskEdc& edc, const Recorders& recorders, CycleGate& gate, const CycleInput& input,
+              SetUp set_up);
 
     void Initialize() override;
     void Configure(const std::map<std::string, std::string>& cfg) override;
@@ -39,6 +49,7 @@ public:
 
 private:
     ravelcore::TaskEdc& m_edc;
+    Recorders m_recorders;
     CycleGate& m_gate;
     const CycleInput& m_input;
     SetUp m_set_up;

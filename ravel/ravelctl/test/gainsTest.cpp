@@ -110,6 +110,28 @@ TEST(GainsTest, BothAntiWindupPathsActWithTheTrackingTime)
     EXPECT_NEAR(channel.ci, 0.002 / 0.02, 1e-6);
 }
 
+TEST(GainsTest, ChangedGainsAreThoseOfAnInitialisedChannelAndTheStateStays)
+{
+    constexpr float PARAMS[] = {0.7F, 11.0F, 0.003F, 4.0F, 0.9F, 0.05F, 8.0F, -3.0F, 2.0F, 25.0F};
+    std::vector<ravelcore::PidFilterContext> fresh;
+    ravelcore::PidFilterCopy(0.002F, 0.25F, std::vector<float>(std::begin(PARAMS), std::end(PARAMS)), fresh);
+    ravelcore::PidFilterContext channel = DeriveChannels(500.0).front();
+    channel.feed_forward_offset = 0.25F;
+    channel.ui = 1.0F;
+    channel.ud = 2.0F;
+    channel.last_meas = 3.0F;
+    channel.internal1 = 4.0F;
+    channel.internal2 = 5.0F;
+    ChangeGains(PARAMS, channel);
+    ravelcore::PidFilterContext expected = fresh.front();
+    expected.ui = 1.0F;
+    expected.ud = 2.0F;
+    expected.last_meas = 3.0F;
+    expected.internal1 = 4.0F;
+    expected.internal2 = 5.0F;
+    EXPECT_EQ(ravelcore::PidFilterPrint(channel), ravelcore::PidFilterPrint(expected));
+}
+
 /// The largest position on the way to 100 um, with the commands held to `rate_um` per cycle.
 double LargestOnTheWay(double rate_um, bool feed_shortfall)
 {

@@ -129,7 +129,8 @@ TEST(PlaybackTest, AShorterRunPlaysTheBeginning)
     options.open_loop_s = 0.06;  // as the recorded one
     const FinishedRun run = RunInProcess(options);
     EXPECT_EQ(run.report.cycles_done, 200);
-    EXPECT_THAT(run.report.files, ElementsAre("modes_in.fits", "modes_out.fits", "config.toml", "summary.json"));
+    EXPECT_THAT(run.report.files, ElementsAre("modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits",
+                                              "gains.fits", "config.toml", "summary.json"));
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ void ExpectWholeRecording(const fs::path& folder)
 {
     const auto cycles = ReadSummary(folder).at("cycles").get<int>();
     EXPECT_GT(cycles, 0);
-    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+    for (const char* name : {"modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"}) {
         const test::Recording recording = test::LoadRecording(folder / name);
         EXPECT_EQ(recording.rows, cycles) << name;
         EXPECT_EQ(recording.timestamps.size(), static_cast<std::size_t>(cycles)) << name;
@@ -70,7 +70,10 @@ TEST(RavelctlTest, ARunThatHoldsEndsWithZeroAReportAndItsFiles)
     EXPECT_EQ(result.status, EXIT_OK) << result.err;
     EXPECT_EQ(result.err, "");
     EXPECT_THAT(result.out, HasSubstr("the loop held"));
-    EXPECT_THAT(result.out, HasSubstr("modes_in.fits, modes_out.fits, config.toml, summary.json"));
+    EXPECT_THAT(
+        result.out,
+        HasSubstr(
+            "modes_in.fits, modes_out.fits, modes_ref.fits, modes_arw.fits, gains.fits, config.toml, summary.json"));
     EXPECT_THAT(result.out, Not(HasSubstr("\r"))) << "no terminal, no refreshing";
     EXPECT_EQ(ReadSummary(folder / "run").at("cycles"), 300);
     ExpectWholeRecording(folder / "run");
@@ -141,16 +144,16 @@ TEST(RavelctlTest, FilesThatCannotBeWrittenAreEachNamedAndTheStatusTells)
     const ChildProcess::Result result =
         RunChild(WithFileSizeLimit(20, RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible"})));
     EXPECT_EQ(result.status, EXIT_FAILED) << result.signal;
-    for (const std::string name : {"modes_in.fits", "modes_out.fits"}) {
+    for (const std::string name : {"modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"}) {
         EXPECT_THAT(result.err, HasSubstr("ravelctl: cannot write " + (folder / "run" / name).string()));
         EXPECT_FALSE(fs::exists(folder / "run" / name));
     }
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 4) << result.err;
     // What could be written is there, and nothing half-written is.
     const nlohmann::json summary = ReadSummary(folder / "run");
-    EXPECT_EQ(summary.at("files"), nlohmann::json({"config.toml", "summary.json"}));
-    EXPECT_EQ(summary.at("problems").size(), 2U);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "run"), fs::directory_iterator()), 2);
+    EXPECT_EQ(summary.at("files"), nlohmann::json({"gains.fits", "config.toml", "summary.json"}));
+    EXPECT_EQ(summary.at("problems").size(), 4U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "run"), fs::directory_iterator()), 3);
 }
 
 TEST(RavelctlTest, MatricesThatCannotBeStoredEndItBeforeTheLoopClosesAndLeaveNoPart)
@@ -236,8 +239,10 @@ TEST(RavelctlTest, AScriptTellsEachStepAsItIsDoneAndRefusesWhatCannotBeWhileTheL
     EXPECT_THAT(result.err, HasSubstr("script, at 0.3 s: Matrix P2EDC (" + matrices +
                                       "/PACT2MODES.fits) has dimension [2390,2394], expecting [20,4788]"));
     const nlohmann::json summary = ReadSummary(folder / "run");
-    EXPECT_EQ(summary.at("files"), nlohmann::json({"first/modes_in.fits", "first/modes_out.fits", "modes_in.fits",
-                                                   "modes_out.fits", "config.toml", "summary.json"}));
+    EXPECT_EQ(summary.at("files"),
+              nlohmann::json({"first/modes_in.fits", "first/modes_out.fits", "first/modes_ref.fits",
+                              "first/modes_arw.fits", "modes_in.fits", "modes_out.fits", "modes_ref.fits",
+                              "modes_arw.fits", "gains.fits", "gains-100.fits", "config.toml", "summary.json"}));
     EXPECT_EQ(test::LoadRecording(folder / "run" / "first" / "modes_in.fits").rows, 200);
     EXPECT_EQ(test::LoadRecording(folder / "run" / "modes_in.fits").rows, 99) << "the cycle of the save is left out";
 }

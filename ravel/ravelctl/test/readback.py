@@ -21,6 +21,7 @@ NUM_MODES = 2390
 NUM_PACT = 2394
 NUM_ES = 4788
 NUM_SEGMENTS = 798
+MODE_FILES = ["modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"]
 MATRICES = {"P2EDC": (NUM_MODES, NUM_ES), "PACT2MODES": (NUM_MODES, NUM_PACT), "MODES2PACT": (NUM_PACT, NUM_MODES)}
 
 
@@ -50,7 +51,7 @@ def read_table(path, columns):
 def check_run(folder, workers):
     subprocess.run([sys.executable, "-B", pathlib.Path(__file__).with_name("verifyRun.py"), folder], check=True)
     files = sorted(path.name for path in folder.iterdir())
-    expect(folder, "files", files, ["config.toml", "modes_in.fits", "modes_out.fits", "summary.json"])
+    expect(folder, "files", files, sorted(MODE_FILES + ["gains.fits", "config.toml", "summary.json"]))
     summary = json.loads((folder / "summary.json").read_text())
     expect(folder, "files in the summary", sorted(summary["files"]), files)
     for key, value in {"cycles": CYCLES, "rate_hz": RATE_HZ, "modes": MODES, "workers": workers, "seed": 7}.items():

@@ -185,8 +185,8 @@ TEST(RecordingPlanTest, SlicesThatFitTheirRecordersButNotOneFileSideBySideAreRef
         "for a shorter time, or record with --record-decimation or --record-last");
 }
 
-/// A sample of 20 modes by 2 workers is two files of 20 floats and two stamps each.
-constexpr std::uint64_t MODES_BYTES = 2 * 20 * 4 + 2 * 2 * 8;
+/// A sample of 20 modes by 2 workers is four files of 20 floats and two stamps each.
+constexpr std::uint64_t MODES_BYTES = 4 * 20 * 4 + 4 * 2 * 8;
 constexpr std::uint64_t ES_BYTES = 14364 * 4 + 8;
 constexpr std::uint64_t PACT_BYTES = 4788 * 4 + 8;
 
@@ -195,7 +195,7 @@ TEST(RecordingPlanTest, TheMemoryOfTheRecordersIsThatOfTheirSamplesAndStamps)
     RecordingPlan plan;
     plan.capacity = 100;
     EXPECT_EQ(plan.BytesToRecord(20, 2), 100 * MODES_BYTES);
-    EXPECT_EQ(plan.BytesToRecord(20, 1), 100 * (2 * 20 * 4 + 2 * 8));
+    EXPECT_EQ(plan.BytesToRecord(20, 1), 100 * (4 * 20 * 4 + 4 * 8));
     plan.es = true;
     EXPECT_EQ(plan.BytesToRecord(20, 2), 100 * (MODES_BYTES + ES_BYTES));
     plan.pact = true;
@@ -210,7 +210,7 @@ TEST(RecordingPlanTest, TheMemoryOfRecordersBeyondFourGigabytesIsNotCutOff)
 {
     RecordingPlan plan;
     plan.capacity = 898528;
-    EXPECT_EQ(plan.BytesToRecord(2390, 1), 17'194'231'808U);  // 898528 * (2 * 2390 * 4 + 2 * 8)
+    EXPECT_EQ(plan.BytesToRecord(2390, 1), 34'388'463'616U);  // 898528 * (4 * 2390 * 4 + 4 * 8)
     EXPECT_EQ(plan.BytesToSave(2390, 1), 25'769'783'040U);    // 898528 * 2390 * 4 * 3
 }
 

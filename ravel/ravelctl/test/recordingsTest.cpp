@@ -165,10 +165,15 @@ float ModeColumn(std::int64_t cycle, std::size_t col)
     return ValueAt(cycle, 1, col);
 }
 
-void ExpectAllFour(const std::filesystem::path& folder, const std::vector<std::int64_t>& cycles)
+void ExpectAllSix(const std::filesystem::path& folder, const std::vector<std::int64_t>& cycles)
 {
     ExpectRows(test::LoadRecording(folder / "modes_in.fits"), NUM_MODES, cycles, ModeColumn);
     ExpectRows(test::LoadRecording(folder / "modes_out.fits"), NUM_MODES, cycles, ModeColumn);
+    const auto zero = [](std::int64_t /*cycle*/, std::size_t /*col*/) {
+        return 0.0F;
+    };
+    ExpectRows(test::LoadRecording(folder / "modes_ref.fits"), NUM_MODES, cycles, zero);  // as long as the loop is open
+    ExpectRows(test::LoadRecording(folder / "modes_arw.fits"), NUM_MODES, cycles, zero);
     ExpectRows(test::LoadRecording(folder / "es.fits"), 14364, cycles, EsColumn);
     ExpectRows(test::LoadRecording(folder / "pact.fits"), 4788, cycles, PactColumn);
 }
@@ -185,10 +190,11 @@ TEST_P(RecordingsSlicesTest, EveryCycleIsARowOfModesSensorsAndActuatorsInTheOrde
     rig.sut.Stop();
     const test::TestFolder folder;
     rig.Save(folder.GetPath());
-    EXPECT_THAT(rig.done, ElementsAre("modes_in.fits", "modes_out.fits", "es.fits", "pact.fits"));
+    EXPECT_THAT(rig.done, ElementsAre("modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits", "es.fits",
+                                      "pact.fits"));
     EXPECT_THAT(rig.failed, IsEmpty());
-    EXPECT_EQ(folder.CountEntries(), 4U);
-    ExpectAllFour(folder.GetPath(), {0, 1, 2, 3});
+    EXPECT_EQ(folder.CountEntries(), 6U);
+    ExpectAllSix(folder.GetPath(), {0, 1, 2, 3});
 }
 
 TEST_P(RecordingsSlicesTest, OneInThreeCyclesIsEveryThirdOne)
@@ -199,7 +205,7 @@ TEST_P(RecordingsSlicesTest, OneInThreeCyclesIsEveryThirdOne)
     rig.sut.Stop();
     const test::TestFolder folder;
     rig.Save(folder.GetPath());
-    ExpectAllFour(folder.GetPath(), {2, 5, 8});
+    ExpectAllSix(folder.GetPath(), {2, 5, 8});
 }
 
 TEST_P(RecordingsSlicesTest, TheLastCyclesAreTheNewestOnesInTheOrderOfTime)
@@ -210,7 +216,7 @@ TEST_P(RecordingsSlicesTest, TheLastCyclesAreTheNewestOnesInTheOrderOfTime)
     rig.sut.Stop();
     const test::TestFolder folder;
     rig.Save(folder.GetPath());
-    ExpectAllFour(folder.GetPath(), {6, 7, 8, 9});
+    ExpectAllSix(folder.GetPath(), {6, 7, 8, 9});
 }
 
 TEST_P(RecordingsSlicesTest, TheLastOfOneInThreeCyclesAreThereWhereverTheRecordersStand)
@@ -224,7 +230,7 @@ TEST_P(RecordingsSlicesTest, TheLastOfOneInThreeCyclesAreThereWhereverTheRecorde
         rig.Save(folder.GetPath());
         const std::int64_t last = cycles / 3 * 3 - 1;
         SCOPED_TRACE(cycles);
-        ExpectAllFour(folder.GetPath(), {last - 6, last - 3, last});
+        ExpectAllSix(folder.GetPath(), {last - 6, last - 3, last});
     }
 }
 
@@ -236,7 +242,7 @@ TEST_P(RecordingsSlicesTest, RecordersThatHaveNotYetGoneRoundGiveWhatTheyHold)
     rig.sut.Stop();
     const test::TestFolder folder;
     rig.Save(folder.GetPath());
-    ExpectAllFour(folder.GetPath(), {0, 1, 2});
+    ExpectAllSix(folder.GetPath(), {0, 1, 2});
 }
 
 TEST_P(RecordingsSlicesTest, AnEarlyEndLeavesWhatWasRecordedUntilThen)
@@ -246,7 +252,7 @@ TEST_P(RecordingsSlicesTest, AnEarlyEndLeavesWhatWasRecordedUntilThen)
     rig.Run(0, 3);
     const test::TestFolder folder;
     rig.Save(folder.GetPath());  // the cycle has ended, without a stop
-    ExpectAllFour(folder.GetPath(), {0, 1, 2});
+    ExpectAllSix(folder.GetPath(), {0, 1, 2});
 }
 
 TEST_P(RecordingsSlicesTest, CyclesAfterTheStopAreNotPartOfTheRecording)
@@ -267,7 +273,7 @@ TEST_P(RecordingsSlicesTest, CyclesAfterTheStopAreNotPartOfTheRecording)
             for (std::int64_t cycle = std::max<std::int64_t>(last - 4, 0); cycle < last; ++cycle) {
                 kept.push_back(cycle);
             }
-            ExpectAllFour(folder.GetPath(), kept);
+            ExpectAllSix(folder.GetPath(), kept);
         }
     }
 }
@@ -285,7 +291,7 @@ TEST_P(RecordingsSlicesTest, ASlowThreadSavesWhileTheCyclesGoOn)
     EXPECT_THAT(rig.failed, IsEmpty());
     std::vector<std::int64_t> kept(30);
     std::iota(kept.begin(), kept.end(), 0);
-    ExpectAllFour(folder.GetPath(), kept);
+    ExpectAllSix(folder.GetPath(), kept);
 }
 
 TEST_P(RecordingsSlicesTest, BeforeTheStartNothingIsRecorded)
@@ -298,7 +304,7 @@ TEST_P(RecordingsSlicesTest, BeforeTheStartNothingIsRecorded)
     rig.sut.Stop();
     const test::TestFolder folder;
     rig.Save(folder.GetPath());
-    ExpectAllFour(folder.GetPath(), {3, 4});
+    ExpectAllSix(folder.GetPath(), {3, 4});
 }
 
 TEST_P(RecordingsSlicesTest, StartingAgainBeginsANewRecording)
@@ -317,7 +323,7 @@ TEST_P(RecordingsSlicesTest, StartingAgainBeginsANewRecording)
         const test::TestFolder folder;
         rig.Save(folder.GetPath());
         SCOPED_TRACE(loopback);
-        ExpectAllFour(folder.GetPath(), {8, 9, 10});
+        ExpectAllSix(folder.GetPath(), {8, 9, 10});
     }
 }
 
@@ -338,7 +344,7 @@ TEST(RecordingsTest, WhatIsNotToBeRecordedMakesNoFile)
         rig.Save(folder.GetPath());
         Names expected;
         if (plan.modes) {
-            expected = {"modes_in.fits", "modes_out.fits"};
+            expected = {"modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"};
         }
         if (plan.es) {
             expected.emplace_back("es.fits");
@@ -376,7 +382,7 @@ TEST(RecordingsTest, AFileThatCannotBeWrittenIsToldAndTheOthersAreWritten)
     std::filesystem::create_directories(folder / "es.fits");
     std::filesystem::create_directories(folder / "modes_in.fits");
     rig.Save(folder.GetPath());
-    EXPECT_THAT(rig.done, ElementsAre("modes_out.fits", "pact.fits"));
+    EXPECT_THAT(rig.done, ElementsAre("modes_out.fits", "modes_ref.fits", "modes_arw.fits", "pact.fits"));
     const auto complaint = [&folder](const std::string& name) {
         const std::string file = (folder / name).string();
         return fmt::format(
@@ -385,7 +391,7 @@ TEST(RecordingsTest, AFileThatCannotBeWrittenIsToldAndTheOthersAreWritten)
             file, file, getpid(), file);
     };
     EXPECT_THAT(rig.failed, ElementsAre(complaint("modes_in.fits"), complaint("es.fits")));
-    EXPECT_EQ(folder.CountEntries(), 4U) << "a part was left behind";
+    EXPECT_EQ(folder.CountEntries(), 6U) << "a part was left behind";
 }
 
 TEST(RecordingsTest, OfAFolderThatIsNotThereEveryFileIsTold)
@@ -397,9 +403,9 @@ TEST(RecordingsTest, OfAFolderThatIsNotThereEveryFileIsTold)
     const test::TestFolder folder;
     rig.Save(folder / "missing");
     EXPECT_THAT(rig.done, IsEmpty());
-    ASSERT_EQ(rig.failed.size(), 4U);
-    EXPECT_EQ(rig.failed[2].rfind("cannot write " + (folder / "missing" / "es.fits").string() + ": ", 0), 0U)
-        << rig.failed[2];
+    ASSERT_EQ(rig.failed.size(), 6U);
+    EXPECT_EQ(rig.failed[4].rfind("cannot write " + (folder / "missing" / "es.fits").string() + ": ", 0), 0U)
+        << rig.failed[4];
 }
 
 TEST(RecordingsTest, AnOldFileIsReplaced)
@@ -412,7 +418,7 @@ TEST(RecordingsTest, AnOldFileIsReplaced)
         rig.sut.Stop();
         rig.Save(folder.GetPath());
     }
-    ExpectAllFour(folder.GetPath(), {0, 1});
+    ExpectAllSix(folder.GetPath(), {0, 1});
 }
 
 TEST(RecordingsTest, CyclesAreCountedWhateverIsRecorded)

@@ -139,6 +139,16 @@ TEST(RunReportTest, TheSummaryTellsWhatWasRecordedPlayedAndInjected)
     EXPECT_EQ(summary.at("missed_before_cycles"), nlohmann::json({5, 5, 6, 9000}));
 }
 
+TEST(RunReportTest, TheSummaryTellsWhichGainsWereInForceFromWhichCycleOn)
+{
+    RunReport report = MakeReport();
+    EXPECT_EQ(WriteAndRead(report).at("gains"), nlohmann::json::array());
+    report.gains = {{0, "gains.fits"}, {250, "gains-250.fits"}};
+    const nlohmann::json first = {{"before_cycle", 0}, {"file", "gains.fits"}};
+    const nlohmann::json second = {{"before_cycle", 250}, {"file", "gains-250.fits"}};
+    EXPECT_EQ(WriteAndRead(report).at("gains"), nlohmann::json::array({first, second}));
+}
+
 TEST(RunReportTest, NothingRecordedIsAnEmptyList)
 {
     RunReport report = MakeReport();

@@ -321,10 +321,12 @@ TEST_F(ScriptPlayerTest, ASaveWritesWhatWasRecordedAndRecordingBeginsAnewOneCycl
     ASSERT_EQ(events.size(), 2U);
     EXPECT_EQ(events[0].what, "saves what was recorded into first");
     EXPECT_EQ(events[0].problem, "");
-    EXPECT_THAT(events[0].files, ElementsAre("first/modes_in.fits", "first/modes_out.fits"));
+    EXPECT_THAT(events[0].files, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "first/modes_ref.fits",
+                                             "first/modes_arw.fits"));
     EXPECT_EQ(events[0].cycle, 5);
     EXPECT_EQ(events[0].last_cycle, 6);
-    EXPECT_THAT(events[1].files, ElementsAre("second/modes_in.fits", "second/modes_out.fits"));
+    EXPECT_THAT(events[1].files, ElementsAre("second/modes_in.fits", "second/modes_out.fits", "second/modes_ref.fits",
+                                             "second/modes_arw.fits"));
     EXPECT_EQ(events[1].cycle, 10);
     EXPECT_EQ(events[1].last_cycle, 11);
 
@@ -395,7 +397,8 @@ TEST_F(ScriptPlayerTest, ASaveThatFailsIsAProblemAndTheLoopGoesOn)
     EXPECT_THAT(events[0].files, IsEmpty());
     EXPECT_THAT(events[1].problem,
                 testing::StartsWith("cannot write " + (m_folder / "second" / "modes_out.fits").string() + ": "));
-    EXPECT_THAT(events[1].files, ElementsAre("second/modes_in.fits")) << "what could be written";
+    EXPECT_THAT(events[1].files, ElementsAre("second/modes_in.fits", "second/modes_ref.fits", "second/modes_arw.fits"))
+        << "what could be written";
     EXPECT_EQ(events[1].last_cycle, 11);
     EXPECT_EQ(events[2].problem, "");
     EXPECT_EQ(events[2].cycle, 15);

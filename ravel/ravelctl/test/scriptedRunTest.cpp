@@ -29,7 +29,7 @@ using test::Recording;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* MODE_FILES[] = {"modes_in.fits", "modes_out.fits"};
+constexpr const char* MODE_FILES[] = {"modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"};
 
 RunOptions MakeOptions()
 {
@@ -355,8 +355,13 @@ save = "second"
     expect_newest("second", 298);
     std::vector<std::string> recordings = run.report.files;  // without the run's own description
     std::erase_if(recordings, [](const std::string& name) { return !name.ends_with(".fits"); });
-    EXPECT_THAT(recordings, ElementsAre("first/modes_in.fits", "first/modes_out.fits", "second/modes_in.fits",
-                                        "second/modes_out.fits"));
+    std::vector<std::string> expected = {"gains.fits"};
+    for (const char* name : {"first/", "second/"}) {
+        for (const char* file : MODE_FILES) {
+            expected.push_back(std::string(name) + file);
+        }
+    }
+    EXPECT_THAT(recordings, testing::UnorderedElementsAreArray(expected));
     EXPECT_FALSE(std::filesystem::exists(options.output / "modes_in.fits"));
 }
 

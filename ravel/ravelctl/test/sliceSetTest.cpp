@@ -164,6 +164,34 @@ TEST_P(SliceSetSlicesTest, RecordersAreSideBySideInModeOrder)
     }
 }
 
+TEST_P(SliceSetSlicesTest, ReferencesAndAntiWindupInputsAreRecordedBesideTheModes)
+{
+    SliceRig rig(NUM_MODES, GetParam());
+    std::vector<float> offsets(NUM_MODES);
+    std::iota(offsets.begin(), offsets.end(), 1.0F);
+    rig.RunCycle();
+    EXPECT_EQ(rig.ModesRef().back(), rig.ModesIn().back()) << "taken in the cycle in which the loop closes";
+    rig.slices.SetReferences(0.0F, offsets);
+    rig.RunCycle();
+    EXPECT_EQ(rig.ModesRef().back(), offsets);
+    EXPECT_EQ(rig.ModesArw().back(),
+              std::vector<float>(rig.shortfall_um.begin(), rig.shortfall_um.begin() + NUM_MODES));
+    const auto ref = rig.slices.GetModesRefRecorders();
+    const auto arw = rig.slices.GetModesArwRecorders();
+    ASSERT_EQ(ref.size(), static_cast<std::size_t>(GetParam()));
+    ASSERT_EQ(arw.size(), ref.size());
+    for (std::size_t slice = 0; slice < ref.size(); ++slice) {
+        EXPECT_EQ(ref[slice]->GetName(), "modes_ref");
+        EXPECT_EQ(arw[slice]->GetName(), "modes_arw");
+        EXPECT_EQ(ref[slice]->GetTimestamps().at(1), SliceRig::PERIOD_S);
+        EXPECT_EQ(arw[slice]->GetTimestamps().at(1), SliceRig::PERIOD_S);
+    }
+    rig.slices.StopRecording();
+    rig.RunCycle();
+    EXPECT_EQ(rig.ModesRef().size(), 2U);
+    EXPECT_EQ(rig.ModesArw().size(), 2U);
+}
+
 TEST_P(SliceSetSlicesTest, CommandsAreTheSumOfAllSlices)
 {
     SliceRig rig(NUM_MODES, GetParam());
@@ -301,6 +329,10 @@ TEST(SliceSetTest, RecordingIsDecimatedAndGoesRoundAsItIsTold)
     rig.RunCycles(3);  // cycles 5 to 7 into two slots
     EXPECT_THAT(rig.slices.GetModesInRecorders().front()->GetTimestamps(),
                 ElementsAre(7 * SliceRig::PERIOD_S, 6 * SliceRig::PERIOD_S));
+    EXPECT_EQ(rig.slices.GetModesRefRecorders().front()->GetTimestamps(),
+              rig.slices.GetModesInRecorders().front()->GetTimestamps());
+    EXPECT_EQ(rig.slices.GetModesArwRecorders().front()->GetTimestamps(),
+              rig.slices.GetModesInRecorders().front()->GetTimestamps());
 }
 
 TEST(SliceSetTest, WithTheLoopOpenTheCommandsFollowTheMeasuredModes)

@@ -23,15 +23,19 @@ protected:
         m_sut.Initialize();
         m_in.Start(false, 0);
         m_out.Start(false, 0);
+        m_ref.Start(false, 0);
+        m_arw.Start(false, 0);
     }
 
     std::vector<float> m_es_meas = std::vector<float>(NUM_ES, 2.0F);
     ravelcore::Recorder m_in{"modes_in"};
     ravelcore::Recorder m_out{"modes_out"};
+    ravelcore::Recorder m_ref{"modes_ref"};
+    ravelcore::Recorder m_arw{"modes_arw"};
     ravelcore::TaskEdc m_edc{0, NUM_PACT, NUM_ES, NUM_MODES, m_in, m_out, CAPACITY};
     CycleGate m_gate{1};
     CycleInput m_input;
-    SliceTask m_sut{m_edc, m_gate, m_input, [this](ravelcore::TaskEdc& edc) {
+    SliceTask m_sut{m_edc, {m_ref, m_arw}, m_gate, m_input, [this](ravelcore::TaskEdc& edc) {
                         edc.SetP2EdcMatrix(std::vector<float>(NUM_MODES * NUM_ES, 0.5F));
                         edc.m_es_meas = m_es_meas.data();
                     }};
@@ -49,6 +53,28 @@ TEST_F(SliceTaskTest, RecordingsCarryTheSynchronisationTimeWhateverTheWorkerSays
     m_sut.Execute(0.0, true);
     EXPECT_EQ(m_in.GetTimestamps().at(0), 12.5);
     EXPECT_EQ(m_out.GetTimestamps().at(0), 12.5);
+    EXPECT_EQ(m_ref.GetTimestamps().at(0), 12.5);
+    EXPECT_EQ(m_arw.GetTimestamps().at(0), 12.5);
+}
+
+TEST_F(SliceTaskTest, WhatTheChannelsWereGivenIsRecordedAsTheyHadIt)
+{
+    m_edc.SetPact2ModesMatrix(std::vector<float>(NUM_MODES * NUM_PACT, 0.25F));
+    const auto sample = [](const ravelcore::Recorder& recorder, int row) {
+        const auto begin = recorder.GetSamples().begin() + row * NUM_MODES;
+        return std::vector<float>(begin, begin + NUM_MODES);
+    };
+    m_edc.m_pact_in.assign(NUM_PACT, 4.0F);
+    m_input.first = true;
+    m_sut.Execute(0.0, false);
+    EXPECT_EQ(sample(m_ref, 0), std::vector<float>(NUM_MODES, 6.0F)) << "those that this cycle took";
+    EXPECT_EQ(sample(m_arw, 0), std::vector<float>(NUM_MODES, 9.0F));
+    m_input.first = false;
+    m_edc.m_modes_ref = {1.0F, 2.0F, 3.0F, 4.0F};
+    m_edc.m_pact_in.assign(NUM_PACT, -8.0F);
+    m_sut.Execute(0.0, false);
+    EXPECT_EQ(sample(m_ref, 1), m_edc.m_modes_ref);
+    EXPECT_EQ(sample(m_arw, 1), std::vector<float>(NUM_MODES, -18.0F));
 }
 
 TEST_F(SliceTaskTest, TheApplicationDecidesWhichCycleIsTheFirst)
@@ -65,6 +91,8 @@ TEST_F(SliceTaskTest, AnIdleStartExecutesNothing)
     m_input.idle = true;
     m_sut.Execute(0.0, false);
     EXPECT_EQ(m_in.GetIndex(), -1);
+    EXPECT_EQ(m_ref.GetIndex(), -1);
+    EXPECT_EQ(m_arw.GetIndex(), -1);
     EXPECT_EQ(m_edc.m_modes_in, std::vector<float>(NUM_MODES, 0.0F));
 }
 

@@ -13,7 +13,7 @@ import numpy
 from astropy.io import fits
 
 SUMMARY_KEYS = {"cycles", "missed_cycles", "rate_hz", "modes", "workers", "seed", "cycle_time_us", "execution_time_us",
-                "surface_rms_nm", "controlled_rms_nm", "edge_sensor_rms_nm", "files"}
+                "surface_rms_nm", "controlled_rms_nm", "edge_sensor_rms_nm", "gains", "files"}
 
 
 def expect(condition, message):
@@ -33,6 +33,22 @@ def check_recording(path, name, summary):
     expect(numpy.isfinite(values).all(), f"{path}: not every value is finite")
     error = numpy.abs(stamps - numpy.arange(len(stamps)) / summary["rate_hz"]).max()
     expect(error < 1e-9, f"{path}: time stamps are {error} s off the cycle period")
+    return values
+
+
+def check_references(folder, recordings, summary):
+    """The loop takes the measured modes as references when it closes, and leads them to 0."""
+    closing = summary["open_loop_cycles"]
+    taken = (recordings["modes_ref"][closing] == recordings["modes_in"][closing]).all()
+    expect(taken, f"{folder}: the references of cycle {closing} are not what was measured")
+    expect(not recordings["modes_ref"][:closing].any(), f"{folder}: there are references before the loop closes")
+
+
+def check_gains(folder, summary):
+    for entry in summary["gains"]:
+        gains = numpy.array(fits.getdata(folder / entry["file"], 1)["gains"])
+        expect(gains.shape == (1, 10 * summary["modes"]), f"{entry['file']}: unexpected shape {gains.shape}")
+        expect(numpy.isfinite(gains).all(), f"{entry['file']}: not every value is finite")
 
 
 def main():
@@ -41,8 +57,10 @@ def main():
     expect(SUMMARY_KEYS <= summary.keys(), f"summary.json lacks {sorted(SUMMARY_KEYS - summary.keys())}")
     for file in summary["files"]:
         expect((folder / file).is_file(), f"summary.json names {file}, which is not there")
-    for name in ("modes_in", "modes_out"):
-        check_recording(folder / f"{name}.fits", name, summary)
+    recordings = {name: check_recording(folder / f"{name}.fits", name, summary)
+                  for name in ("modes_in", "modes_out", "modes_ref", "modes_arw")}
+    check_references(folder, recordings, summary)
+    check_gains(folder, summary)
     ratio = summary["controlled_rms_nm"]["before"] / summary["controlled_rms_nm"]["after"]
     expect(ratio >= 20, f"the residual of the controlled modes fell {ratio:.1f}-fold only")
     print(f"verifyRun: {folder}: {summary['cycles']} cycles of {summary['modes']} modes, "

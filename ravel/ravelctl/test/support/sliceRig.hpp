@@ -130,6 +130,8 @@ public:
 
     std::vector<std::vector<float>> ModesIn() const { return Rows(slices.GetModesInRecorders()); }
     std::vector<std::vector<float>> ModesOut() const { return Rows(slices.GetModesOutRecorders()); }
+    std::vector<std::vector<float>> ModesRef() const { return Rows(slices.GetModesRefRecorders()); }
+    std::vector<std::vector<float>> ModesArw() const { return Rows(slices.GetModesArwRecorders()); }
 
     /// What the slices command to the actuators that the modes move.
     std::vector<float> Commands()
