@@ -2,6 +2,7 @@
 
 #include "error.hpp"
 #include "modulationArguments.hpp"
+#include "replayArguments.hpp"
 #include "runArguments.hpp"
 #include "runConfig.hpp"
 #include "version.hpp"
@@ -51,14 +52,18 @@ struct Parsed
         make_modulation =
             app.add_subcommand("make-modulation", "Make a file of signals to inject into the modes' references");
         AddModulationOptions(*make_modulation, modulation);
+        replay = app.add_subcommand("replay", "Compute a run's control channels once more, or with other gains");
+        AddReplayOptions(*replay, replay_arguments);
     }
 
     CLI::App app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
     RunArguments run_arguments;
     ModulationArguments modulation;
+    ReplayArguments replay_arguments;
     CLI::App* run = nullptr;
     CLI::App* config = nullptr;
     CLI::App* make_modulation = nullptr;
+    CLI::App* replay = nullptr;
 };
 
 }  // namespace
@@ -76,6 +81,9 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     }
     if (first.make_modulation->parsed()) {
         return ReadModulationOptions(first.modulation);
+    }
+    if (first.replay->parsed()) {
+        return ReadReplayOptions(first.replay_arguments);
     }
     RunArguments from_file;
     if (!first.run_arguments.config.empty()) {

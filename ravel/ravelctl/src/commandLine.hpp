@@ -1,6 +1,7 @@
 #pragma once
 
 #include "modulationOptions.hpp"
+#include "replay.hpp"
 #include "runOptions.hpp"
 
 #include <ostream>
@@ -8,9 +9,9 @@
 
 namespace lumo::ravelctl {
 
-/// What a command line asks for: a run, a modulation file, or to leave with this status (help or version have been
-/// printed).
-using Command = std::variant<RunOptions, ModulationOptions, int>;
+/// What a command line asks for: a run, a modulation file, a replay, or to leave with this status (help or version have
+/// been printed).
+using Command = std::variant<RunOptions, ModulationOptions, ReplayOptions, int>;
 
 /// Help and version go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);

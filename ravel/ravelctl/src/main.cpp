@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "logSetup.hpp"
 #include "makeModulation.hpp"
+#include "replay.hpp"
 #include "runReport.hpp"
 #include "stopSignals.hpp"
 
@@ -41,6 +42,24 @@ int MakeModulation(const ModulationOptions& options)
     return EXIT_OK;
 }
 
+int Replay(const ReplayOptions& options)
+{
+    SurviveFailedWrites();
+    SetUpLogging({});
+    return ReplayRun(options, std::cout);
+}
+
+int Execute(const Command& command)
+{
+    if (const auto* modulation = std::get_if<ModulationOptions>(&command)) {
+        return MakeModulation(*modulation);
+    }
+    if (const auto* replay = std::get_if<ReplayOptions>(&command)) {
+        return Replay(*replay);
+    }
+    return Run(std::get<RunOptions>(command));
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -51,8 +70,7 @@ int main(int argc, char** argv)
         if (const int* leave = std::get_if<int>(&command)) {
             return *leave;
         }
-        const auto* modulation = std::get_if<ModulationOptions>(&command);
-        status = modulation != nullptr ? MakeModulation(*modulation) : Run(std::get<RunOptions>(command));
+        status = Execute(command);
     } catch (const InputError& e) {
         std::cerr << "ravelctl: " << e.what() << '\n';
         status = EXIT_BAD_INPUT;

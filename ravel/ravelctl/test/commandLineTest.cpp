@@ -329,5 +329,42 @@ INSTANTIATE_TEST_SUITE_P(MakeModulation, CommandLineErrorTest,
                                          BadLine{{"make-modulation", "sine", "--output", "f", "--workers", "2"},
                                                  "(try: ravelctl make-modulation --help)"}));
 
+INSTANTIATE_TEST_SUITE_P(
+    Replay, CommandLineErrorTest,
+    testing::Values(
+        BadLine{{"replay"}, "RUN is required"}, BadLine{{"replay", "a", "b"}, "(try: ravelctl replay --help)"},
+        BadLine{{"replay", "a", "--set"}, "--set"},
+        BadLine{{"replay", "a", "--set", "kpp=1"},
+                "--set: expected NAME=VALUE with one of kp, ki, kd, karw, bp, tt, n, ulow, uhigh, freq, such as "
+                "kp=0.5, but got kpp=1"},
+        BadLine{{"replay", "a", "--set", "kp"}, "but got kp"}, BadLine{{"replay", "a", "--set", "=1"}, "but got =1"},
+        BadLine{{"replay", "a", "--set", "kp="}, "--set: kp: expected a number but got "},
+        BadLine{{"replay", "a", "--set", "kp=1x"}, "--set: kp: expected a number but got 1x"},
+        BadLine{{"replay", "a", "--set", "kp=nan"}, "--set: kp: expected a number but got nan"},
+        BadLine{{"replay", "a", "--set", "kp=1e39"}, "--set: kp: expected a number but got 1e39"},
+        BadLine{{"replay", "a", "--set", "n=0"}, "--set: n: expected more than 0 but got 0"},
+        BadLine{{"replay", "a", "--set", "kd=-1"}, "--set: kd: expected 0 or above but got -1"},
+        BadLine{{"replay", "a", "--modes", "3"}, "--modes: expected --set besides"}));
+
+TEST(CommandLineTest, EveryOptionOfAReplayReachesItsPlace)
+{
+    std::ostringstream out;
+    const auto options =
+        std::get<ReplayOptions>(Parse({"replay", "--set", "kp=0.5", "night 1", "--set", "freq=1e1", "--set", "ulow=-3",
+                                       "--modes", "0-3", "--output", "o.fits", "--overwrite"},
+                                      out));
+    EXPECT_EQ(options.run, "night 1");
+    ASSERT_EQ(options.set.size(), 3U);
+    EXPECT_EQ(options.set[0].param, 0);
+    EXPECT_EQ(options.set[0].value, 0.5F);
+    EXPECT_EQ(options.set[1].param, 9);
+    EXPECT_EQ(options.set[1].value, 10.0F);
+    EXPECT_EQ(options.set[2].param, 7);
+    EXPECT_EQ(options.set[2].value, -3.0F);
+    EXPECT_EQ(options.modes, "0-3");
+    EXPECT_EQ(options.output, "o.fits");
+    EXPECT_TRUE(options.overwrite);
+}
+
 }  // namespace
 }  // namespace lumo::ravelctl

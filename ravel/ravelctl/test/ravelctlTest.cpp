@@ -339,6 +339,35 @@ TEST(RavelctlTest, AModulationThatFindsNoRoomIsNamedAndLeavesNoPart)
     EXPECT_EQ(folder.CountEntries(), 0U);
 }
 
+TEST(RavelctlTest, ReplaySaysWhetherARunIsComputedAgainToTheLastBitAndWhatIsAskedForBesides)
+{
+    const test::TestFolder folder;
+    const std::string run = (folder / "run").string();
+    ASSERT_EQ(RunChild(RunArguments(run, {"--duration", "0.6", "--as-fast-as-possible", "--quiet"})).status, EXIT_OK);
+    const std::string equal = "replayed 300 cycles of 20 modes: every output equal to the last bit\n";
+    const ChildProcess::Result same = RunChild({RAVELCTL_PROGRAM, "replay", run});
+    EXPECT_EQ(same.status, EXIT_OK);
+    EXPECT_EQ(same.out, equal);
+    EXPECT_EQ(same.err, "");
+
+    const std::string output = (folder / "other.fits").string();
+    const ChildProcess::Result other = RunChild(
+        {RAVELCTL_PROGRAM, "replay", run, "--set", "kp=0.5", "--set", "ki=20", "--modes", "0-4", "--output", output});
+    EXPECT_EQ(other.status, EXIT_OK);
+    EXPECT_THAT(other.out, HasSubstr(equal + "with kp = 0.5, ki = 20 for modes 0-4, "));
+    EXPECT_EQ(test::LoadRecording(output).rows, 300);
+
+    fs::copy_file(folder / "run" / "modes_in.fits", folder / "run" / "modes_out.fits",
+                  fs::copy_options::overwrite_existing);
+    const ChildProcess::Result different = RunChild({RAVELCTL_PROGRAM, "replay", run});
+    EXPECT_EQ(different.status, EXIT_FAILED);
+    EXPECT_THAT(different.out, testing::ContainsRegex("\nfirst difference: cycle 3[01], mode "));
+    const ChildProcess::Result bad = RunChild({RAVELCTL_PROGRAM, "replay", folder.GetPath().string()});
+    EXPECT_EQ(bad.status, EXIT_BAD_INPUT);
+    EXPECT_EQ(bad.out, "");
+    ExpectOneLine(bad.err);
+}
+
 TEST(RavelctlTest, HelpAndVersionEndWithZero)
 {
     for (const char* option : {"--help", "--version"}) {

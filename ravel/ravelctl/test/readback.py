@@ -90,6 +90,19 @@ def check_frames(ravelctl, matrices, fitsverify, folder):
     expect(folder, "positions that move", float(numpy.ptp(frames["pact"][:, :, :3], axis=0).max()) > 0.01, True)
 
 
+def check_replay(ravelctl, fitsverify, run, path):
+    """What the channels of a run would have done with other gains, and where they would not."""
+    command = [ravelctl, "replay", str(run), "--set", "kp=0.3", "--modes", "3-5", "--output", str(path)]
+    subprocess.run(command, check=True, capture_output=True)
+    check_fits(fitsverify, path)
+    columns = [("Timestamps", "1D", "s"), ("modes_out", f"{MODES}E", None)]
+    stamps, values = read_table(path, columns)
+    recorded_stamps, recorded = read_table(run / "modes_out.fits", columns)
+    expect(path, "the recording's time stamps", bool((stamps == recorded_stamps).all()), True)
+    changed = numpy.flatnonzero((values != recorded).any(axis=0))
+    expect(path, "modes that change", changed.tolist(), [3, 4, 5])
+
+
 def check_modulation(ravelctl, fitsverify, path):
     command = [ravelctl, "make-modulation", "sine", "--output", str(path), "--modes", str(MODES), "--on", "3"]
     subprocess.run(command + ["--rate", "250", "--duration", "1", "--frequency", "5"], check=True, capture_output=True)
@@ -122,6 +135,7 @@ def main():
             command += ["--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ), "--seed", "7"]
             subprocess.run(command, check=True)
             check_run(folder, workers)
+            check_replay(ravelctl, fitsverify, folder, pathlib.Path(directory) / f"replay {workers}.fits")
         check_frames(ravelctl, matrices, fitsverify, pathlib.Path(directory) / "frames")
         check_modulation(ravelctl, fitsverify, pathlib.Path(directory) / "sine.fits")
     print("the files of the runs and the matrices are as they should be")

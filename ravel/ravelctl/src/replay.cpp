@@ -1,0 +1,358 @@
+#include "replay.hpp"
+
+#include "error.hpp"
+#include "gainParams.hpp"
+#include "gains.hpp"
+#include "modeList.hpp"
+#include "outputFile.hpp"
+#include "resources.hpp"
+#include "runFolder.hpp"
+#include "wholeFile.hpp"
+
+#include <lumo/ravelcore/pidFilter.hpp>
+#include <lumo/ravelcore/utils.hpp>
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+constexpr auto NUM_PARAMS = static_cast<std::size_t>(ravelcore::NUM_PID_FILTER_PARAMS);
+constexpr double NM_PER_UM = 1.0e3;
+
+/// What the channels of a run were given, cycle by cycle, and what they gave.
+struct RunData
+{
+    explicit RunData(const RunFolder& run)
+        : in(run.LoadEveryCycle("modes_in")),
+          ref(run.LoadEveryCycle("modes_ref")),
+          arw(run.LoadEveryCycle("modes_arw")),
+          out(run.LoadEveryCycle("modes_out"))
+    {
+    }
+
+    ModesRecording in;
+    ModesRecording ref;
+    ModesRecording arw;
+    ModesRecording out;
+};
+
+/// Fresh channels that go through a run's cycles. They give the bits that the run's gave because they are computed by
+/// the same functions in the same order: changed gains come into force before the cycle's step, keeping the state; then
+/// the set-point filter, whose output the controller takes. With the loop open neither runs, so both begin, from the
+/// state of a new channel, in the cycle in which it closes. One mode does not see another, so that the run's slices do
+/// not matter.
+class Channels
+{
+public:
+    Channels(const RunFolder& run, std::vector<GainsInForce> gains)
+        : m_open_cycles(run.GetOpenCycles()), m_gains(std::move(gains))
+    {
+        // As the tasks of the run: the period is rounded once, from double.
+        ravelcore::PidFilterCopy(static_cast<float>(1.0 / run.GetRateHz()), 0.0F, m_gains.front().params, m_channels);
+        m_out.resize(m_channels.size());
+    }
+
+    /// The outputs of a cycle. The cycles come one by one, from 0.
+    std::span<const float> Compute(std::int64_t cycle, const RunData& data)
+    {
+        for (; m_next_gains < m_gains.size() && m_gains[m_next_gains].before_cycle <= cycle; ++m_next_gains) {
+            for (std::size_t mode = 0; mode < m_channels.size(); ++mode) {
+                ChangeGains(&m_gains[m_next_gains].params[mode * NUM_PARAMS], m_channels[mode]);
+            }
+        }
+        const bool closed = cycle >= m_open_cycles;
+        const bool first = cycle == m_open_cycles;
+        const std::span<const float> in = data.in.Row(cycle);
+        const std::span<const float> ref = data.ref.Row(cycle);
+        const std::span<const float> arw = data.arw.Row(cycle);
+        for (std::size_t mode = 0; mode < m_channels.size(); ++mode) {
+            m_out[mode] = ravelcore::PidFilterCompute(m_channels[mode], in[mode], ref[mode], arw[mode], closed, closed,
+                                                      false, first);
+        }
+        return m_out;
+    }
+
+private:
+    std::int64_t m_open_cycles;
+    std::vector<GainsInForce> m_gains;
+    std::size_t m_next_gains = 1;  // the first ones are in the channels
+    std::vector<ravelcore::PidFilterContext> m_channels;
+    std::vector<float> m_out;
+};
+
+/// An output of which there are two values.
+struct Pair
+{
+    std::int64_t cycle = 0;
+    std::size_t mode = 0;
+    float recorded = 0.0F;
+    float computed = 0.0F;
+
+    double Difference() const { return std::abs(static_cast<double>(computed) - static_cast<double>(recorded)); }
+};
+
+/// Where recorded and computed outputs differ, and by how much.
+class Comparison
+{
+public:
+    void Add(const Pair& pair)
+    {
+        if (std::bit_cast<std::uint32_t>(pair.recorded) == std::bit_cast<std::uint32_t>(pair.computed)) {
+            return;
+        }
+        ++m_count;
+        m_first = m_first ? m_first : pair;
+        if (std::isfinite(pair.Difference()) && (!m_largest || pair.Difference() > m_largest->Difference())) {
+            m_largest = pair;
+        }
+    }
+
+    std::int64_t GetCount() const { return m_count; }
+    const std::optional<Pair>& GetFirst() const { return m_first; }
+
+    /// None where no difference is finite.
+    const std::optional<Pair>& GetLargest() const { return m_largest; }
+
+private:
+    std::int64_t m_count = 0;
+    std::optional<Pair> m_first;
+    std::optional<Pair> m_largest;
+};
+
+/// What other gains make of the outputs with the loop closed.
+class Effect
+{
+public:
+    void Add(const Pair& pair)
+    {
+        ++m_count;
+        m_recorded_squares += static_cast<double>(pair.recorded) * static_cast<double>(pair.recorded);
+        m_computed_squares += static_cast<double>(pair.computed) * static_cast<double>(pair.computed);
+        if (!std::isfinite(pair.computed)) {
+            ++m_num_not_finite;
+            m_first_not_finite = m_first_not_finite ? m_first_not_finite : pair;
+        }
+        m_comparison.Add(pair);
+    }
+
+    std::string Format() const
+    {
+        if (m_count == 0) {
+            return "the loop was not closed in this run, and with the loop open no output depends on the gains\n";
+        }
+        std::string text = fmt::format("outputs with the loop closed: {:.3f} nm rms as recorded, {:.3f} nm rms then\n",
+                                       RmsNm(m_recorded_squares), RmsNm(m_computed_squares));
+        if (m_first_not_finite) {
+            text += fmt::format("outputs that are not finite: {}, the first in cycle {}, mode {}\n", m_num_not_finite,
+                                m_first_not_finite->cycle, m_first_not_finite->mode);
+        }
+        if (m_comparison.GetCount() == 0) {
+            return text + "no output changes\n";
+        }
+        if (const std::optional<Pair>& largest = m_comparison.GetLargest()) {
+            text += fmt::format("largest difference: {:.3f} nm, cycle {}, mode {}\n", largest->Difference() * NM_PER_UM,
+                                largest->cycle, largest->mode);
+        }
+        return text;
+    }
+
+private:
+    double RmsNm(double squares) const { return std::sqrt(squares / static_cast<double>(m_count)) * NM_PER_UM; }
+
+    std::int64_t m_count = 0;
+    double m_recorded_squares = 0.0;
+    double m_computed_squares = 0.0;
+    std::int64_t m_num_not_finite = 0;
+    std::optional<Pair> m_first_not_finite;
+    Comparison m_comparison;
+};
+
+/// A line every two seconds.
+class Progress
+{
+public:
+    Progress(std::int64_t cycles, std::ostream& out) : m_cycles(cycles), m_out(out) {}
+
+    void Tell(std::int64_t cycle)
+    {
+        constexpr std::int64_t CYCLES_PER_LOOK = 64;
+        if (cycle % CYCLES_PER_LOOK == 0 && std::chrono::steady_clock::now() >= m_next) {
+            m_out << fmt::format("replaying cycle {} of {}\n", cycle, m_cycles) << std::flush;
+            m_next = std::chrono::steady_clock::now() + PERIOD;
+        }
+    }
+
+private:
+    static constexpr std::chrono::seconds PERIOD{2};
+
+    std::int64_t m_cycles;
+    std::ostream& m_out;
+    std::chrono::steady_clock::time_point m_next = std::chrono::steady_clock::now() + PERIOD;
+};
+
+/// Also keeps the run as it is: what is replayed stands in its folder.
+void CheckOutput(const ReplayOptions& options)
+{
+    if (options.output.empty()) {
+        return;
+    }
+    CheckOutputFile(options.output, options.overwrite);
+    std::error_code ignored;
+    for (const char* name : {"modes_in.fits", "modes_out.fits", "modes_ref.fits", "modes_arw.fits"}) {
+        if (std::filesystem::equivalent(options.output, options.run / name, ignored)) {
+            throw InputError(
+                fmt::format("--output: {} is a recording of the run; choose another name", options.output.string()));
+        }
+    }
+}
+
+std::vector<int> FindModes(const ReplayOptions& options, int num_modes)
+{
+    if (options.modes.empty()) {
+        std::vector<int> all(static_cast<std::size_t>(num_modes));
+        std::iota(all.begin(), all.end(), 0);
+        return all;
+    }
+    try {
+        return ParseModeList(options.modes, num_modes);
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("--modes: {}", e.what()));
+    }
+}
+
+/// The gains of the run, all of them, with what is set in place of theirs.
+std::vector<GainsInForce> Change(std::vector<GainsInForce> gains, const std::vector<GainSetting>& set,
+                                 const std::vector<int>& modes)
+{
+    for (GainsInForce& in_force : gains) {
+        for (const int mode : modes) {
+            for (const GainSetting& setting : set) {
+                in_force.params.at(static_cast<std::size_t>(mode) * NUM_PARAMS +
+                                   static_cast<std::size_t>(setting.param)) = setting.value;
+            }
+        }
+    }
+    return gains;
+}
+
+std::string DescribeChange(const ReplayOptions& options, const std::vector<int>& modes)
+{
+    std::vector<std::string> settings;
+    for (const GainSetting& setting : options.set) {
+        settings.push_back(
+            fmt::format("{} = {}", GAIN_PARAMS.at(static_cast<std::size_t>(setting.param)).name, setting.value));
+    }
+    return fmt::format("with {} for {}, what is measured being as recorded:\n", fmt::join(settings, ", "),
+                       options.modes.empty() ? "every mode" : fmt::format("modes {}", FormatModeList(modes)));
+}
+
+std::string Format(const Comparison& comparison, const RunFolder& run)
+{
+    std::string text = fmt::format("replayed {} cycles of {} modes: ", run.GetCycles(), run.GetModes());
+    if (comparison.GetCount() == 0) {
+        return text + "every output equal to the last bit\n";
+    }
+    const Pair& first = *comparison.GetFirst();
+    text += fmt::format("{} of {} outputs differ\n", comparison.GetCount(), run.GetCycles() * run.GetModes());
+    text += fmt::format("first difference: cycle {}, mode {}: recorded {} um, replayed {} um\n", first.cycle,
+                        first.mode, first.recorded, first.computed);
+    if (const std::optional<Pair>& largest = comparison.GetLargest()) {
+        text += fmt::format("largest difference: {} um, cycle {}, mode {}\n", largest->Difference(), largest->cycle,
+                            largest->mode);
+    }
+    return text;
+}
+
+void CheckReplayMemory(const RunFolder& run, std::ostream& out)
+{
+    // The recordings, the outputs, and what the file layer takes beside the one that it reads or writes.
+    constexpr std::uint64_t RECORDINGS = 4;
+    constexpr std::uint64_t COPIES = RECORDINGS + 1 + 3;
+    const auto cycles = static_cast<std::uint64_t>(run.GetCycles());
+    const std::uint64_t bytes = cycles * static_cast<std::uint64_t>(run.GetModes()) * sizeof(float);
+    CheckMemory(COPIES * bytes, fmt::format("the recordings of {}", run.GetPath().string()),
+                "free some, or replay a shorter run");
+    constexpr std::uint64_t MUCH = 100'000'000;
+    if (RECORDINGS * bytes > MUCH) {
+        out << fmt::format("reading {} ({})\n", run.GetPath().string(), FormatBytes(RECORDINGS * bytes)) << std::flush;
+    }
+}
+
+void WriteOutputs(const ReplayOptions& options, const RunFolder& run, const std::vector<float>& outputs,
+                  const std::vector<double>& timestamps, std::ostream& out)
+{
+    const std::filesystem::path file = std::filesystem::absolute(options.output);
+    try {
+        WriteWhole(file, [&](const std::filesystem::path& part) {
+            ravelcore::SaveMatrixWithTimestamps(part.string(), "modes_out", static_cast<int>(run.GetCycles()),
+                                                run.GetModes(), outputs, timestamps);
+        });
+    } catch (const std::exception& e) {
+        throw RunError(fmt::format("cannot write {}: {}; free some space or choose another place with --output",
+                                   options.output.string(), e.what()));
+    }
+    out << fmt::format("{}: {} rows of {} outputs ({})\n", options.output.string(), run.GetCycles(), run.GetModes(),
+                       FormatBytes(std::filesystem::file_size(file)));
+}
+
+}  // namespace
+
+int ReplayRun(const ReplayOptions& options, std::ostream& out)
+{
+    const RunFolder run(options.run);
+    const std::vector<int> changed_modes = FindModes(options, run.GetModes());
+    CheckOutput(options);
+    const std::vector<GainsInForce> gains = run.LoadGains();
+    CheckReplayMemory(run, out);
+    const RunData data(run);
+
+    Channels as_run(run, gains);
+    Channels changed(run, Change(gains, options.set, changed_modes));
+    Comparison comparison;
+    Effect effect;
+    std::vector<float> outputs;
+    outputs.reserve(options.output.empty() ? 0 : data.out.values.size());
+    Progress progress(run.GetCycles(), out);
+    for (std::int64_t cycle = 0; cycle < run.GetCycles(); ++cycle) {
+        const std::span<const float> recorded = data.out.Row(cycle);
+        std::span<const float> computed = as_run.Compute(cycle, data);
+        for (std::size_t mode = 0; mode < computed.size(); ++mode) {
+            comparison.Add({cycle, mode, recorded[mode], computed[mode]});
+        }
+        if (!options.set.empty()) {
+            computed = changed.Compute(cycle, data);
+            for (std::size_t i = 0; i < changed_modes.size() && cycle >= run.GetOpenCycles(); ++i) {
+                const auto mode = static_cast<std::size_t>(changed_modes[i]);
+                effect.Add({cycle, mode, recorded[mode], computed[mode]});
+            }
+        }
+        if (!options.output.empty()) {
+            outputs.insert(outputs.end(), computed.begin(), computed.end());
+        }
+        progress.Tell(cycle);
+    }
+    out << Format(comparison, run);
+    if (!options.set.empty()) {
+        out << DescribeChange(options, changed_modes) << effect.Format();
+    }
+    out << std::flush;
+    if (!options.output.empty()) {
+        WriteOutputs(options, run, outputs, data.out.timestamps, out);
+    }
+    out << std::flush;
+    return comparison.GetCount() == 0 ? EXIT_OK : EXIT_FAILED;
+}
+
+}  // namespace lumo::ravelctl
