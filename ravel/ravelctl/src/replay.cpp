@@ -255,7 +255,9 @@ std::string DescribeChange(const ReplayOptions& options, const std::vector<int>&
             fmt::format("{} = {}", GAIN_PARAMS.at(static_cast<std::size_t>(setting.param)).name, setting.value));
     }
     return fmt::format("with {} for {}, what is measured being as recorded:\n", fmt::join(settings, ", "),
-                       options.modes.empty() ? "every mode" : fmt::format("modes {}", FormatModeList(modes)));
+                       options.modes.empty()
+                           ? "every mode"
+                           : fmt::format("mode{} {}", modes.size() == 1 ? "" : "s", FormatModeList(modes)));
 }
 
 std::string Format(const Comparison& comparison, const RunFolder& run)

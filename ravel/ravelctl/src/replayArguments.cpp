@@ -19,6 +19,7 @@ namespace {
 std::vector<std::string> NameParams()
 {
     std::vector<std::string> names;
+    names.reserve(GAIN_PARAMS.size());
     for (const GainParam& param : GAIN_PARAMS) {
         names.emplace_back(param.name);
     }

@@ -98,7 +98,7 @@ TEST_F(RunFolderTest, OfALoopThatStayedOpenTheOutputsAreWhatWasMeasuredWhateverT
     EXPECT_EQ(ReplayRun({m_folder.GetPath(), {{0, 2.0F}}, "1", {}, false}, out), EXIT_OK);
     EXPECT_EQ(out.str(),
               "replayed 3 cycles of 2 modes: every output equal to the last bit\n"
-              "with kp = 2 for modes 1, what is measured being as recorded:\n"
+              "with kp = 2 for mode 1, what is measured being as recorded:\n"
               "the loop was not closed in this run, and with the loop open no output depends on the gains\n");
 }
 
