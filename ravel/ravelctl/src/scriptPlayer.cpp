@@ -54,7 +54,7 @@ ScriptPlayer::ScriptPlayer(std::vector<ScriptStep> steps, const LoopPlan& plan, 
       m_plan(plan),
       m_num_modes(num_modes),
       m_output(std::move(output)),
-      m_loop(std::move(loop)),
+      m_loop(loop),
       m_pdc{std::vector<float>(static_cast<std::size_t>(num_modes)),
             std::vector<float>(static_cast<std::size_t>(num_modes))},
       m_fdc(m_pdc)
