@@ -31,6 +31,15 @@ TEST(DurationsTest, PercentilesAreValuesOfTheSeriesByNearestRank)
     EXPECT_EQ(percentiles->max, 1000.0);
 }
 
+TEST(DurationsTest, TheOneInTenThousandIsAPercentileOfItsOwn)
+{
+    const auto percentiles = Shuffled(20000).ComputePercentiles();
+    ASSERT_TRUE(percentiles);
+    EXPECT_EQ(percentiles->p999, 19980.0);
+    EXPECT_EQ(percentiles->p9999, 19998.0);
+    EXPECT_EQ(percentiles->max, 20000.0);
+}
+
 TEST(DurationsTest, RanksAreRoundedUp)
 {
     const auto percentiles = Shuffled(11).ComputePercentiles();
@@ -64,6 +73,8 @@ TEST(DurationsTest, WhatIsBeyondTheCapacityIsDropped)
         sut.Add(microseconds(i));
     }
     EXPECT_THAT(sut.GetValuesUs(), testing::ElementsAre(1.0F, 2.0F));
+    EXPECT_TRUE(sut.IsFull());
+    EXPECT_FALSE(Durations(1).IsFull());
 }
 
 }  // namespace
