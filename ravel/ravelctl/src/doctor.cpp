@@ -1,0 +1,331 @@
+#include "doctor.hpp"
+
+#include "error.hpp"
+#include "modeList.hpp"
+#include "resources.hpp"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <limits>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+constexpr std::uint64_t NO_LIMIT = std::numeric_limits<std::uint64_t>::max();
+constexpr const char* NOT_TOLD = "the system does not tell";
+
+/// The CPUs to set aside: the upper half of what is online, but never the first one.
+std::string CpusToIsolate(const MachineFacts& facts)
+{
+    const std::vector<int> cpus = ParseCpuList(facts.cpus_online.value_or(""));
+    if (cpus.size() < 2) {
+        return "";
+    }
+    return FormatModeList({cpus.begin() + static_cast<std::ptrdiff_t>((cpus.size() + 1) / 2), cpus.end()});
+}
+
+std::string KernelArguments(const std::string& arguments)
+{
+    return fmt::format(
+        "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot", arguments);
+}
+
+std::string UserLimit(const char* item, const char* value)
+{
+    return fmt::format("echo \"$USER - {} {}\" | sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again",
+                       item, value);
+}
+
+Finding ExamineKernel(const MachineFacts& facts)
+{
+    const bool is_realtime =
+        facts.kernel_realtime == "1" || facts.kernel_version.value_or("").find("PREEMPT_RT") != std::string::npos;
+    Finding finding{
+        "kernel",
+        fmt::format("{}, {}", facts.kernel_release.value_or("unknown"), is_realtime ? "PREEMPT_RT" : "no PREEMPT_RT"),
+        is_realtime ? Health::Ok : Health::CouldBeBetter, ""};
+    if (!is_realtime) {
+        finding.remedy = "sudo apt-get install linux-image-rt-amd64 && sudo reboot";
+    }
+    return finding;
+}
+
+Finding ExamineCpus(const MachineFacts& facts)
+{
+    if (!facts.cpus_online || !facts.cpus_allowed) {
+        return {"CPUs", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    const std::vector<int> online = ParseCpuList(*facts.cpus_online);
+    const std::vector<int> allowed = ParseCpuList(*facts.cpus_allowed);
+    const bool all = std::includes(allowed.begin(), allowed.end(), online.begin(), online.end());
+    Finding finding{"CPUs", fmt::format("{} online, {} allowed", *facts.cpus_online, *facts.cpus_allowed), Health::Ok,
+                    ""};
+    constexpr std::size_t ENOUGH = 3;  // two workers, and one for the cycle and the rest of the system
+    if (!all) {
+        finding.health = Health::CouldBeBetter;
+        finding.remedy = fmt::format("taskset -c {} ravelctl run", *facts.cpus_online);
+    } else if (allowed.size() < ENOUGH) {
+        finding.health = Health::CouldBeBetter;
+        finding.value += "; two workers and the rest of the system share them";
+    }
+    return finding;
+}
+
+/// `argument`: of the kernel, which sets CPUs aside.
+Finding ExamineAside(const char* name, const std::optional<std::string>& cpus, const char* argument,
+                     const MachineFacts& facts)
+{
+    // The kernel writes "(null)" where nothing was asked for.
+    if (!ParseCpuList(cpus.value_or("")).empty()) {
+        return {name, *cpus, Health::Ok, ""};
+    }
+    const std::string wanted = CpusToIsolate(facts);
+    return {name, "none", Health::CouldBeBetter,
+            wanted.empty() ? "" : KernelArguments(fmt::format("{}={}", argument, wanted))};
+}
+
+Finding ExamineGovernor(const MachineFacts& facts)
+{
+    if (facts.governors.empty()) {
+        return {"frequency governor", "none; the frequency is fixed, or the host's affair", Health::Ok, ""};
+    }
+    const bool fast = facts.governors == std::vector<std::string>{"performance"};
+    return {"frequency governor", fmt::format("{}", fmt::join(facts.governors, ", ")),
+            fast ? Health::Ok : Health::CouldBeBetter,
+            fast ? "" : "echo performance | sudo tee /sys/devices/system/cpu/cpu*/cpufreq/scaling_governor"};
+}
+
+Finding ExamineFifo(const MachineFacts& facts)
+{
+    constexpr std::uint64_t NEEDED = 60;  // of the cycle in a run
+    const std::string limit = !facts.rtprio_limit               ? "unknown"
+                              : *facts.rtprio_limit == NO_LIMIT ? "none"
+                                                                : std::to_string(*facts.rtprio_limit);
+    if (facts.fifo_granted == true) {
+        return {"real-time priority", fmt::format("SCHED_FIFO {} is granted (limit {})", NEEDED, limit), Health::Ok,
+                ""};
+    }
+    return {"real-time priority", fmt::format("SCHED_FIFO {} is refused (limit {})", NEEDED, limit), Health::Bad,
+            UserLimit("rtprio", "89")};
+}
+
+Finding ExamineThrottling(const MachineFacts& facts)
+{
+    if (!facts.rt_runtime_us || !facts.rt_period_us) {
+        return {"real-time throttling", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    if (*facts.rt_runtime_us < 0 || *facts.rt_runtime_us >= *facts.rt_period_us) {
+        return {"real-time throttling", "none", Health::Ok, ""};
+    }
+    return {"real-time throttling", fmt::format("{} of {} us", *facts.rt_runtime_us, *facts.rt_period_us),
+            *facts.rt_runtime_us == 0 ? Health::Bad : Health::CouldBeBetter,
+            "sudo sysctl -w kernel.sched_rt_runtime_us=-1"};
+}
+
+Finding ExamineLockedMemory(const MachineFacts& facts)
+{
+    if (!facts.memlock_limit_bytes) {
+        return {"locked memory", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    if (*facts.memlock_limit_bytes == NO_LIMIT) {
+        return {"locked memory", "no limit", Health::Ok, ""};
+    }
+    return {"locked memory", fmt::format("at most {}", FormatBytes(*facts.memlock_limit_bytes)), Health::CouldBeBetter,
+            UserLimit("memlock", "unlimited")};
+}
+
+Finding ExamineMemory(const MachineFacts& facts)
+{
+    constexpr std::uint64_t ENOUGH = 2'000'000'000;
+    constexpr std::uint64_t LEAST = 500'000'000;  // matrices and recordings of a run of the default length
+    if (!facts.memory_bytes || !facts.memory_available_bytes) {
+        return {"memory", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    const std::uint64_t available = *facts.memory_available_bytes;
+    return {"memory", fmt::format("{} of {} available", FormatBytes(available), FormatBytes(*facts.memory_bytes)),
+            available >= ENOUGH  ? Health::Ok
+            : available >= LEAST ? Health::CouldBeBetter
+                                 : Health::Bad,
+            available >= ENOUGH ? "" : "ps -eo rss,pid,args --sort=-rss | head  # and end what is not needed"};
+}
+
+Finding ExamineSwap(const MachineFacts& facts)
+{
+    if (!facts.swap_bytes) {
+        return {"swap", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    if (*facts.swap_bytes == 0) {
+        return {"swap", "none", Health::Ok, ""};
+    }
+    const std::uint64_t used = *facts.swap_bytes - std::min(facts.swap_free_bytes.value_or(0), *facts.swap_bytes);
+    return {"swap", fmt::format("{} of {} in use", FormatBytes(used), FormatBytes(*facts.swap_bytes)),
+            Health::CouldBeBetter, "sudo swapoff -a"};
+}
+
+Finding ExamineNuma(const MachineFacts& facts)
+{
+    const std::size_t nodes = ParseCpuList(facts.numa_nodes.value_or("")).size();
+    if (nodes < 2) {
+        return {"NUMA nodes", nodes == 0 ? "the kernel knows none" : "1", Health::Ok, ""};
+    }
+    return {"NUMA nodes", fmt::format("{}; time each with ravelctl qualify --numa-node", nodes), Health::Ok, ""};
+}
+
+Finding ExamineHugePages(const MachineFacts& facts)
+{
+    const std::string reserved = fmt::format("{} reserved", facts.huge_pages.value_or(0));
+    if (!facts.transparent_huge_pages) {
+        return {"huge pages", fmt::format("no transparent ones, {}", reserved), Health::Ok, ""};
+    }
+    const bool always = *facts.transparent_huge_pages == "always";  // the kernel may stop a thread to put some together
+    return {"huge pages", fmt::format("transparent: {}, {}", *facts.transparent_huge_pages, reserved),
+            always ? Health::CouldBeBetter : Health::Ok,
+            always ? "echo madvise | sudo tee /sys/kernel/mm/transparent_hugepage/enabled" : ""};
+}
+
+Finding ExamineBlas(const MachineFacts& facts)
+{
+    constexpr int PTHREAD = 1;  // what openblas_get_parallel() answers
+    constexpr int SERIAL = 0;
+    if (facts.blas_parallel == PTHREAD) {
+        return {"BLAS", facts.blas, Health::Ok, ""};
+    }
+    return {"BLAS", facts.blas, facts.blas_parallel == SERIAL ? Health::Bad : Health::CouldBeBetter,
+            "sudo apt-get install libopenblas0-pthread && sudo update-alternatives --config "
+            "libopenblas.so.0-x86_64-linux-gnu"};
+}
+
+Finding ExamineClockSource(const MachineFacts& facts)
+{
+    if (!facts.clock_source) {
+        return {"clock source", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    static const std::vector<std::string> QUICK = {"tsc", "arch_sys_counter", "kvm-clock",
+                                                   "hyperv_clocksource_tsc_page"};
+    if (std::find(QUICK.begin(), QUICK.end(), *facts.clock_source) != QUICK.end()) {
+        return {"clock source", *facts.clock_source, Health::Ok, ""};
+    }
+    const bool has_tsc = (" " + facts.clock_sources.value_or("") + " ").find(" tsc ") != std::string::npos;
+    return {"clock source", *facts.clock_source + "; slow to read", Health::CouldBeBetter,
+            has_tsc ? "echo tsc | sudo tee /sys/devices/system/clocksource/clocksource0/current_clocksource" : ""};
+}
+
+Finding ExamineWakeUp(const MachineFacts& facts)
+{
+    constexpr double GOOD_US = 100.0;
+    constexpr double PERIOD_US = 2000.0;
+    if (!facts.wake_up_us) {
+        return {"timer", "could not be tried", Health::CouldBeBetter, ""};
+    }
+    const Percentiles& late = *facts.wake_up_us;
+    const Health health = late.max < GOOD_US ? Health::Ok : late.max < PERIOD_US ? Health::CouldBeBetter : Health::Bad;
+    return {"timer", fmt::format("wakes {:.0f} us late (median), {:.0f} us (max)", late.p50, late.max), health,
+            health == Health::Ok ? "" : "top -b -n 1 -o %CPU | head -n 20  # and end what competes; then the above"};
+}
+
+Finding ExamineFolder(const MachineFacts& facts)
+{
+    constexpr std::uint64_t ENOUGH = 10'000'000'000;
+    constexpr std::uint64_t LEAST = 500'000'000;
+    if (!facts.folder_free_bytes) {
+        return {"disk", NOT_TOLD, Health::CouldBeBetter, ""};
+    }
+    const std::uint64_t free = *facts.folder_free_bytes;
+    return {"disk", fmt::format("{} free in {}", FormatBytes(free), facts.folder),
+            free >= ENOUGH  ? Health::Ok
+            : free >= LEAST ? Health::CouldBeBetter
+                            : Health::Bad,
+            free >= ENOUGH ? "" : "df -h  # and choose a place with --output"};
+}
+
+std::ptrdiff_t Count(const std::vector<Finding>& findings, Health health)
+{
+    return std::count_if(findings.begin(), findings.end(),
+                         [health](const Finding& finding) { return finding.health == health; });
+}
+
+}  // namespace
+
+const char* GetName(Health health)
+{
+    switch (health) {
+        case Health::CouldBeBetter:
+            return "could be better";
+        case Health::Bad:
+            return "bad";
+        case Health::Ok:
+            break;
+    }
+    return "ok";
+}
+
+std::vector<Finding> Examine(const MachineFacts& facts)
+{
+    return {
+        ExamineKernel(facts),
+        ExamineCpus(facts),
+        ExamineAside("isolated CPUs", facts.cpus_isolated, "isolcpus", facts),
+        ExamineAside("CPUs without a tick", facts.cpus_nohz_full, "nohz_full", facts),
+        ExamineGovernor(facts),
+        ExamineFifo(facts),
+        ExamineThrottling(facts),
+        ExamineLockedMemory(facts),
+        ExamineMemory(facts),
+        ExamineSwap(facts),
+        ExamineNuma(facts),
+        ExamineHugePages(facts),
+        ExamineBlas(facts),
+        ExamineClockSource(facts),
+        ExamineWakeUp(facts),
+        ExamineFolder(facts),
+    };
+}
+
+std::string FormatFindings(const std::vector<Finding>& findings)
+{
+    std::string text;
+    for (const Finding& finding : findings) {
+        text += fmt::format("{:<21}{:<17}{}\n", finding.name, GetName(finding.health), finding.value);
+        if (!finding.remedy.empty()) {
+            text += fmt::format("{:<21}{}\n", "", finding.remedy);
+        }
+    }
+    return text + fmt::format("{} ok, {} could be better, {} bad\n", Count(findings, Health::Ok),
+                              Count(findings, Health::CouldBeBetter), Count(findings, Health::Bad));
+}
+
+std::string FormatFindingsJson(const std::vector<Finding>& findings)
+{
+    using Json = nlohmann::ordered_json;
+    Json list = Json::array();
+    for (const Finding& finding : findings) {
+        list.push_back({{"name", finding.name},
+                        {"value", finding.value},
+                        {"verdict", GetName(finding.health)},
+                        {"remedy", finding.remedy.empty() ? Json(nullptr) : Json(finding.remedy)}});
+    }
+    const Json json = {{"findings", list},
+                       {"ok", Count(findings, Health::Ok)},
+                       {"could_be_better", Count(findings, Health::CouldBeBetter)},
+                       {"bad", Count(findings, Health::Bad)}};
+    // A folder's name may be no UTF-8.
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+int GetExitStatus(const std::vector<Finding>& findings)
+{
+    return Count(findings, Health::Bad) == 0 ? EXIT_OK : EXIT_FAILED;
+}
+
+int RunDoctor(const DoctorOptions& options, std::ostream& out)
+{
+    const std::vector<Finding> findings = Examine(GatherMachine());
+    out << (options.json ? FormatFindingsJson(findings) : FormatFindings(findings)) << std::flush;
+    return GetExitStatus(findings);
+}
+
+}  // namespace lumo::ravelctl

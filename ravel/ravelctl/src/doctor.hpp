@@ -1,0 +1,50 @@
+#pragma once
+
+#include "machineFacts.hpp"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What `ravelctl doctor` can be told.
+struct DoctorOptions
+{
+    bool json = false;
+};
+
+enum class Health
+{
+    Ok,
+    CouldBeBetter,
+    Bad  // the loop cannot hold on this machine, or gives wrong results
+};
+
+/// Something about the machine, what to think of it and, where something can be done, the command that does it.
+struct Finding
+{
+    std::string name;
+    std::string value;
+    Health health = Health::Ok;
+    std::string remedy;  // a command; "" where there is nothing to do or no command does it
+};
+
+const char* GetName(Health health);
+
+/// In the order in which they are printed.
+std::vector<Finding> Examine(const MachineFacts& facts);
+
+/// For people: a line per finding and one per remedy, and a last one that counts.
+std::string FormatFindings(const std::vector<Finding>& findings);
+
+/// For programs: a JSON object.
+std::string FormatFindingsJson(const std::vector<Finding>& findings);
+
+/// EXIT_FAILED when something is bad.
+int GetExitStatus(const std::vector<Finding>& findings);
+
+/// The command: examines this machine and prints what it finds. Returns the exit status.
+int RunDoctor(const DoctorOptions& options, std::ostream& out);
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,251 @@
+#include "qualify.hpp"
+
+#include "error.hpp"
+#include "progressText.hpp"
+#include "qualifyLoop.hpp"
+#include "resources.hpp"
+#include "version.hpp"
+
+#include <brisk/configurablePthreadActivity.hpp>
+#include <lumo/ravelcore/names.hpp>
+
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* FILE_NAME = "qualify.json";
+
+/// The thread of the cycle. What ends the loop early is kept by the platform.
+class LoopThread : public brisk::ConfigurablePthreadActivity
+{
+public:
+    LoopThread(int priority, QualifyLoop& loop) : ConfigurablePthreadActivity("cycle", -1, priority), m_loop(loop) {}
+
+    ~LoopThread() override
+    {
+        stop(nullptr);
+        JoinThread();
+    }
+
+    void Run() override
+    {
+        // Also when an exception leaves it.
+        const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> mark(
+            &m_ended, [](std::atomic<bool>* ended) { ended->store(true); });
+        m_loop.Run([this] { return IsStopRequested(); });
+    }
+
+    bool HasEnded() const { return m_ended.load(); }
+
+private:
+    QualifyLoop& m_loop;
+    std::atomic<bool> m_ended{false};
+};
+
+/// Everything that runs, in the order in which it is made.
+class Qualification
+{
+public:
+    Qualification(const QualifyOptions& options, const QualifyPlan& plan)
+        : m_plan(plan), m_gate(static_cast<int>(plan.placements.size())), m_tasks(MakeTasks(options))
+    {
+        std::vector<ravelcore::Task*> tasks;
+        for (const auto& task : m_tasks) {
+            tasks.push_back(task.get());
+        }
+        m_workers = std::make_unique<WorkerGroup>(tasks, plan.placements, Timeout(),
+                                                  log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
+        m_loop = std::make_unique<QualifyLoop>(plan, m_input, *m_workers);
+    }
+
+    ~Qualification() { StopWorkers(); }
+
+    Qualification(const Qualification&) = delete;
+    Qualification& operator=(const Qualification&) = delete;
+
+    /// Failure: as WorkerGroup::Start.
+    void Run(const std::function<bool()>& is_interrupted, ProgressText& progress, QualifyReport& report)
+    {
+        m_workers->Start();
+        LoopThread thread(m_plan.cycle_priority, *m_loop);
+        thread.StartThread();
+        while (!thread.HasEnded()) {
+            if (is_interrupted()) {
+                report.interrupted = !thread.HasEnded();
+                break;
+            }
+            progress.Update(FormatProgress(), ProgressText::Clock::now());
+        }
+        progress.Finish();
+        thread.stop(nullptr);
+        thread.JoinThread();
+        if (const std::exception_ptr exception = thread.GetThreadException()) {
+            try {
+                std::rethrow_exception(exception);
+            } catch (const std::exception& e) {
+                report.problems.emplace_back(e.what());
+            }
+        }
+        StopWorkers();
+        Fill(report);
+    }
+
+private:
+    std::vector<std::unique_ptr<SgemvTask>> MakeTasks(const QualifyOptions& options)
+    {
+        std::vector<std::unique_ptr<SgemvTask>> tasks;
+        for (std::size_t i = 0; i < m_plan.placements.size(); ++i) {
+            tasks.push_back(std::make_unique<SgemvTask>(m_gate, m_input, static_cast<std::size_t>(m_plan.most_cycles),
+                                                        static_cast<std::size_t>(m_plan.CountReads())));
+            tasks.back()->Configure({{ravelcore::KEY_TASK_SGEMV_NUM_ROWS, std::to_string(options.rows)},
+                                     {ravelcore::KEY_TASK_SGEMV_NUM_COLS, std::to_string(options.cols)}});
+        }
+        return tasks;
+    }
+
+    /// Longer for what must first be filled.
+    std::chrono::milliseconds Timeout() const
+    {
+        constexpr std::uint64_t BYTES_PER_MS = 100'000;
+        return std::chrono::milliseconds(5000 + m_plan.memory_bytes / BYTES_PER_MS);
+    }
+
+    std::string FormatProgress() const
+    {
+        const QualifyProgress& progress = m_loop->GetProgress();
+        const std::int64_t done = progress.cycles_done.load();
+        const std::string of = m_plan.longest_s ? "" : fmt::format(" of {}", m_plan.most_cycles);
+        return fmt::format("{}{} cycles  max {:.0f} us  late {}", done, of, progress.max_us.load(),
+                           progress.late.load());
+    }
+
+    void StopWorkers()
+    {
+        m_input.idle.store(true, std::memory_order_relaxed);  // Open() releases it to who waits at the gate
+        m_gate.Open();
+        m_workers->Stop(true);
+    }
+
+    void Fill(QualifyReport& report) const
+    {
+        std::vector<float> executions;
+        for (const auto& task : m_tasks) {
+            const std::vector<float>& own = task->GetExecutions().GetValuesUs();
+            executions.insert(executions.end(), own.begin(), own.end());
+            report.workers.push_back({task->GetPlace(), static_cast<std::int64_t>(own.size()),
+                                      static_cast<std::int64_t>(task->GetReads().GetValuesUs().size()),
+                                      task->GetExecutions().ComputePercentiles(),
+                                      task->GetLatencies().ComputePercentiles(),
+                                      task->GetReads().ComputePercentiles()});
+        }
+        report.cycles_done = m_loop->GetProgress().cycles_done.load();
+        report.late_cycles = m_loop->GetProgress().late.load();
+        report.missed_instants = m_loop->GetMissedInstants();
+        report.cycle_us = m_loop->GetCycleTimes().ComputePercentiles();
+        report.wake_up_us = m_loop->GetWakeUps().ComputePercentiles();
+        report.execution_histogram = MakeHistogram(executions);
+        report.cycle_histogram = MakeHistogram(m_loop->GetCycleTimes().GetValuesUs());
+        if (m_plan.longest_s && m_loop->GetCycleTimes().IsFull()) {
+            report.problems.push_back(
+                fmt::format("the memory for {} cycles was full before {} s were over; set --cycles", m_plan.most_cycles,
+                            *m_plan.longest_s));
+        }
+    }
+
+    const QualifyPlan m_plan;
+    CycleGate m_gate;
+    SgemvInput m_input;
+    std::vector<std::unique_ptr<SgemvTask>> m_tasks;
+    std::unique_ptr<WorkerGroup> m_workers;
+    std::unique_ptr<QualifyLoop> m_loop;
+};
+
+void PrepareOutput(const QualifyOptions& options)
+{
+    constexpr std::uint64_t MOST_BYTES = 100'000;
+    if (options.output.empty()) {
+        return;
+    }
+    std::error_code ignored;
+    if (!options.overwrite && fs::exists(options.output / FILE_NAME, ignored)) {
+        throw InputError(fmt::format(
+            "--output: {} holds a qualification already; choose another folder, or replace it with --overwrite",
+            options.output.string()));
+    }
+    PrepareOutputFolder(options.output, true, MOST_BYTES);
+}
+
+std::string Describe(const QualifyOptions& options, const QualifyPlan& plan)
+{
+    const std::size_t workers = plan.placements.size();
+    const std::string pace = plan.paced ? fmt::format("at {} Hz", plan.rate_hz) : "flat out";
+    const std::string length = plan.longest_s
+                                   ? fmt::format("{} s", *plan.longest_s)
+                                   : fmt::format("{} cycle{}", plan.most_cycles, plan.most_cycles == 1 ? "" : "s");
+    const std::string deadline =
+        plan.deadline_us ? fmt::format("deadline {:.0f} us", *plan.deadline_us) : "no deadline";
+    return fmt::format("{} x {} ({}) on {} worker{}, {} {}, {}\n{} of memory; {} cycles to warm up are not counted",
+                       options.rows, options.cols, FormatBytes(plan.matrix_bytes), workers, workers == 1 ? "" : "s",
+                       length, pace, deadline, FormatBytes(plan.memory_bytes), QualifyPlan::WARM_UP_CYCLES);
+}
+
+}  // namespace
+
+QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>& is_interrupted, std::ostream& out)
+{
+    QualifyReport report;
+    report.options = options;
+    report.plan = PlanQualification(options, AllowedCpus());
+    report.version = VERSION;
+    report.blas = DescribeBlas();
+    CheckMemory(report.plan.memory_bytes, fmt::format("matrices and figures of {} cycles", report.plan.most_cycles),
+                "ask for a smaller matrix, fewer workers or fewer cycles");
+    PrepareOutput(options);
+    if (!options.quiet) {
+        out << fmt::format("ravelctl {}: {}\n{}\n", VERSION, report.blas, Describe(options, report.plan)) << std::flush;
+    }
+    report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+    ProgressText progress(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out, ProgressText::Clock::now());
+    {
+        Qualification qualification(options, report.plan);
+        qualification.Run(is_interrupted, progress, report);
+    }
+    if (!options.output.empty()) {
+        try {
+            WriteQualification(report, options.output / FILE_NAME);
+        } catch (const RunError& e) {
+            report.problems.emplace_back(e.what());
+        }
+    }
+    if (!options.quiet) {
+        out << FormatQualification(report) << std::flush;
+    }
+    return report;
+}
+
+int GetExitStatus(const QualifyReport& report)
+{
+    if (!report.problems.empty()) {
+        return EXIT_FAILED;
+    }
+    if (report.interrupted) {
+        return EXIT_INTERRUPTED;
+    }
+    return report.DidHold() ? EXIT_OK : EXIT_FAILED;
+}
+
+}  // namespace lumo::ravelctl

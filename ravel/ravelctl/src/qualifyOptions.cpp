@@ -1,0 +1,146 @@
+#include "qualifyOptions.hpp"
+
+#include "argumentChecks.hpp"
+#include "error.hpp"
+#include "modeList.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+// As in a run: above what the system's own threads have by default, below its watchdogs; the cycle before its workers.
+constexpr int WORKER_PRIORITY = 50;
+constexpr int PRIORITY_STEP = 10;
+
+void CheckSize(const QualifyOptions& options)
+{
+    constexpr int MOST = std::numeric_limits<int>::max();
+    CheckRange("--rows", options.rows, 1, MOST, "");
+    CheckRange("--cols", options.cols, 1, MOST, "");
+    if (std::int64_t{options.rows} * options.cols > MOST) {
+        throw InputError(fmt::format("--rows: expected at most {} elements but {} x {} are {}", MOST, options.rows,
+                                     options.cols, std::int64_t{options.rows} * options.cols));
+    }
+}
+
+void CheckCpus(const QualifyOptions& options, const std::vector<int>& allowed)
+{
+    for (auto cpu = options.cpus.begin(); cpu != options.cpus.end(); ++cpu) {
+        if (std::find(options.cpus.begin(), cpu, *cpu) != cpu) {
+            throw InputError(fmt::format("--cpus: expected one worker per CPU but got {} twice", *cpu));
+        }
+        if (std::find(allowed.begin(), allowed.end(), *cpu) == allowed.end()) {
+            throw InputError(fmt::format("--cpus: expected CPUs on which this process may run ({}) but got {}",
+                                         FormatModeList(allowed), *cpu));
+        }
+    }
+    const int num_cpus = static_cast<int>(options.cpus.size());
+    if (num_cpus > 0 && options.workers && *options.workers != num_cpus) {
+        throw InputError(
+            fmt::format("--workers: expected {}, one per CPU of --cpus, but got {}", num_cpus, *options.workers));
+    }
+}
+
+std::vector<Placement> PlaceWorkers(const QualifyOptions& options, const std::vector<int>& allowed)
+{
+    constexpr int MOST_WORKERS = 64;  // for more of them the BLAS would map its buffers in the cycles
+    const int default_workers = std::max(1, static_cast<int>(options.cpus.size()));
+    const int num_workers = options.workers.value_or(default_workers);
+    CheckRange("--workers", num_workers, 1, MOST_WORKERS, "");
+    std::vector<Placement> placements(static_cast<std::size_t>(num_workers));
+    for (std::size_t i = 0; i < placements.size(); ++i) {
+        Placement& placement = placements[i];
+        if (!options.cpus.empty()) {
+            placement.cpu = options.cpus[i];
+        } else if (!allowed.empty()) {
+            placement.cpu = allowed[allowed.size() - 1 - i % allowed.size()];
+        }
+        placement.priority = options.priority.value_or(options.flat_out ? 0 : WORKER_PRIORITY);
+        placement.numa_node = options.numa_node;
+    }
+    return placements;
+}
+
+/// Flat out for a time the number of cycles is not known: as many as no processor does.
+std::int64_t CountCycles(const QualifyOptions& options, double duration_s, std::uint64_t matrix_bytes)
+{
+    if (options.cycles) {
+        return *options.cycles;
+    }
+    constexpr double SHORTEST_CYCLE_S = 2.0e-6;  // two handshakes between threads
+    constexpr double MOST_BYTES_PER_S = 2.0e11;
+    const double rate_hz = options.flat_out
+                               ? 1.0 / (SHORTEST_CYCLE_S + static_cast<double>(matrix_bytes) / MOST_BYTES_PER_S)
+                               : options.rate_hz;
+    return std::max<std::int64_t>(std::llround(duration_s * rate_hz), 1);
+}
+
+std::uint64_t CountMemory(const QualifyPlan& plan)
+{
+    const auto workers = static_cast<std::uint64_t>(plan.placements.size());
+    const auto cycles = static_cast<std::uint64_t>(plan.most_cycles);
+    constexpr std::uint64_t SERIES_OF_WORKER = 2;  // execution, start latency
+    constexpr std::uint64_t SERIES_OF_LOOP = 2;    // start to ready, wake-up
+    constexpr std::uint64_t SORTED = 1;            // copies while the report is made
+    constexpr std::uint64_t MATRIX_COPIES = 2;     // the other one while it is filled
+    return MATRIX_COPIES * workers * plan.matrix_bytes +
+           sizeof(float) * cycles * (workers * (SERIES_OF_WORKER + SORTED + 1) + SERIES_OF_LOOP + SORTED);
+}
+
+}  // namespace
+
+QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<int>& allowed_cpus)
+{
+    constexpr double LONGEST_S = 1.0e6;
+    constexpr double LONGEST_DEADLINE_US = 1.0e9;
+    constexpr std::int64_t MOST_CYCLES = 1'000'000'000'000;
+    constexpr int HIGHEST_PRIORITY = 89;  // the cycle's is above it, and still below the system's watchdogs
+    constexpr int HIGHEST_NODE = 1023;
+    CheckSize(options);
+    CheckCpus(options, allowed_cpus);
+    CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
+    CheckRange("--numa-node", options.numa_node, -1, HIGHEST_NODE, "");
+    CheckRange("--priority", options.priority.value_or(0), 0, HIGHEST_PRIORITY, "");
+    if (options.flat_out && options.priority.value_or(0) > 0) {
+        throw InputError(fmt::format(
+            "--priority: expected 0 with --flat-out but got {}; what never sleeps would let nothing else run",
+            *options.priority));
+    }
+    if (options.cycles && options.duration_s) {
+        throw InputError("--cycles: expected without --duration but both are given; leave one of them out");
+    }
+    CheckRange("--cycles", options.cycles.value_or(1), std::int64_t{1}, MOST_CYCLES, "");
+    const double duration_s = options.duration_s.value_or(10.0);
+    CheckRange("--duration", duration_s, 1.0e-3, LONGEST_S, " s");
+    if (options.deadline_us) {
+        CheckRange("--deadline-us", *options.deadline_us, 1.0, LONGEST_DEADLINE_US, " us");
+    }
+
+    constexpr double US_PER_S = 1.0e6;
+    QualifyPlan plan;
+    plan.placements = PlaceWorkers(options, allowed_cpus);
+    plan.matrix_bytes =
+        sizeof(float) * static_cast<std::uint64_t>(options.rows) * static_cast<std::uint64_t>(options.cols);
+    plan.rate_hz = options.rate_hz;
+    plan.paced = !options.flat_out;
+    plan.most_cycles = CountCycles(options, duration_s, plan.matrix_bytes);
+    if (options.flat_out && !options.cycles) {
+        plan.longest_s = duration_s;
+    }
+    plan.deadline_us = options.deadline_us;
+    if (!plan.deadline_us && plan.paced) {
+        plan.deadline_us = US_PER_S / options.rate_hz;
+    }
+    const int priority = plan.placements.front().priority;
+    plan.cycle_priority = priority > 0 ? priority + PRIORITY_STEP : 0;
+    plan.memory_bytes = CountMemory(plan);
+    return plan;
+}
+
+}  // namespace lumo::ravelctl

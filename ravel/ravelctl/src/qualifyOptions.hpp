@@ -1,0 +1,55 @@
+#pragma once
+
+#include "workerGroup.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What `ravelctl qualify` can be told; the values here are its defaults.
+struct QualifyOptions
+{
+    int rows = 300;
+    int cols = 4788;
+    std::optional<int> workers;  // 1, or one per CPU
+    std::vector<int> cpus;       // one worker each; none: from the last allowed CPU down
+    double rate_hz = 500.0;
+    bool flat_out = false;             // do not wait between cycles
+    std::optional<double> duration_s;  // 10
+    std::optional<std::int64_t> cycles;
+    std::optional<double> deadline_us;  // the period; flat out: none
+    std::optional<int> priority;        // of the workers: 50; flat out: 0
+    int numa_node = -1;
+    std::filesystem::path output;  // folder of qualify.json; empty: nothing is written
+    bool overwrite = false;
+    bool quiet = false;
+};
+
+/// What the options mean on this machine.
+struct QualifyPlan
+{
+    static constexpr int WARM_UP_CYCLES = 10;  // before all others; not in the figures
+    static constexpr int CYCLES_PER_READ = 20;
+
+    std::vector<Placement> placements;  // one per worker
+    std::int64_t most_cycles = 0;       // that there is memory for
+    std::optional<double> longest_s;    // flat out for a time
+    double rate_hz = 0.0;
+    bool paced = true;
+    std::optional<double> deadline_us;
+    int cycle_priority = 0;          // of the thread that gives the starts
+    std::uint64_t matrix_bytes = 0;  // of one worker
+    std::uint64_t memory_bytes = 0;  // of everything
+
+    std::int64_t CountReads() const { return most_cycles / CYCLES_PER_READ; }
+};
+
+/// Checks every option but the output folder. `allowed_cpus`: on which this process may run.
+/// Failure: InputError that says what was expected and what came.
+QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<int>& allowed_cpus);
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "durations.hpp"
+#include "qualifyOptions.hpp"
+#include "sgemvTask.hpp"
+#include "terminalHistogram.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumo::ravelctl {
+
+/// What one worker has done.
+struct WorkerFigures
+{
+    GrantedPlace place;
+    std::int64_t cycles = 0;
+    std::int64_t reads = 0;
+    std::optional<Percentiles> execution_us;
+    std::optional<Percentiles> latency_us;  // from giving the start to the beginning of Execute
+    std::optional<Percentiles> read_us;     // of the same bytes without a product
+
+    /// Of the matrix in the median time; missing where there was no cycle, or no read.
+    std::optional<double> ComputeGbPerS(std::uint64_t matrix_bytes) const;
+    std::optional<double> ComputeReadGbPerS(std::uint64_t matrix_bytes) const;
+
+    /// Speed of the product over that of the read.
+    std::optional<double> ComputeRatio() const;
+};
+
+/// The result of a qualification.
+struct QualifyReport
+{
+    std::string version;
+    std::string blas;
+    std::string started_utc;  // ISO 8601
+    QualifyOptions options;
+    QualifyPlan plan;
+    std::vector<WorkerFigures> workers;
+    std::int64_t cycles_done = 0;
+    std::int64_t late_cycles = 0;                   // from start to ready took longer than the deadline
+    std::int64_t missed_instants = 0;               // at which no start could be given
+    std::optional<Percentiles> cycle_us;            // from giving the start to every worker ready
+    std::optional<Percentiles> wake_up_us;          // from the instant to giving the start
+    std::vector<HistogramBin> execution_histogram;  // of all workers
+    std::vector<HistogramBin> cycle_histogram;
+    std::vector<std::string> problems;  // one line each
+    bool interrupted = false;
+
+    /// Whether everything was done in time: the cycles that were to be done, each within the deadline, on every
+    /// instant.
+    bool DidHold() const;
+
+    /// One line.
+    std::string FormatVerdict() const;
+};
+
+/// For people, several lines of at most 80 columns, but for the names of files.
+std::string FormatQualification(const QualifyReport& report);
+
+/// For programs: writes qualify.json. Failure: RunError.
+void WriteQualification(const QualifyReport& report, const std::filesystem::path& file);
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "cycleGate.hpp"
+#include "durations.hpp"
+
+#include <lumo/ravelcore/task.hpp>
+#include <lumo/ravelcore/taskSgemv.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace lumo::ravelctl {
+
+/// What the cycle thread tells every worker of a qualification for the coming start; written between cycles only, but
+/// for `idle`.
+struct SgemvInput
+{
+    enum class Work
+    {
+        WarmUp,   // the product, not recorded
+        Product,  // the product
+        Read      // the product's matrix is read once, without a product
+    };
+
+    Work work = Work::WarmUp;
+    std::chrono::steady_clock::time_point given;  // when the start was given
+    std::atomic<bool> idle{false};                // do nothing: the group is being stopped
+};
+
+/// How the system runs a worker's thread.
+struct GrantedPlace
+{
+    int cpu = -1;      // on which it was at its start
+    int priority = 0;  // real-time priority; 0: ordinary scheduling
+};
+
+/// Times one TaskSgemv: when each of its executions begins after the start and how long it takes, and how long it takes
+/// to read the matrix alone. The gate makes every start execute every task exactly once.
+class SgemvTask : public ravelcore::Task
+{
+public:
+    /// The references must outlive the task. Takes memory for `cycles` products and `reads` reads when it is
+    /// initialised.
+    SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads);
+
+    /// Fills the matrix and takes the memory, in the worker's thread: it is on the worker's NUMA node.
+    void Initialize() override;
+
+    /// The keys of TaskSgemv.
+    void Configure(const std::map<std::string, std::string>& cfg) override;
+
+    void Execute(double time_stamp, bool first) override;
+
+    // Thread: a slow one, after the run.
+
+    const ravelcore::TaskSgemv& GetSgemv() const { return m_sgemv; }
+    const Durations& GetExecutions() const { return m_executions; }
+    const Durations& GetLatencies() const { return m_latencies; }
+    const Durations& GetReads() const { return m_reads; }
+    const GrantedPlace& GetPlace() const { return m_place; }
+
+private:
+    void Work();
+
+    CycleGate& m_gate;
+    const SgemvInput& m_input;
+    const std::size_t m_num_cycles;
+    const std::size_t m_num_reads;
+    ravelcore::TaskSgemv m_sgemv{0, 0};
+    Durations m_executions{0};
+    Durations m_latencies{0};
+    Durations m_reads{0};
+    std::uint64_t m_read_sum = 0;  // so that no read is left out
+    GrantedPlace m_place;
+    std::uint32_t m_cycle = 0;
+};
+
+}  // namespace lumo::ravelctl
