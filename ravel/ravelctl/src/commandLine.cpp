@@ -1,8 +1,10 @@
 #include "commandLine.hpp"
 
+#include "doctorArguments.hpp"
 #include "error.hpp"
 #include "modulationArguments.hpp"
 #include "replayArguments.hpp"
+#include "qualifyArguments.hpp"
 #include "runArguments.hpp"
 #include "runConfig.hpp"
 #include "version.hpp"
@@ -54,6 +56,10 @@ struct Parsed
         AddModulationOptions(*make_modulation, modulation);
         replay = app.add_subcommand("replay", "Compute a run's control channels once more, or with other gains");
         AddReplayOptions(*replay, replay_arguments);
+        qualify = app.add_subcommand("qualify", "Load and time the processors, as the loop would");
+        AddQualifyOptions(*qualify, qualification);
+        doctor = app.add_subcommand("doctor", "List what this machine has for real-time work, and what would help");
+        AddDoctorOptions(*doctor, examination);
     }
 
     CLI::App app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
@@ -64,6 +70,10 @@ struct Parsed
     CLI::App* config = nullptr;
     CLI::App* make_modulation = nullptr;
     CLI::App* replay = nullptr;
+    QualifyOptions qualification;
+    DoctorOptions examination;
+    CLI::App* qualify = nullptr;
+    CLI::App* doctor = nullptr;
 };
 
 }  // namespace
@@ -84,6 +94,12 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     }
     if (first.replay->parsed()) {
         return ReadReplayOptions(first.replay_arguments);
+    }
+    if (first.qualify->parsed()) {
+        return first.qualification;
+    }
+    if (first.doctor->parsed()) {
+        return first.examination;
     }
     RunArguments from_file;
     if (!first.run_arguments.config.empty()) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "doctor.hpp"
 #include "modulationOptions.hpp"
 #include "replay.hpp"
+#include "qualifyOptions.hpp"
 #include "runOptions.hpp"
 
 #include <ostream>
@@ -9,9 +11,9 @@
 
 namespace lumo::ravelctl {
 
-/// What a command line asks for: a run, a modulation file, a replay, or to leave with this status (help or version have
-/// been printed).
-using Command = std::variant<RunOptions, ModulationOptions, ReplayOptions, int>;
+/// What a command line asks for: the options of a command, or to leave with this status (help, version or a configuration
+/// have been printed).
+using Command = std::variant<RunOptions, ModulationOptions, ReplayOptions, QualifyOptions, DoctorOptions, int>;
 
 /// Help and version go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);

@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "logSetup.hpp"
 #include "makeModulation.hpp"
+#include "qualify.hpp"
 #include "replay.hpp"
 #include "runReport.hpp"
 #include "stopSignals.hpp"
@@ -49,16 +50,38 @@ int Replay(const ReplayOptions& options)
     return ReplayRun(options, std::cout);
 }
 
-int Execute(const Command& command)
+int QualifyMachine(const QualifyOptions& options)
 {
-    if (const auto* modulation = std::get_if<ModulationOptions>(&command)) {
-        return MakeModulation(*modulation);
+    StopSignals signals;
+    SetUpLogging({});
+    const QualifyReport report = Qualify(
+        options, [&signals] { return signals.Await(); }, std::cout);
+    for (const std::string& problem : report.problems) {
+        std::cerr << "ravelctl: " << problem << '\n';
     }
-    if (const auto* replay = std::get_if<ReplayOptions>(&command)) {
-        return Replay(*replay);
+    const int status = GetExitStatus(report);
+    if (status == EXIT_FAILED && report.problems.empty()) {
+        std::cerr << "ravelctl: " << report.FormatVerdict() << '\n';
     }
-    return Run(std::get<RunOptions>(command));
+    return status;
 }
+
+int ExamineMachine(const DoctorOptions& options)
+{
+    SurviveFailedWrites();
+    return RunDoctor(options, std::cout);
+}
+
+/// Does what each command means.
+struct Commands
+{
+    int operator()(const RunOptions& options) const { return Run(options); }
+    int operator()(const ModulationOptions& options) const { return MakeModulation(options); }
+    int operator()(const ReplayOptions& options) const { return Replay(options); }
+    int operator()(const QualifyOptions& options) const { return QualifyMachine(options); }
+    int operator()(const DoctorOptions& options) const { return ExamineMachine(options); }
+    int operator()(int status) const { return status; }
+};
 
 }  // namespace
 
@@ -66,11 +89,7 @@ int main(int argc, char** argv)
 {
     int status = EXIT_FAILED;
     try {
-        const Command command = ParseCommandLine(argc, argv, std::cout);
-        if (const int* leave = std::get_if<int>(&command)) {
-            return *leave;
-        }
-        status = Execute(command);
+        status = std::visit(Commands{}, ParseCommandLine(argc, argv, std::cout));
     } catch (const InputError& e) {
         std::cerr << "ravelctl: " << e.what() << '\n';
         status = EXIT_BAD_INPUT;
