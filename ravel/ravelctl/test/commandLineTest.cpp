@@ -366,5 +366,51 @@ TEST(CommandLineTest, EveryOptionOfAReplayReachesItsPlace)
     EXPECT_TRUE(options.overwrite);
 }
 
+template <typename Options>
+Options ParseAs(const std::vector<std::string>& arguments)
+{
+    std::ostringstream out;
+    return std::get<Options>(Parse(arguments, out));
+}
+
+TEST(CommandLineTest, EveryOptionOfAQualificationReachesItsPlace)
+{
+    const auto options = ParseAs<QualifyOptions>(
+        {"qualify",       "--rows", "7",          "--cols",     "8",           "--workers", "2",        "--cpus",
+         "3,1",           "--rate", "100",        "--flat-out", "--duration",  "1.5",       "--cycles", "9",
+         "--deadline-us", "40.5",   "--priority", "5",          "--numa-node", "1",         "--output", "o p",
+         "--overwrite",   "--quiet"});
+    EXPECT_EQ(options.rows, 7);
+    EXPECT_EQ(options.cols, 8);
+    EXPECT_EQ(options.workers, 2);
+    EXPECT_EQ(options.cpus, (std::vector<int>{3, 1}));
+    EXPECT_EQ(options.rate_hz, 100.0);
+    EXPECT_EQ(options.duration_s, 1.5);
+    EXPECT_EQ(options.cycles, 9);
+    EXPECT_EQ(options.deadline_us, 40.5);
+    EXPECT_EQ(options.priority, 5);
+    EXPECT_EQ(options.numa_node, 1);
+    EXPECT_EQ(options.output, "o p");
+    EXPECT_TRUE(options.flat_out && options.overwrite && options.quiet);
+}
+
+TEST(CommandLineTest, AQualificationAloneMeansTheDefaults)
+{
+    const auto options = ParseAs<QualifyOptions>({"qualify"});
+    EXPECT_EQ(options.rows, 300);
+    EXPECT_EQ(options.cols, 4788);
+    EXPECT_EQ(options.rate_hz, 500.0);
+    EXPECT_EQ(options.numa_node, -1);
+    EXPECT_FALSE(options.workers || options.duration_s || options.cycles || options.deadline_us || options.priority);
+    EXPECT_TRUE(options.cpus.empty() && options.output.empty());
+    EXPECT_FALSE(options.flat_out || options.overwrite || options.quiet);
+}
+
+TEST(CommandLineTest, TheDoctorPrintsJsonWhenAskedTo)
+{
+    EXPECT_FALSE(ParseAs<DoctorOptions>({"doctor"}).json);
+    EXPECT_TRUE(ParseAs<DoctorOptions>({"doctor", "--json"}).json);
+}
+
 }  // namespace
 }  // namespace lumo::ravelctl

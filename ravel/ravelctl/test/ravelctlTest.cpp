@@ -368,6 +368,79 @@ TEST(RavelctlTest, ReplaySaysWhetherARunIsComputedAgainToTheLastBitAndWhatIsAske
     ExpectOneLine(bad.err);
 }
 
+TEST(RavelctlTest, AQualificationEndsWithZeroItsTableAndItsFile)
+{
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild({RAVELCTL_PROGRAM, "qualify", "--rows", "20", "--cols", "300", "--workers", "2", "--flat-out",
+                  "--cycles", "40", "--output", (folder / "result").string()});
+    EXPECT_EQ(result.status, EXIT_OK) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(result.out, HasSubstr("execution, us"));
+    EXPECT_THAT(result.out, HasSubstr("  worker1 on CPU "));
+    EXPECT_THAT(result.out, HasSubstr("verdict      holds: 40 cycles, no deadline was set\n"));
+    EXPECT_EQ(nlohmann::json::parse(test::ReadBytes(folder / "result" / "qualify.json")).at("cycles"), 40);
+}
+
+TEST(RavelctlTest, AQualificationThatDoesNotHoldSaysSoAndEndsWithOne)
+{
+    const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, "qualify", "--rows", "2000", "--cols", "300",
+                                                  "--flat-out", "--cycles", "20", "--deadline-us", "1", "--quiet"});
+    EXPECT_EQ(result.status, EXIT_FAILED);
+    EXPECT_EQ(result.out, "");
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr("does NOT hold: 20 of 20 cycles took longer than 1 us"));
+}
+
+TEST(RavelctlTest, AQualificationOfBadInputIsRefused)
+{
+    for (const std::vector<std::string>& bad : std::vector<std::vector<std::string>>{
+             {"--rows", "0"}, {"--cpus", "0,x"}, {"--cpus", "99999"}, {"--cycles", "5", "--duration", "1"}}) {
+        std::vector<std::string> arguments = {RAVELCTL_PROGRAM, "qualify"};
+        arguments.insert(arguments.end(), bad.begin(), bad.end());
+        const ChildProcess::Result result = RunChild(arguments);
+        EXPECT_EQ(result.status, EXIT_BAD_INPUT) << bad.back();
+        EXPECT_EQ(result.out, "") << bad.back();
+        ExpectOneLine(result.err);
+    }
+}
+
+TEST(RavelctlTest, CtrlCEndsAQualificationWithWhatWasMeasured)
+{
+    const test::TestFolder folder;
+    ChildProcess child({RAVELCTL_PROGRAM, "qualify", "--rows", "20", "--cols", "300", "--rate", "100", "--priority",
+                        "0", "--duration", "1000", "--output", (folder / "result").string()},
+                       ChildProcess::Output::Terminal);
+    ASSERT_TRUE(child.AwaitOutput("of 100000 cycles  max "));  // it tells how far it is
+    child.Type("\x03");
+    const ChildProcess::Result result = child.Wait();
+    EXPECT_EQ(result.status, EXIT_INTERRUPTED) << result.out;
+    EXPECT_THAT(result.out, HasSubstr("verdict      interrupted: "));
+    const auto json = nlohmann::json::parse(test::ReadBytes(folder / "result" / "qualify.json"));
+    EXPECT_EQ(json.at("interrupted"), true);
+    EXPECT_GT(json.at("cycles").get<int>(), 0);
+    EXPECT_EQ(json.at("workers").at(0).at("cycles"), json.at("cycles"));
+}
+
+TEST(RavelctlTest, TheDoctorsStatusSaysWhetherAnythingIsBad)
+{
+    const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, "doctor", "--json"});
+    EXPECT_EQ(result.err, "");
+    const auto json = nlohmann::json::parse(result.out);
+    EXPECT_EQ(result.status, json.at("bad") == 0 ? EXIT_OK : EXIT_FAILED);
+    EXPECT_EQ(json.at("findings").size(), 16U);
+}
+
+TEST(RavelctlTest, TheDoctorListsEveryFindingInALine)
+{
+    const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, "doctor"});
+    EXPECT_EQ(result.err, "");
+    for (const char* name : {"kernel ", "CPUs ", "isolated CPUs ", "real-time priority ", "BLAS ", "timer ", "disk "}) {
+        EXPECT_THAT("\n" + result.out, HasSubstr(std::string("\n") + name));
+    }
+    EXPECT_EQ(result.status == EXIT_OK, result.out.find(", 0 bad\n") != std::string::npos);
+}
+
 TEST(RavelctlTest, HelpAndVersionEndWithZero)
 {
     for (const char* option : {"--help", "--version"}) {
