@@ -85,12 +85,11 @@ std::uint64_t CountMemory(const QualifyPlan& plan)
 {
     const auto workers = static_cast<std::uint64_t>(plan.placements.size());
     const auto cycles = static_cast<std::uint64_t>(plan.most_cycles);
-    constexpr std::uint64_t SERIES_OF_WORKER = 2;  // execution, start latency
-    constexpr std::uint64_t SERIES_OF_LOOP = 2;    // start to ready, wake-up
-    constexpr std::uint64_t SORTED = 1;            // copies while the report is made
+    constexpr std::uint64_t SERIES_OF_WORKER = 3;  // execution, start latency, and executions again for the histogram
+    constexpr std::uint64_t SERIES_OF_LOOP = 3;    // start to ready, wake-up, and one that is being sorted
     constexpr std::uint64_t MATRIX_COPIES = 2;     // the other one while it is filled
     return MATRIX_COPIES * workers * plan.matrix_bytes +
-           sizeof(float) * cycles * (workers * (SERIES_OF_WORKER + SORTED + 1) + SERIES_OF_LOOP + SORTED);
+           sizeof(float) * cycles * (workers * SERIES_OF_WORKER + SERIES_OF_LOOP);
 }
 
 }  // namespace

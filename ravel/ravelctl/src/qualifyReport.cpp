@@ -71,6 +71,7 @@ Json ToJson(const QualifyReport& report)
         {"rows", report.options.rows},
         {"cols", report.options.cols},
         {"matrix_bytes", report.plan.matrix_bytes},
+        {"memory_bytes", report.plan.memory_bytes},
         {"paced", report.plan.paced},
         {"rate_hz", report.plan.paced ? Json(report.plan.rate_hz) : Json(nullptr)},
         {"deadline_us", ToJson(report.plan.deadline_us)},
