@@ -1,7 +1,7 @@
 #include "runFolder.hpp"
 
 #include "error.hpp"
-#include "fitsRows.hpp"
+#include "tableRows.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
 #include <lumo/ravelcore/doubleBuffer.hpp>
@@ -111,7 +111,7 @@ ModesRecording RunFolder::LoadEveryCycle(const std::string& name) const
         RefuseRecording(name, "it is not there");
     }
     // The header first: the whole file may not fit the memory.
-    const std::optional<std::int64_t> rows_in_header = CountFitsRows(fs::absolute(file));
+    const std::optional<std::int64_t> rows_in_header = CountTableRows(fs::absolute(file).string());
     if (rows_in_header && *rows_in_header != m_cycles) {
         RefuseRecording(name, fmt::format("it has {} rows", *rows_in_header));
     }
@@ -168,7 +168,7 @@ std::vector<GainsInForce> RunFolder::LoadGains() const
     std::vector<GainsInForce> gains;
     for (const GainsEntry& entry : m_gains) {
         const fs::path file = m_folder / entry.file;
-        const std::optional<std::int64_t> rows = CountFitsRows(fs::absolute(file));
+        const std::optional<std::int64_t> rows = CountTableRows(fs::absolute(file).string());
         if (rows && *rows != 1) {
             throw InputError(fmt::format("{}: expected one row but it has {}", file.string(), *rows));
         }
