@@ -194,6 +194,13 @@ TEST_F(RunFolderTest, ARecordingThatLacksCyclesIsRefusedWithTheReasonAndTheRemed
               expected("it is not there", "the modes were not recorded; repeat the run with modes among its --record"));
 }
 
+TEST_F(RunFolderTest, TheLastSecondsThatAreTheWholeRunAreEveryCycle)
+{
+    m_summary["recorded"]["last_s"] = 5.0;
+    WriteSummary();
+    EXPECT_EQ(RunFolder(m_folder.GetPath()).LoadEveryCycle("modes_in").timestamps.size(), 3U);
+}
+
 TEST_F(RunFolderTest, GainsThatAreNotOneRowOfTenPerModeAreRefused)
 {
     const std::string file = (m_folder / "gains.fits").string();
