@@ -2,9 +2,10 @@
 
 #include "doctorArguments.hpp"
 #include "error.hpp"
+#include "inspectArguments.hpp"
 #include "modulationArguments.hpp"
-#include "replayArguments.hpp"
 #include "qualifyArguments.hpp"
+#include "replayArguments.hpp"
 #include "runArguments.hpp"
 #include "runConfig.hpp"
 #include "version.hpp"
@@ -13,6 +14,9 @@
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,82 +42,127 @@ std::string VersionText()
     return fmt::format("ravelctl {}\n{}", VERSION, DescribeBlas());
 }
 
-/// What a run is told; `from` is what is meant where it is told nothing. An own parser: it writes where it is bound to.
-struct Parsed
+/// The words for the parser, the last one first, as it takes them. The name of a file, such as [a], it would take for a
+/// list of names.
+std::vector<std::string> ReverseWords(int argc, const char* const* argv)
 {
-    explicit Parsed(RunArguments from) : run_arguments(std::move(from))
+    const bool are_files = argc > 1 && std::string(argv[1]) == "inspect";
+    std::vector<std::string> words;
+    for (int i = argc - 1; i > 0; --i) {
+        const std::string word = argv[i];
+        const bool like_a_list = are_files && word.starts_with('[') && word.ends_with(']');
+        words.push_back(like_a_list ? "./" + word : word);
+    }
+    return words;
+}
+
+/// A parser that knows every command. It writes into what stands here; `from` is what is meant where a run is told
+/// nothing.
+class Parser
+{
+public:
+    explicit Parser(RunArguments from) : m_run(std::move(from))
     {
-        app.set_version_flag("--version", VersionText);
-        app.require_subcommand(1);
-        run = app.add_subcommand("run", "Run the closed loop on a simulated mirror and save what happened");
-        AddRunOptions(*run, run_arguments);
-        config =
-            app.add_subcommand("config", "Print a run's options as a file, with the defaults of what is not given");
-        AddRunOptions(*config, run_arguments);
-        config->footer("Examples:\n  ravelctl config > night.toml\n  ravelctl run night.toml --duration 60");
-        make_modulation =
-            app.add_subcommand("make-modulation", "Make a file of signals to inject into the modes' references");
-        AddModulationOptions(*make_modulation, modulation);
-        replay = app.add_subcommand("replay", "Compute a run's control channels once more, or with other gains");
-        AddReplayOptions(*replay, replay_arguments);
-        qualify = app.add_subcommand("qualify", "Load and time the processors, as the loop would");
-        AddQualifyOptions(*qualify, qualification);
-        doctor = app.add_subcommand("doctor", "List what this machine has for real-time work, and what would help");
-        AddDoctorOptions(*doctor, examination);
+        m_app.set_version_flag("--version", VersionText);
+        m_app.require_subcommand(1);
+        Add(
+            "run", "Run the closed loop on a simulated mirror and save what happened",
+            [this](CLI::App& command) { AddRunOptions(command, m_run); }, [this] { return ReadRunOptions(m_run); });
+        Add(
+            "config", "Print a run's options as a file, with the defaults of what is not given",
+            [this](CLI::App& command) {
+                AddRunOptions(command, m_run);
+                command.footer("Examples:\n  ravelctl config > night.toml\n  ravelctl run night.toml --duration 60");
+            },
+            [this] { return ReadRunOptions(m_run); });
+        Add(
+            "make-modulation", "Make a file of signals to inject into the modes' references",
+            [this](CLI::App& command) { AddModulationOptions(command, m_modulation); },
+            [this] { return ReadModulationOptions(m_modulation); });
+        Add(
+            "inspect", "Say what recordings, modulations and matrices hold",
+            [this](CLI::App& command) { AddInspectOptions(command, m_inspect); },
+            [this] { return ReadInspectOptions(m_inspect); });
+        Add(
+            "replay", "Compute a run's control channels once more, or with other gains",
+            [this](CLI::App& command) { AddReplayOptions(command, m_replay); },
+            [this] { return ReadReplayOptions(m_replay); });
+        Add(
+            "qualify", "Load and time the processors, as the loop would",
+            [this](CLI::App& command) { AddQualifyOptions(command, m_qualify); }, [this] { return m_qualify; });
+        Add(
+            "doctor", "List what this machine has for real-time work, and what would help",
+            [this](CLI::App& command) { AddDoctorOptions(command, m_doctor); }, [this] { return m_doctor; });
     }
 
-    CLI::App app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
-    RunArguments run_arguments;
-    ModulationArguments modulation;
-    ReplayArguments replay_arguments;
-    CLI::App* run = nullptr;
-    CLI::App* config = nullptr;
-    CLI::App* make_modulation = nullptr;
-    CLI::App* replay = nullptr;
-    QualifyOptions qualification;
-    DoctorOptions examination;
-    CLI::App* qualify = nullptr;
-    CLI::App* doctor = nullptr;
+    /// Failure: CLI::Success for help and version, InputError.
+    void Parse(int argc, const char* const* argv)
+    {
+        try {
+            m_app.parse(ReverseWords(argc, argv));
+        } catch (const CLI::Success&) {
+            throw;
+        } catch (const CLI::ParseError& error) {
+            throw InputError(Explain(m_app, error));
+        }
+    }
+
+    /// Prints help or version, whichever was asked for.
+    void Print(const CLI::Success& request, std::ostream& out) { m_app.exit(request, out, out); }
+
+    bool IsAbout(const std::string& command) const { return m_app.got_subcommand(command); }
+
+    const std::filesystem::path& GetConfig() const { return m_run.config; }
+
+    /// The options of the command that was parsed.
+    Command Read() const { return m_reads.at(m_app.get_subcommands().front()->get_name())(); }
+
+private:
+    void Add(const std::string& name, const std::string& description, const std::function<void(CLI::App&)>& add_options,
+             std::function<Command()> read)
+    {
+        add_options(*m_app.add_subcommand(name, description));
+        m_reads[name] = std::move(read);
+    }
+
+    CLI::App m_app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
+    std::map<std::string, std::function<Command()>> m_reads;
+    RunArguments m_run;
+    ModulationArguments m_modulation;
+    InspectArguments m_inspect;
+    ReplayArguments m_replay;
+    QualifyOptions m_qualify;
+    DoctorOptions m_doctor;
 };
 
 }  // namespace
 
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
 {
-    Parsed first({});
+    Parser parser({});
     try {
-        first.app.parse(argc, argv);
-    } catch (const CLI::Success& request) {  // help and version
-        first.app.exit(request, out, out);
+        parser.Parse(argc, argv);
+    } catch (const CLI::Success& request) {
+        parser.Print(request, out);
         return EXIT_OK;
-    } catch (const CLI::ParseError& error) {
-        throw InputError(Explain(first.app, error));
     }
-    if (first.make_modulation->parsed()) {
-        return ReadModulationOptions(first.modulation);
-    }
-    if (first.replay->parsed()) {
-        return ReadReplayOptions(first.replay_arguments);
-    }
-    if (first.qualify->parsed()) {
-        return first.qualification;
-    }
-    if (first.doctor->parsed()) {
-        return first.examination;
+    if (!parser.IsAbout("run") && !parser.IsAbout("config")) {
+        return parser.Read();
     }
     RunArguments from_file;
-    if (!first.run_arguments.config.empty()) {
-        LoadConfig(first.run_arguments.config, from_file);
+    if (!parser.GetConfig().empty()) {
+        LoadConfig(parser.GetConfig(), from_file);
     }
-    Parsed second(from_file);
-    second.app.parse(argc, argv);  // once more, over what the file says
-    const RunOptions options = ReadRunOptions(second.run_arguments);
-    if (first.config->parsed()) {
+    Parser over_file(from_file);
+    over_file.Parse(argc, argv);  // once more, over what the file says
+    const Command command = over_file.Read();
+    if (parser.IsAbout("config")) {
+        const RunOptions& options = std::get<RunOptions>(command);
         PlanRun(options);  // what it prints can be run
         out << FormatConfig(options) << std::flush;
         return EXIT_OK;
     }
-    return options;
+    return command;
 }
 
 }  // namespace lumo::ravelctl

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "doctor.hpp"
+#include "inspectOptions.hpp"
 #include "modulationOptions.hpp"
-#include "replay.hpp"
 #include "qualifyOptions.hpp"
+#include "replay.hpp"
 #include "runOptions.hpp"
 
 #include <ostream>
@@ -11,9 +12,10 @@
 
 namespace lumo::ravelctl {
 
-/// What a command line asks for: the options of a command, or to leave with this status (help, version or a configuration
-/// have been printed).
-using Command = std::variant<RunOptions, ModulationOptions, ReplayOptions, QualifyOptions, DoctorOptions, int>;
+/// What a command line asks for: the options of a command, or to leave with this status (help, version or a
+/// configuration have been printed).
+using Command =
+    std::variant<RunOptions, ModulationOptions, InspectOptions, ReplayOptions, QualifyOptions, DoctorOptions, int>;
 
 /// Help and version go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);

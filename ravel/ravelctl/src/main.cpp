@@ -1,6 +1,7 @@
 #include "commandLine.hpp"
 #include "controller.hpp"
 #include "error.hpp"
+#include "inspect.hpp"
 #include "logSetup.hpp"
 #include "makeModulation.hpp"
 #include "qualify.hpp"
@@ -72,11 +73,19 @@ int ExamineMachine(const DoctorOptions& options)
     return RunDoctor(options, std::cout);
 }
 
+/// Output that nobody reads on ends it: quietly, as is the custom of what stands before a pipe.
+int Inspect(const InspectOptions& options)
+{
+    SetUpLogging({});
+    return InspectFiles(options, std::cout, std::cerr);
+}
+
 /// Does what each command means.
 struct Commands
 {
     int operator()(const RunOptions& options) const { return Run(options); }
     int operator()(const ModulationOptions& options) const { return MakeModulation(options); }
+    int operator()(const InspectOptions& options) const { return Inspect(options); }
     int operator()(const ReplayOptions& options) const { return Replay(options); }
     int operator()(const QualifyOptions& options) const { return QualifyMachine(options); }
     int operator()(const DoctorOptions& options) const { return ExamineMachine(options); }

@@ -13,18 +13,18 @@ namespace lumo::ravelctl {
 namespace {
 
 /// Reads the digits at the front of `rest` and removes them.
-int TakeMode(std::string_view& rest, const std::string& text, int num_modes)
+int TakeMode(std::string_view& rest, const std::string& text, int num_modes, const char* what)
 {
     int mode = -1;
     const char* const begin = rest.data();
     const auto [end, error] = std::from_chars(begin, begin + rest.size(), mode);
     // It would also read a minus sign.
     if (rest.empty() || rest.front() == '-' || error == std::errc::invalid_argument) {
-        throw InputError(fmt::format("expected a list of modes, such as 5 or 0,3,10-19, but got {}", text));
+        throw InputError(fmt::format("expected a list of {}s, such as 5 or 0,3,10-19, but got {}", what, text));
     }
     const auto length = static_cast<std::size_t>(end - begin);
     if (error != std::errc() || mode >= num_modes) {
-        throw InputError(fmt::format("expected modes 0 to {} but got {}", num_modes - 1, rest.substr(0, length)));
+        throw InputError(fmt::format("expected {}s 0 to {} but got {}", what, num_modes - 1, rest.substr(0, length)));
     }
     rest.remove_prefix(length);
     return mode;
@@ -42,22 +42,22 @@ bool Take(std::string_view& rest, char character)
 
 }  // namespace
 
-std::vector<int> ParseModeList(const std::string& text, int num_modes)
+std::vector<int> ParseModeList(const std::string& text, int num_modes, const char* what)
 {
     std::vector<bool> named(static_cast<std::size_t>(num_modes));
     std::string_view rest = text;
     do {
-        const int first = TakeMode(rest, text, num_modes);
-        const int last = Take(rest, '-') ? TakeMode(rest, text, num_modes) : first;
+        const int first = TakeMode(rest, text, num_modes, what);
+        const int last = Take(rest, '-') ? TakeMode(rest, text, num_modes, what) : first;
         if (last < first) {
-            throw InputError(fmt::format("expected the smaller mode first but got {}-{}", first, last));
+            throw InputError(fmt::format("expected the smaller {} first but got {}-{}", what, first, last));
         }
         for (int mode = first; mode <= last; ++mode) {
             named[static_cast<std::size_t>(mode)] = true;
         }
     } while (Take(rest, ','));
     if (!rest.empty()) {
-        throw InputError(fmt::format("expected a list of modes, such as 5 or 0,3,10-19, but got {}", text));
+        throw InputError(fmt::format("expected a list of {}s, such as 5 or 0,3,10-19, but got {}", what, text));
     }
     std::vector<int> modes;
     for (int mode = 0; mode < num_modes; ++mode) {

@@ -1,0 +1,94 @@
+#include "inspect.hpp"
+
+#include "error.hpp"
+#include "inspectFormat.hpp"
+#include "modeList.hpp"
+
+#include <fmt/core.h>
+
+#include <numeric>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+std::vector<int> SelectColumns(const InspectOptions& options, const InspectedFile& inspected)
+{
+    if (options.columns.empty()) {
+        std::vector<int> all(static_cast<std::size_t>(inspected.cols));
+        std::iota(all.begin(), all.end(), 0);
+        return all;
+    }
+    if (inspected.cols == 0) {
+        throw InputError("--columns: the table's rows are empty; leave the option out");
+    }
+    try {
+        return ParseModeList(options.columns, inspected.cols, "column");
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("--columns: {}", e.what()));
+    }
+}
+
+InspectedFacts FindFacts(const InspectOptions& options, const InspectedFile& inspected, const std::vector<int>& columns)
+{
+    InspectedFacts facts;
+    facts.file = inspected.file.string();
+    facts.bytes = inspected.bytes;
+    facts.header = inspected.header;
+    facts.rows = inspected.rows;
+    facts.cols = inspected.cols;
+    if (inspected.header.HasTime()) {
+        facts.time = FindTimeFacts(inspected.timestamps);
+    }
+    facts.values = FindValueFacts(inspected.GetMatrix());
+    if (options.statistics) {
+        facts.statistics = FindColumnFacts(inspected.GetMatrix(), columns);
+    }
+    return facts;
+}
+
+/// What the options ask for of one file; of JSON there is one document in the end.
+void InspectFile(const InspectOptions& options, const std::filesystem::path& file, std::vector<InspectedFacts>& found,
+                 std::ostream& out)
+{
+    const InspectedFile inspected = LoadInspectedFile(file);
+    try {
+        const std::vector<int> columns = SelectColumns(options, inspected);
+        if (options.csv) {
+            WriteCsv(inspected, columns, options.rows, out);
+            return;
+        }
+        found.push_back(FindFacts(options, inspected, columns));
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("{}: {}", file.string(), e.what()));
+    }
+    if (!options.json) {
+        out << (found.size() > 1 ? "\n" : "") << FormatFacts(found.back());
+    }
+}
+
+}  // namespace
+
+int InspectFiles(const InspectOptions& options, std::ostream& out, std::ostream& err)
+{
+    std::vector<InspectedFacts> found;
+    std::vector<InspectProblem> problems;
+    for (const std::filesystem::path& file : options.files) {
+        try {
+            InspectFile(options, file, found, out);
+        } catch (const InputError& e) {
+            out << std::flush;
+            err << "ravelctl: " << e.what() << std::endl;
+            problems.push_back({file.string(), e.what()});
+        }
+    }
+    if (options.json) {
+        out << FormatFactsAsJson(found, problems);
+    }
+    if (!out.flush()) {
+        throw RunError("cannot write to standard output; free some space or send it elsewhere");
+    }
+    return problems.empty() ? EXIT_OK : EXIT_BAD_INPUT;
+}
+
+}  // namespace lumo::ravelctl
