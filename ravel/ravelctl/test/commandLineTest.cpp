@@ -226,6 +226,56 @@ TEST(CommandLineTest, EveryOptionOfAModulationReachesItsPlace)
     EXPECT_TRUE(options.overwrite);
 }
 
+InspectOptions ParseInspect(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), "inspect");
+    std::ostringstream out;
+    const InspectOptions options = std::get<InspectOptions>(Parse(arguments, out));
+    EXPECT_EQ(out.str(), "");
+    return options;
+}
+
+TEST(CommandLineTest, InspectTakesOneFileOrManyAndShowsAllOfThem)
+{
+    const InspectOptions options = ParseInspect({"a.fits"});
+    EXPECT_EQ(options.files, std::vector<std::filesystem::path>{"a.fits"});
+    EXPECT_FALSE(options.statistics || options.csv || options.json);
+    EXPECT_EQ(options.columns, "");
+    EXPECT_EQ(options.rows.begin, 0);
+    EXPECT_FALSE(options.rows.end);
+    EXPECT_EQ(ParseInspect({"b", "a", "--json", "c d"}).files, (std::vector<std::filesystem::path>{"b", "a", "c d"}));
+    EXPECT_EQ(ParseInspect({"--", "--json"}).files, std::vector<std::filesystem::path>{"--json"});
+}
+
+TEST(CommandLineTest, BracketsInTheNameOfAFileToInspectMeanNothing)
+{
+    EXPECT_EQ(ParseInspect({"a[1].fits", "[a,b]", "[a]"}).files,
+              (std::vector<std::filesystem::path>{"a[1].fits", "./[a,b]", "./[a]"}));
+}
+
+TEST(CommandLineTest, EveryOptionOfInspectReachesItsPlace)
+{
+    const InspectOptions statistics = ParseInspect({"--statistics", "--columns", "0,3,10-19", "--json", "f"});
+    EXPECT_TRUE(statistics.statistics && statistics.json);
+    EXPECT_FALSE(statistics.csv);
+    EXPECT_EQ(statistics.columns, "0,3,10-19");
+    EXPECT_EQ(statistics.files, std::vector<std::filesystem::path>{"f"});
+    const InspectOptions csv = ParseInspect({"f", "--csv", "--rows", "10:2000000000000", "--columns=5"});
+    EXPECT_TRUE(csv.csv);
+    EXPECT_FALSE(csv.statistics || csv.json);
+    EXPECT_EQ(csv.columns, "5");
+    EXPECT_EQ(csv.rows.begin, 10);
+    EXPECT_EQ(csv.rows.end, 2000000000000);
+}
+
+TEST(CommandLineTest, EitherEndOfTheRowsMayBeLeftOut)
+{
+    EXPECT_EQ(ParseInspect({"f", "--csv", "--rows", ":7"}).rows.begin, 0);
+    EXPECT_EQ(ParseInspect({"f", "--csv", "--rows", ":7"}).rows.end, 7);
+    EXPECT_EQ(ParseInspect({"f", "--csv", "--rows", "7:"}).rows.begin, 7);
+    EXPECT_FALSE(ParseInspect({"f", "--csv", "--rows", "7:"}).rows.end);
+}
+
 TEST(CommandLineTest, HelpAndVersionAreNoErrors)
 {
     std::ostringstream help;
@@ -257,6 +307,12 @@ TEST(CommandLineTest, HelpAndVersionAreNoErrors)
     for (const char* text : {"SHAPE", "--output", "--modes", "--on", "--amplitude", "--rate", "--duration", "--start",
                              "--frequency", "--to", "--seed", "--overwrite", "Examples", "Exit status"}) {
         EXPECT_THAT(modulation_help.str(), HasSubstr(text));
+    }
+    std::ostringstream inspect_help;
+    EXPECT_EQ(std::get<int>(Parse({"inspect", "--help"}, inspect_help)), EXIT_OK);
+    for (const char* text :
+         {"FILE", "--statistics", "--columns", "--csv", "--rows", "--json", "Examples", "Exit status"}) {
+        EXPECT_THAT(inspect_help.str(), HasSubstr(text));
     }
     std::ostringstream version;
     EXPECT_EQ(std::get<int>(Parse({"--version"}, version)), EXIT_OK);
@@ -411,6 +467,28 @@ TEST(CommandLineTest, TheDoctorPrintsJsonWhenAskedTo)
     EXPECT_FALSE(ParseAs<DoctorOptions>({"doctor"}).json);
     EXPECT_TRUE(ParseAs<DoctorOptions>({"doctor", "--json"}).json);
 }
+
+std::vector<BadLine> BadRows()
+{
+    std::vector<BadLine> lines;
+    for (const char* rows : {"5", "x:5", "5:x", "-1:5", "0:-1", "1:2:3", "1.5:3", " 1:3", "99999999999999999999:"}) {
+        lines.push_back({{"inspect", "f", "--csv", std::string("--rows=") + rows},
+                         std::string("--rows: expected BEGIN:END, such as 0:100, :100 or 100:, but got ") + rows});
+    }
+    return lines;
+}
+
+INSTANTIATE_TEST_SUITE_P(InspectRows, CommandLineErrorTest, testing::ValuesIn(BadRows()));
+
+INSTANTIATE_TEST_SUITE_P(
+    Inspect, CommandLineErrorTest,
+    testing::Values(BadLine{{"inspect"}, "FILE is required (try: ravelctl inspect --help)"},
+                    BadLine{{"inspect", "f", "--foo"}, "--foo"},
+                    BadLine{{"inspect", "a", "b", "--csv"}, "--csv: expected one file but got 2"},
+                    BadLine{{"inspect", "f", "--csv", "--json"}, "--csv excludes --json"},
+                    BadLine{{"inspect", "f", "--csv", "--statistics"}, "--statistics excludes --csv"},
+                    BadLine{{"inspect", "f", "--rows", "0:1"}, "--rows requires --csv"},
+                    BadLine{{"inspect", "f", "--columns", "1"}, "--columns: expected --statistics or --csv"}));
 
 }  // namespace
 }  // namespace lumo::ravelctl

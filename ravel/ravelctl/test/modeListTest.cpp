@@ -58,6 +58,16 @@ TEST(ModeListTest, WhatIsNoListIsRefused)
     }
 }
 
+TEST(ModeListTest, WhatIsNoModeIsCalledByItsOwnName)
+{
+    const auto refusal = [](const char* text) {
+        return test::ThrownLine<InputError>([text] { ParseModeList(text, 20, "column"); });
+    };
+    EXPECT_EQ(refusal("20"), "expected columns 0 to 19 but got 20");
+    EXPECT_EQ(refusal("9-1"), "expected the smaller column first but got 9-1");
+    EXPECT_EQ(refusal("x"), "expected a list of columns, such as 5 or 0,3,10-19, but got x");
+}
+
 TEST(ModeListTest, AListIsWrittenWithRangesForThreeAndMore)
 {
     EXPECT_EQ(FormatModeList({0, 3, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}), "0,3,10-19");

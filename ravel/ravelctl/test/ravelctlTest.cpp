@@ -441,6 +441,50 @@ TEST(RavelctlTest, TheDoctorListsEveryFindingInALine)
     EXPECT_EQ(result.status == EXIT_OK, result.out.find(", 0 bad\n") != std::string::npos);
 }
 
+TEST(RavelctlTest, InspectShowsTheFilesOfARunAndNamesWhatIsNone)
+{
+    const test::TestFolder folder;
+    ASSERT_EQ(RunChild(RunArguments(folder / "run", {"--duration", "0.6", "--as-fast-as-possible", "--quiet"})).status,
+              EXIT_OK);
+    const std::string modes_in = (folder / "run" / "modes_in.fits").string();
+    const std::string modes_out = (folder / "run" / "modes_out.fits").string();
+    const std::string summary = (folder / "run" / "summary.json").string();
+    const auto shown = [](const std::string& file, const std::string& name) {
+        return file + "  (34.6 kB)\n  table      " + name +
+               ", 20 columns, 300 rows, 32-bit floats; time stamps from Timestamps\n"
+               "  time       0.000 to 0.598 s, 300 samples\n"
+               "  period     2.000 ms (500 Hz), jitter 0.000 us rms, max 0.000 us\n"
+               "  gaps       none\n"
+               "  values     finite\n";
+    };
+    const ChildProcess::Result both = RunChild({RAVELCTL_PROGRAM, "inspect", modes_in, modes_out});
+    EXPECT_EQ(both.status, EXIT_OK);
+    EXPECT_EQ(both.err, "");
+    EXPECT_EQ(both.out, shown(modes_in, "modes_in") + "\n" + shown(modes_out, "modes_out"));
+
+    const ChildProcess::Result one = RunChild({RAVELCTL_PROGRAM, "inspect", summary, modes_out});
+    EXPECT_EQ(one.status, EXIT_BAD_INPUT);
+    ExpectOneLine(one.err);
+    EXPECT_THAT(one.err, HasSubstr("ravelctl: " + summary + ": expected a FITS file with a table of numbers"));
+    EXPECT_EQ(one.out, shown(modes_out, "modes_out"));
+
+    const ChildProcess::Result csv =
+        RunChild({RAVELCTL_PROGRAM, "inspect", modes_in, "--csv", "--columns", "3", "--rows", "0:2"});
+    EXPECT_EQ(csv.status, EXIT_OK);
+    EXPECT_EQ(csv.out.rfind("time_s,modes_in_3\n0,", 0), 0U) << csv.out;
+    EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), 3);
+}
+
+TEST(RavelctlTest, InspectIntoAFullDeviceFails)
+{
+    const std::string matrix = std::string(RAVELCTL_TEST_MATRICES) + "/P2EDC.fits";
+    const ChildProcess::Result result =
+        RunChild({"/bin/sh", "-c", "exec \"$@\" > /dev/full", "sh", RAVELCTL_PROGRAM, "inspect", matrix});
+    EXPECT_EQ(result.status, EXIT_FAILED);
+    ExpectOneLine(result.err);
+    EXPECT_THAT(result.err, HasSubstr("cannot write to standard output"));
+}
+
 TEST(RavelctlTest, HelpAndVersionEndWithZero)
 {
     for (const char* option : {"--help", "--version"}) {

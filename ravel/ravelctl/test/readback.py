@@ -115,6 +115,37 @@ def check_modulation(ravelctl, fitsverify, path):
     expect(path, "nothing on the other modes", not numpy.delete(values, 3, axis=1).any(), True)
 
 
+def check_inspect(ravelctl, path, name):
+    """What inspect says of a recording, against the same from the file itself."""
+    with fits.open(path) as hdus:
+        stamps = numpy.array(hdus[1].data["Timestamps"])
+        values = numpy.array(hdus[1].data[name])
+    command = [ravelctl, "inspect", str(path)]
+    found = subprocess.run(command + ["--json", "--statistics"], check=True, capture_output=True, text=True)
+    facts = json.loads(found.stdout)["files"][0]
+    expect(path, "rows and columns", (facts["rows"], facts["columns"]), values.shape)
+    expect(path, "first and last time", (facts["time"]["first_s"], facts["time"]["last_s"]), (stamps[0], stamps[-1]))
+    expect(path, "period", facts["time"]["period_s"], float(numpy.median(numpy.diff(stamps))))
+    doubles = values.astype(float)
+    for key, expected in {
+        "min": doubles.min(axis=0),
+        "max": doubles.max(axis=0),
+        "mean": doubles.mean(axis=0),
+        "rms": numpy.sqrt((doubles**2).mean(axis=0)),
+        "standard_deviation": doubles.std(axis=0),
+    }.items():
+        given = numpy.array([column[key] for column in facts["statistics"]])
+        close = numpy.allclose(given, expected, rtol=1e-10, atol=1e-12 * numpy.abs(doubles).max())
+        expect(path, f"{key} per column", close, True)
+    found = subprocess.run(command + ["--csv"], check=True, capture_output=True, text=True)
+    lines = found.stdout.splitlines()
+    names = ["time_s"] + [f"{name}_{column}" for column in range(values.shape[1])]
+    expect(path, "header line of the CSV", lines[0].split(","), names)
+    table = numpy.array([line.split(",") for line in lines[1:]])
+    expect(path, "every bit of the times in the CSV", numpy.array_equal(table[:, 0].astype(float), stamps), True)
+    expect(path, "every bit of the values in the CSV", numpy.array_equal(table[:, 1:].astype("f4"), values), True)
+
+
 def check_matrices(folder, fitsverify):
     for name, (rows, cols) in MATRICES.items():
         path = folder / f"{name}.fits"
@@ -136,6 +167,7 @@ def main():
             subprocess.run(command, check=True)
             check_run(folder, workers)
             check_replay(ravelctl, fitsverify, folder, pathlib.Path(directory) / f"replay {workers}.fits")
+            check_inspect(ravelctl, folder / "modes_in.fits", "modes_in")
         check_frames(ravelctl, matrices, fitsverify, pathlib.Path(directory) / "frames")
         check_modulation(ravelctl, fitsverify, pathlib.Path(directory) / "sine.fits")
     print("the files of the runs and the matrices are as they should be")
