@@ -64,6 +64,8 @@ ControlLoop::ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& mo
       m_surface_log(plan.cycles)
 {
     m_missed_before.reserve(static_cast<std::size_t>(plan.cycles));
+    m_residuals_nm.reserve(static_cast<std::size_t>(plan.cycles));
+    m_es_rms_nm.reserve(static_cast<std::size_t>(plan.cycles));
     if (m_extras.injection != nullptr) {
         m_extras.injection->Start();
     }
@@ -164,16 +166,21 @@ void ControlLoop::Observe(std::int64_t cycle)
     if (m_front_end.IsMirrorSeen()) {
         m_surface_log.Add(cycle, m_front_end.GetMirror().GetSurface());
     }
+    constexpr double NM_PER_UM = 1.0e3;
+    EsSquares now;
+    for (const float reading : m_front_end.GetEsMeas().block1) {
+        now.sum += static_cast<double>(reading) * static_cast<double>(reading);
+    }
+    now.cycles = 1;
     const bool open = cycle < m_plan.open_cycles;
     if (open || cycle >= m_plan.FirstJudgedCycle()) {
-        EsSquares& squares = open ? m_open_es : m_judged_es;
-        for (const float reading : m_front_end.GetEsMeas().block1) {
-            squares.sum += static_cast<double>(reading) * static_cast<double>(reading);
-        }
-        ++squares.cycles;
+        (open ? m_open_es : m_judged_es).Add(now);
     }
-    constexpr double NM_PER_UM = 1.0e3;
     const double residual_nm = std::sqrt(m_slices.SumOfSquaredModes() / mirrorsim::NUM_PACT) * NM_PER_UM;
+    if (m_residuals_nm.size() < m_residuals_nm.capacity()) {
+        m_residuals_nm.push_back(static_cast<float>(residual_nm));
+        m_es_rms_nm.push_back(static_cast<float>(now.ComputeRms() * NM_PER_UM));
+    }
     m_progress.residual_nm.store(residual_nm, std::memory_order_relaxed);
 }
 
@@ -195,6 +202,12 @@ void ControlLoop::Book(std::int64_t cycle, CycleClock::Clock::time_point instant
     }
     m_progress.missed.store(missed, std::memory_order_relaxed);
     m_progress.closed.store(cycle >= m_plan.open_cycles, std::memory_order_relaxed);
+}
+
+void ControlLoop::EsSquares::Add(const EsSquares& other)
+{
+    sum += other.sum;
+    cycles += other.cycles;
 }
 
 double ControlLoop::EsSquares::ComputeRms() const

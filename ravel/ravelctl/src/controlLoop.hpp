@@ -74,6 +74,10 @@ public:
     /// For each missed instant the cycle that came after it, ascending; a cycle stands there as often as it was late.
     const std::vector<std::int64_t>& GetMissedBefore() const { return m_missed_before; }
 
+    /// Each cycle's rms, nm: of the controlled modes as measured, over the surface; of the edge sensors' readings.
+    const std::vector<float>& GetResidualsNm() const { return m_residuals_nm; }
+    const std::vector<float>& GetEsRmsNm() const { return m_es_rms_nm; }
+
     /// Rms of the edge sensors' readings, um, over existing sensors and the cycles of the open loop, or those judged;
     /// 0 where there was no such cycle.
     double GetOpenEsRms() const { return m_open_es.ComputeRms(); }
@@ -85,6 +89,7 @@ private:
         double sum = 0.0;
         std::int64_t cycles = 0;
 
+        void Add(const EsSquares& other);
         double ComputeRms() const;
     };
 
@@ -112,6 +117,8 @@ private:
     Durations m_cycle_times;
     Durations m_exec_times;
     SurfaceLog m_surface_log;
+    std::vector<float> m_residuals_nm;
+    std::vector<float> m_es_rms_nm;
     EsSquares m_open_es;
     EsSquares m_judged_es;
     LoopProgress m_progress;

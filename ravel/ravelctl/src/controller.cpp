@@ -2,6 +2,7 @@
 
 #include "error.hpp"
 #include "gains.hpp"
+#include "htmlReport.hpp"
 #include "matrixStore.hpp"
 #include "resources.hpp"
 #include "runConfig.hpp"
@@ -191,6 +192,7 @@ void Controller::MakeGains()
 {
     const mirrorsim::Mirror& mirror = m_front_end->GetMirror();
     const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, mirror.GetConfig().period_s};
+    m_plant = plant;
     m_pid_params = DesignGains(DesignFor(m_options.rate_hz), plant, m_modes, mirror.GetConfig().stroke_limit_um);
     std::vector<ravelcore::PidFilterContext> channels;
     ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F, m_pid_params, channels);
@@ -371,6 +373,7 @@ void Controller::Save()
         [this](const std::string& problem) { m_report.problems.push_back(problem); });
     SaveGains();
     SaveConfig();
+    SavePage();
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
     try {
@@ -424,6 +427,25 @@ void Controller::SaveConfig()
         m_report.files.push_back(name);
     } catch (const std::exception& e) {
         m_report.problems.push_back(fmt::format("cannot write {}: {}", (m_options.output / name).string(), e.what()));
+    }
+}
+
+/// The run for people, in a browser.
+void Controller::SavePage()
+{
+    if (ReportTemplate().empty()) {
+        Say("no report.html: this ravelctl was built without npm");
+        return;
+    }
+    const std::string page = "report.html";
+    m_report.files.push_back(page);  // it lists itself
+    try {
+        WriteHtmlReport(
+            CollectReport({m_report, *m_loop, *m_slices, *m_recordings, m_recording_plan, m_pid_params, m_plant}),
+            m_options.output / page);
+    } catch (const std::exception& e) {
+        m_report.files.pop_back();
+        m_report.problems.emplace_back(e.what());
     }
 }
 

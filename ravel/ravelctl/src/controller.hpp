@@ -51,8 +51,8 @@ public:
     /// Ends the cycle and the workers, joined, and works out the result. Never throws: problems go to the report.
     void Stop();
 
-    /// Writes the recordings and the summary. Never throws: a file that could not be written is a problem in the
-    /// report.
+    /// Writes the recordings, the page and the summary. Never throws: a file that could not be written is a problem in
+    /// the report.
     void Save();
 
     const RunReport& GetReport() const { return m_report; }
@@ -72,6 +72,7 @@ private:
     void MakeLoop();
     void ComputeFigures();
     void ReportScript();
+    void SavePage();
     std::string DescribeRecording() const;
     void SaveGains();
     void SaveGains(std::int64_t before_cycle, const std::string& name, const std::vector<float>& params);
@@ -87,6 +88,7 @@ private:
     RunReport m_report;
     mirrorsim::ControlModes m_modes;
     std::vector<float> m_pid_params;
+    Plant m_plant;
     std::unique_ptr<FramePlayer> m_player;
     std::unique_ptr<ReferenceInjection> m_injection;
     std::unique_ptr<SimulatedFrontEnd> m_front_end;

@@ -153,6 +153,17 @@ std::string FormatStep(const ScriptEvent& event)
     return fmt::format("{:8.3f} s  {}{}{}", event.time_s, event.what, done, problem);
 }
 
+std::string Verdict(const RunReport& report)
+{
+    if (report.interrupted) {
+        return "interrupted";
+    }
+    if (!report.DidHold()) {
+        return "the loop did NOT hold";
+    }
+    return report.mirror_was_seen ? "the loop held" : "the frames were played back";
+}
+
 std::string FormatReport(const RunReport& report)
 {
     std::string text = fmt::format("\n{:<24}{:>10}{:>10}\n", "rms, nm", "before", "after");
@@ -181,10 +192,7 @@ std::string FormatReport(const RunReport& report)
     }
     text +=
         fmt::format("files                   {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
-    text += report.interrupted ? "verdict                 interrupted\n"
-            : report.DidHold() ? (report.mirror_was_seen ? "verdict                 the loop held\n"
-                                                         : "verdict                 the frames were played back\n")
-                               : "verdict                 the loop did NOT hold\n";
+    text += fmt::format("verdict                 {}\n", Verdict(report));
     return text;
 }
 

@@ -64,6 +64,9 @@ struct RunReport
 /// A step of the script as it is told while the loop runs: one line.
 std::string FormatStep(const ScriptEvent& event);
 
+/// The result in a few words.
+std::string Verdict(const RunReport& report);
+
 /// For people, several lines.
 std::string FormatReport(const RunReport& report);
 

@@ -31,6 +31,13 @@ public:
     /// Cycle of each sample, ascending.
     const std::vector<std::int64_t>& GetCycles() const { return m_cycles; }
 
+    /// The surface of a sample, um, NUM_PACT values. Thread: a slow one, after the run.
+    std::span<const float> GetSurface(int sample) const
+    {
+        return std::span(m_surfaces)
+            .subspan(static_cast<std::size_t>(sample) * mirrorsim::NUM_PACT, mirrorsim::NUM_PACT);
+    }
+
     /// Rms over the samples of cycles `begin` to `end` - 1; none when there is no such sample. Thread: a slow one,
     /// after the run. Real time: no.
     std::optional<SurfaceRms> ComputeRms(std::int64_t begin, std::int64_t end,

@@ -1,0 +1,329 @@
+// The charts: what each shows, in words, as a drawing and as a table.
+
+import { element, foldedTable, format, formatPower } from './page.js';
+import { colours } from './theme.js';
+
+const times = (series) => series.rms.map((_, index) => series.first_s + index * series.step_s);
+const pairs = (xs, ys) => xs.map((x, index) => [x, ys[index] > 0 ? ys[index] : null]);
+
+function axis(name, more = {}) {
+  const { text, quiet, line } = colours();
+  return {
+    type: 'value',
+    name,
+    nameLocation: 'middle',
+    nameGap: 30,
+    nameTextStyle: { color: text, fontSize: 12 },
+    axisLabel: { color: quiet, fontSize: 12, hideOverlap: true },
+    axisLine: { show: true, lineStyle: { color: quiet } },
+    splitLine: { lineStyle: { color: line } },
+    ...more,
+  };
+}
+
+function logAxis(name, more = {}) {
+  const plain = axis(name, more);
+  return { ...plain, type: 'log', axisLabel: { formatter: formatPower, ...plain.axisLabel, ...more.axisLabel } };
+}
+
+function base(x, y, series) {
+  const { text, quiet, card } = colours();
+  return {
+    animation: false,
+    aria: { enabled: true },
+    textStyle: { fontFamily: 'system-ui, "DejaVu Sans", sans-serif' },
+    grid: { left: 66, right: 18, top: 44, bottom: 48 },
+    legend: { top: 0, left: 0, right: 0, textStyle: { color: text, fontSize: 12 }, itemWidth: 28, inactiveColor: quiet },
+    tooltip: {
+      trigger: 'axis',
+      confine: true,
+      backgroundColor: card,
+      borderColor: quiet,
+      textStyle: { color: text, fontSize: 12 },
+      axisPointer: { lineStyle: { color: quiet } },
+    },
+    xAxis: x,
+    yAxis: { ...y, nameGap: 48 },
+    series,
+  };
+}
+
+function line(name, data, colour, more = {}) {
+  return {
+    type: 'line',
+    name,
+    data,
+    showSymbol: false,
+    connectNulls: false,
+    emphasis: { disabled: true },
+    itemStyle: { color: colour },
+    ...more,
+    lineStyle: { color: colour, width: 1.8, ...more.lineStyle },
+  };
+}
+
+/** Lines across the chart at moments or frequencies. */
+function marks(places, letters = true) {
+  const { mark, text, card } = colours();
+  return {
+    symbol: 'none',
+    silent: true,
+    animation: false,
+    data: places.map(({ at, name, dotted }, index) => ({
+      xAxis: at,
+      lineStyle: { color: mark, type: dotted ? 'dotted' : 'dashed', width: 1.5 },
+      label: {
+        formatter: letters && dotted ? String(index) : name,
+        position: 'insideEndTop',
+        rotate: letters && dotted ? 0 : 90,
+        color: text,
+        textBorderColor: card,
+        textBorderWidth: 2,
+        fontSize: 11,
+      },
+    })),
+  };
+}
+
+/** Where the loop closes, with its name, and the script's steps, with their numbers. */
+function timeMarks(data) {
+  const closing = data.marks.filter((mark) => !mark.script).map((mark) => ({ at: mark.time_s, name: mark.what }));
+  const steps = data.marks.filter((mark) => mark.script).map((mark) => ({ at: mark.time_s, dotted: true }));
+  const lines = marks([...closing, ...steps]);
+  steps.forEach((_, index) => {
+    lines.data[closing.length + index].label.formatter = String(index + 1);
+  });
+  return lines;
+}
+
+const range = (values) => {
+  const known = values.filter((value) => value !== null && Number.isFinite(value));
+  return known.length ? `${format(Math.min(...known))} to ${format(Math.max(...known))}` : 'nothing';
+};
+
+function beforeAfter(data, name) {
+  const figure = data.figures.find((one) => one.name === name);
+  return figure ? `${format(figure.before_nm)} nm rms before, ${format(figure.after_nm)} nm rms after` : '';
+}
+
+/** Lines over time with what is between each point's extremes. */
+function timeChart(data, lines) {
+  const series = [];
+  lines.forEach(({ name, series: thinned, colour, type }, index) => {
+    const x = times(thinned);
+    const shown = line(name, pairs(x, thinned.rms), colour, { lineStyle: { type } });
+    if (index === 0) {
+      shown.markLine = timeMarks(data);
+    }
+    series.push(shown);
+    for (const bound of thinned.low ? ['low', 'high'] : []) {
+      series.push(line(`${name}, ${bound === 'low' ? 'smallest' : 'largest'}`, pairs(x, thinned[bound]), colour, {
+        lineStyle: { width: 0.8, opacity: 0.45 },
+      }));
+    }
+  });
+  const option = base(axis('time, s', { min: 0 }), logAxis('rms, nm'), series);
+  option.legend.data = lines.map(({ name }) => name);
+  return option;
+}
+
+function timeTable(columns) {
+  const longest = columns.reduce((a, b) => (a.series.rms.length >= b.series.rms.length ? a : b)).series;
+  const near = (series, time) => series.rms[Math.round((time - series.first_s) / series.step_s)] ?? null;
+  return {
+    columns: ['time, s', ...columns.map(({ name }) => `${name}, nm`)],
+    rows: () => times(longest).map((time) => [time.toFixed(3), ...columns.map(({ series }) => near(series, time))]),
+  };
+}
+
+/** Every chart that the data have something for: name, title, summary, option and table. */
+export function chartsOf(data) {
+  const charts = [];
+  const steps = data.marks.filter((mark) => mark.script);
+  const closing = data.marks.find((mark) => !mark.script);
+  const closes = closing ? ` The loop closes at ${format(closing.time_s)} s.` : '';
+
+  if (data.residual) {
+    const lines = () => [
+      { name: 'controlled modes, measured', series: data.residual, colour: colours().after },
+      ...(data.surface ? [{ name: 'whole surface, true', series: data.surface, colour: colours().before, type: 'dashed' }] : []),
+    ];
+    charts.push({
+      name: 'residual',
+      group: 'Over time',
+      title: 'Residual of the surface',
+      summary: `Controlled modes: ${beforeAfter(data, 'surface, controlled modes') || range(data.residual.rms) + ' nm rms'}.${closes}` +
+        (data.judged_s === null ? '' : ` After means from ${format(data.judged_s)} s on.`),
+      notes: steps.map((step, index) => `${index + 1}: ${format(step.time_s)} s, ${step.what}`),
+      option: () => timeChart(data, lines()),
+      table: timeTable(lines()),
+    });
+  }
+  if (data.edge_sensors) {
+    const lines = () => [{ name: 'edge sensors', series: data.edge_sensors, colour: colours().third }];
+    charts.push({
+      name: 'edge_sensors',
+      group: 'Over time',
+      title: 'Edge-sensor residuals',
+      summary: `All readings together: ${beforeAfter(data, 'edge sensors')}.${closes}`,
+      notes: [],
+      option: () => timeChart(data, lines()),
+      table: timeTable(lines()),
+    });
+  }
+  if (data.spectra) {
+    charts.push(...spectrumCharts(data));
+  }
+  if (data.mode_rms_nm) {
+    charts.push(modeChart(data));
+  }
+  if (data.cycle_times) {
+    charts.push(cycleChart(data));
+  }
+  return charts;
+}
+
+function spectrumCharts(data) {
+  const { spectra } = data;
+  const x = spectra.frequency_hz;
+  const rows = (...columns) => () => x.map((frequency, index) => [frequency, ...columns.map((column) => column[index])]);
+  const decibel = (value) => (value > 0 ? 20 * Math.log10(value) : null);
+  const resolution = `Welch’s method, ${format(spectra.resolution_hz)} Hz from bin to bin.`;
+  const ends = { min: x[0], max: x[x.length - 1] };
+  return [
+    {
+      name: 'spectra',
+      group: 'Over frequency',
+      title: 'Power spectra of the controlled modes',
+      summary: `Density before: ${range(spectra.before)} nm²/Hz; after: ${range(spectra.after)} nm²/Hz. ${resolution}`,
+      notes: [],
+      option: () => base(logAxis('frequency, Hz', ends), logAxis('density, nm²/Hz'), [
+        line('before', pairs(x, spectra.before), colours().before, { lineStyle: { type: 'dashed' } }),
+        line('after', pairs(x, spectra.after), colours().after),
+      ]),
+      table: { columns: ['frequency, Hz', 'before, nm²/Hz', 'after, nm²/Hz'], rows: rows(spectra.before, spectra.after) },
+    },
+    {
+      name: 'rejection',
+      group: 'Over frequency',
+      title: 'Rejection of disturbances',
+      summary: 'Measured: the square root of the spectra’s ratio. Computed: |1/(1 + L)| of the loop as designed; what a ' +
+        `script changes is not in it. Below 0 dB the loop rejects.${data.crossover_hz ? ` Crossover ${format(data.crossover_hz)} Hz.` : ''}`,
+      notes: [],
+      option: () => {
+        const computed = line('computed', x.map((f, i) => [f, decibel(spectra.rejection_computed[i])]), colours().before, {
+          lineStyle: { type: 'dashed' },
+        });
+        computed.z = 3;
+        if (data.crossover_hz >= ends.min && data.crossover_hz <= ends.max) {
+          computed.markLine = marks([{ at: data.crossover_hz, name: 'crossover' }]);
+        }
+        return base(logAxis('frequency, Hz', ends), axis('rejection, dB'), [
+          line('measured', x.map((f, i) => [f, decibel(spectra.rejection_measured[i])]), colours().after),
+          computed,
+        ]);
+      },
+      table: {
+        columns: ['frequency, Hz', 'measured', 'computed'],
+        rows: rows(spectra.rejection_measured, spectra.rejection_computed),
+      },
+    },
+  ];
+}
+
+function modeChart(data) {
+  const { before, after } = data.mode_rms_nm;
+  const indices = (before.length ? before : after).map((_, index) => index);
+  const points = (values) => pairs(indices, values);
+  return {
+    name: 'modes',
+    group: 'Modes',
+    title: 'Rms of each measured mode',
+    summary: `${indices.length} modes, the least stiff ones first. Before: ${range(before)} nm of surface; after: ${range(after)} nm.`,
+    notes: [],
+    option: () => base(axis('mode', { min: 0, max: indices.length, minInterval: 1 }), logAxis('rms, nm'), [
+      line('before', points(before), colours().before, { lineStyle: { type: 'dashed', width: 1.2 } }),
+      line('after', points(after), colours().after, { lineStyle: { width: 1.2 } }),
+    ]),
+    table: {
+      columns: ['mode', 'before, nm', 'after, nm'],
+      rows: () => indices.map((index) => [String(index), before[index] ?? null, after[index] ?? null]),
+    },
+  };
+}
+
+function cycleChart(data) {
+  const cycle = data.cycle_times;
+  const { edges_us: edges, counts, before_missed: missed, percentiles_us: of } = cycle;
+  const FLOOR = 0.5; // a logarithmic axis has no 0
+  const bars = (name, values, colour) => ({
+    type: 'custom',
+    name,
+    itemStyle: { color: colour },
+    dimensions: ['from', 'to', 'count'],
+    encode: { x: [0, 1], y: 2, tooltip: [2] },
+    data: values.map((count, index) => [edges[index], edges[index + 1], count]).filter(([, , count]) => count > 0),
+    renderItem: (_, api) => {
+      const [left, top] = api.coord([api.value(0), api.value(2)]);
+      const [right, bottom] = api.coord([api.value(1), FLOOR]);
+      return { type: 'rect', shape: { x: left, y: top, width: Math.max(1, right - left - 1), height: bottom - top }, style: { fill: colour } };
+    },
+  });
+  return {
+    name: 'cycle_times',
+    group: 'Timing',
+    title: 'Cycle times',
+    summary: `From the cycle’s instant to its commands: median ${format(of.p50)} µs, 99.9 % ${format(of.p999)} µs, largest ` +
+      `${format(of.max)} µs. ` + (cycle.paced
+      ? `The next cycle is due after ${format(cycle.deadline_us)} µs; ${cycle.missed} missed.`
+      : 'The cycles were not paced, so none could be missed.'),
+    notes: [],
+    option: () => {
+      const all = bars('cycles', counts, colours().after);
+      const late = bars('before a missed cycle', missed, colours().missed);
+      if (cycle.paced) {
+        all.markLine = marks([{ at: cycle.deadline_us, name: 'deadline' }]);
+      }
+      const option = base(
+        logAxis('time, µs', { min: edges[0], max: Math.max(edges[edges.length - 1], cycle.paced ? 1.1 * cycle.deadline_us : 0) }),
+        logAxis('cycles', { min: FLOOR, axisLabel: { formatter: (value) => (value < 1 ? '' : formatPower(value)) } }),
+        [all, ...(cycle.missed > 0 ? [late] : [])],
+      );
+      option.tooltip.trigger = 'item';
+      option.tooltip.formatter = ({ seriesName, value }) => `${format(value[0])} to ${format(value[1])} µs<br>${seriesName}: ${value[2]}`;
+      return option;
+    },
+    table: {
+      columns: ['from, µs', 'to, µs', 'cycles', 'before a missed cycle'],
+      rows: () => counts.map((count, index) => [edges[index], edges[index + 1], String(count), String(missed[index])]),
+    },
+  };
+}
+
+/** Text of a point for those who do not see the drawing. */
+export function describePoint(chart, option, index) {
+  const shown = option.series.filter((series) => !/, (smallest|largest)$/.test(series.name));
+  const first = shown[0].data[Math.min(index, shown[0].data.length - 1)];
+  if (first.length === 3) {
+    return `${format(first[0])} to ${format(first[1])}: ${first[2]} cycles`;
+  }
+  const values = shown.map((series) => {
+    const point = series.data.reduce((a, b) => (Math.abs(b[0] - first[0]) < Math.abs(a[0] - first[0]) ? b : a), series.data[0]);
+    return point ? `${series.name} ${format(point[1])}` : '';
+  });
+  return `${option.xAxis.name} ${chart.name === 'modes' ? first[0] : format(first[0])}: ${values.filter(Boolean).join('; ')}`;
+}
+
+/** The element of a chart: caption, drawing, what is pointed at, table. */
+export function chartFigure(chart) {
+  const drawing = element('div', { class: 'chart', id: `chart-${chart.name}`, tabindex: 0, role: 'application',
+    'aria-roledescription': 'chart' });
+  const readout = element('output', { class: 'readout', 'aria-live': 'polite' });
+  const notes = chart.notes.length
+    ? [element('p', {}, 'Steps of the script:'), ...chart.notes.map((note) => element('p', {}, note))]
+    : [];
+  const figure = element('figure', { class: 'card' },
+    element('figcaption', {}, element('h3', {}, chart.title), element('p', {}, chart.summary), ...notes),
+    drawing, readout, foldedTable('Data table', chart.table.columns, chart.table.rows));
+  return { figure, drawing, readout };
+}

@@ -1,0 +1,114 @@
+// Builds the page from the data that it holds. Sections without data are left out.
+
+import { CustomChart, LineChart } from 'echarts/charts';
+import { AriaComponent, GridComponent, LegendComponent, MarkLineComponent, TooltipComponent } from 'echarts/components';
+import { init, use } from 'echarts/core';
+import { SVGRenderer } from 'echarts/renderers';
+
+import { chartFigure, chartsOf, describePoint } from './charts.js';
+import { mirrorSection } from './mirror.js';
+import { element, format } from './page.js';
+import { onTheme, startTheme } from './theme.js';
+
+use([AriaComponent, CustomChart, GridComponent, LegendComponent, LineChart, MarkLineComponent, SVGRenderer, TooltipComponent]);
+
+const PAPER_WIDTH = 660; // px, of a chart on A4 or letter paper
+
+function resultSection(data) {
+  const card = element('div', { class: 'card' },
+    element('p', { class: `verdict ${data.good ? 'good' : 'bad'}` }, data.verdict));
+  if (data.problems.length) {
+    card.append(element('ul', { class: 'problems', 'aria-label': 'Problems' },
+      ...data.problems.map((problem) => element('li', {}, problem))));
+  }
+  if (data.figures.length) {
+    const row = ({ name, before_nm: before, after_nm: after }) =>
+      element('tr', {}, element('th', { scope: 'row' }, name), element('td', {}, format(before)), element('td', {}, format(after)),
+        element('td', {}, before && after ? format(before / after) : '-'));
+    const head = ['rms, nm', 'before', 'after', 'times less'].map((text) => element('th', { scope: 'col' }, text));
+    card.append(element('table', {}, element('thead', {}, element('tr', {}, ...head)),
+      element('tbody', {}, ...data.figures.map(row))));
+  }
+  if (data.left_out.length) {
+    card.append(element('p', { class: 'note' }, 'Not in this report:'),
+      element('ul', { class: 'problems note' }, ...data.left_out.map((text) => element('li', {}, text))));
+  }
+  return element('section', { 'aria-label': 'Result' }, element('h2', {}, 'Result'), card);
+}
+
+function parameterSection(data) {
+  const tables = data.parameters.map(({ title, rows }) =>
+    element('div', { class: 'card parameters' },
+      element('table', {}, element('caption', {}, title),
+        element('tbody', {}, ...rows.map(([name, value]) =>
+          element('tr', {}, element('th', { scope: 'row' }, name), element('td', {}, value)))))));
+  return element('section', { 'aria-label': 'Parameters' }, element('h2', {}, 'Parameters'),
+    element('div', { class: 'columns' }, ...tables));
+}
+
+/** Left and right go from point to point. */
+function addKeys(chart, drawing, readout, drawn) {
+  let index = -1;
+  drawing.addEventListener('keydown', (event) => {
+    const { data } = chart.option().series[0];
+    const step = { ArrowRight: 1, ArrowLeft: -1, PageUp: 20, PageDown: -20 }[event.key];
+    if (event.key === 'Escape') {
+      drawn.dispatchAction({ type: 'hideTip' });
+      return;
+    }
+    if (step !== undefined) {
+      index = Math.max(0, Math.min(data.length - 1, index + step));
+    } else if (event.key === 'Home' || event.key === 'End') {
+      index = event.key === 'Home' ? 0 : data.length - 1;
+    } else {
+      return;
+    }
+    event.preventDefault();
+    drawn.dispatchAction({ type: 'showTip', seriesIndex: 0, dataIndex: index });
+    readout.textContent = describePoint(chart, chart.option(), index);
+  });
+  drawing.addEventListener('blur', () => drawn.dispatchAction({ type: 'hideTip' }));
+}
+
+function build(data) {
+  document.title = `ravelctl: ${data.title}`;
+  document.getElementById('title').textContent = data.title;
+  document.getElementById('subtitle').textContent = `${data.verdict}; ravelctl ${data.version}`;
+  document.getElementById('maker').textContent = `Written by ravelctl ${data.version}. This file needs no network.`;
+  const main = document.getElementById('main');
+  main.replaceChildren(resultSection(data));
+  if (data.mirror) {
+    main.append(mirrorSection(data));
+  }
+  const drawings = [];
+  const charts = chartsOf(data);
+  for (const group of new Set(charts.map((chart) => chart.group))) {
+    const columns = element('div', { class: 'columns' });
+    for (const chart of charts.filter((one) => one.group === group)) {
+      const made = chartFigure(chart);
+      columns.append(made.figure);
+      drawings.push({ chart, ...made });
+    }
+    main.append(element('section', { 'aria-label': group }, element('h2', {}, group), columns));
+  }
+  main.append(parameterSection(data));
+
+  const shown = {};
+  for (const { chart, drawing, readout } of drawings) {
+    const drawn = init(drawing, null, { renderer: 'svg' });
+    const draw = (printing) => {
+      drawn.resize(printing ? { width: PAPER_WIDTH } : { width: 'auto' });
+      const option = chart.option();
+      option.aria.label = { description: `${chart.title}. ${chart.summary} Arrow keys go from point to point.` };
+      drawn.setOption(option, true);
+    };
+    addKeys(chart, drawing, readout, drawn);
+    onTheme(draw);
+    new ResizeObserver(() => drawn.resize({ width: 'auto' })).observe(drawing);
+    shown[chart.name] = drawn;
+  }
+  startTheme();
+  window.ravelReport = { data, charts: shown }; // for the browser's console
+}
+
+build(JSON.parse(document.getElementById('report-data').textContent));

@@ -1,0 +1,300 @@
+#include "reportData.hpp"
+
+#include "controlLoop.hpp"
+#include "reportText.hpp"
+
+#include <lumo/mirrorsim/geometry.hpp>
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <utility>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+constexpr double NM_PER_UM = 1.0e3;
+constexpr std::size_t MOST_POINTS = 2000;  // of a series
+constexpr std::size_t MOST_SPECTRUM_POINTS = 500;
+constexpr int SHORTEST_SEGMENT = 64;
+constexpr int LONGEST_SEGMENT = 4096;
+constexpr int MOST_SEGMENTS = 32;  // bounds the work for recordings of hours
+// Under a Hann window the first bin still holds part of the mean that was taken away.
+constexpr std::size_t FIRST_BIN = 2;
+
+std::vector<double> Rounded(std::vector<double> values)
+{
+    std::transform(values.begin(), values.end(), values.begin(), RoundToDigits);
+    return values;
+}
+
+/// A modal coordinate of 1 um in nm of surface: modes are orthonormal over the actuator points.
+double SurfaceNmPerUm()
+{
+    return NM_PER_UM / std::sqrt(static_cast<double>(mirrorsim::NUM_PACT));
+}
+
+ThinnedSeries ThinSurface(const SurfaceLog& surface, double rate_hz)
+{
+    const std::vector<std::int64_t>& cycles = surface.GetCycles();
+    std::vector<float> rms_nm;
+    for (int sample = 0; sample < surface.GetNumSamples(); ++sample) {
+        double squares = 0.0;
+        for (const float height : surface.GetSurface(sample)) {
+            squares += static_cast<double>(height) * static_cast<double>(height);
+        }
+        rms_nm.push_back(static_cast<float>(std::sqrt(squares / mirrorsim::NUM_PACT) * NM_PER_UM));
+    }
+    const std::int64_t step = cycles.size() > 1 ? cycles[1] - cycles[0] : 1;
+    return Thin(rms_nm, static_cast<double>(step) / rate_hz, MOST_POINTS);
+}
+
+ModeSpectra MakeSpectra(const ReportSources& sources, const std::vector<double>& before,
+                        const std::vector<double>& after, double step_hz)
+{
+    ModeSpectra spectra;
+    spectra.resolution_hz = step_hz;
+    const std::vector<std::size_t> bins = LogSpacedBins(FIRST_BIN, before.size() - 1, MOST_SPECTRUM_POINTS);
+    std::vector<double> frequency_hz(before.size());
+    for (std::size_t bin = 0; bin < before.size(); ++bin) {
+        frequency_hz[bin] = step_hz * static_cast<double>(bin);
+    }
+    spectra.frequency_hz = MeanOfBins(frequency_hz, bins);
+    spectra.before = MeanOfBins(before, bins);
+    spectra.after = MeanOfBins(after, bins);
+
+    std::vector<ravelcore::PidFilterContext> channels;
+    ravelcore::PidFilterCopy(static_cast<float>(sources.plant.period_s), 0.0F, sources.pid_params, channels);
+    for (std::size_t i = 0; i < spectra.frequency_hz.size(); ++i) {
+        spectra.rejection_measured.push_back(std::sqrt(spectra.after[i] / spectra.before[i]));
+        spectra.rejection_computed.push_back(
+            std::abs(RejectionResponse(channels.front(), sources.plant, spectra.frequency_hz[i])));
+    }
+    for (std::vector<double>* values : {&spectra.frequency_hz, &spectra.before, &spectra.after,
+                                        &spectra.rejection_measured, &spectra.rejection_computed}) {
+        *values = Rounded(std::move(*values));
+    }
+    return spectra;
+}
+
+/// What only the recorded modes tell.
+void AddModes(const ReportSources& sources, ReportData& data)
+{
+    const RecordingPlan& recording = sources.recording_plan;
+    if (!recording.modes) {
+        data.left_out.emplace_back("Power spectra, rejection and the modes one by one: the modes were not recorded.");
+        return;
+    }
+    const RecordedModes modes(sources.slices.GetModesInRecorders(),
+                              sources.recordings.GetCycles() / recording.decimation, recording.loopback);
+    const LoopPlan& plan = sources.report.plan;
+    const SampleRange before{0, modes.FirstAt(plan.TimeOf(plan.open_cycles))};
+    const SampleRange after{modes.FirstAt(plan.TimeOf(plan.FirstJudgedCycle())), modes.GetNumSamples()};
+    ModeRms rms{Rounded(ComputeModeRms(modes, before)), Rounded(ComputeModeRms(modes, after))};
+    if (rms.before.empty() && rms.after.empty()) {
+        data.left_out.emplace_back("The modes one by one: none were recorded before the loop closed or after it had.");
+    } else {
+        data.mode_rms = std::move(rms);
+    }
+    const int length = SegmentLength(std::min(before.Count(), after.Count()), SHORTEST_SEGMENT, LONGEST_SEGMENT);
+    if (length == 0) {
+        data.left_out.push_back(fmt::format(
+            "Power spectra and rejection: they take at least {} recorded samples with the loop open and as many "
+            "closed, but there are {} and {}.",
+            SHORTEST_SEGMENT * 3 / 2, before.Count(), after.Count()));
+        return;
+    }
+    const double rate_hz = plan.rate_hz / recording.decimation;
+    data.spectra = MakeSpectra(sources, ComputeModeDensity(modes, before, length, rate_hz),
+                               ComputeModeDensity(modes, after, length, rate_hz), rate_hz / length);
+    if (recording.decimation > 1) {
+        data.left_out.push_back(fmt::format(
+            "Frequencies above {:g} Hz: one in {} cycles was recorded, and what is above that frequency appears below "
+            "it.",
+            0.5 * rate_hz, recording.decimation));
+    }
+}
+
+void AddMarks(const RunReport& report, ReportData& data)
+{
+    const LoopPlan& plan = report.plan;
+    if (report.cycles_done > plan.open_cycles) {
+        data.marks.push_back({plan.TimeOf(plan.open_cycles), "loop closes", false});
+    }
+    for (const ScriptEvent& event : report.script) {
+        const std::string refused = event.problem.empty() ? "" : "; refused: " + event.problem;
+        data.marks.push_back({event.time_s, event.what + refused, true});
+    }
+    if (report.cycles_done > plan.FirstJudgedCycle()) {
+        data.judged_s = plan.TimeOf(plan.FirstJudgedCycle());
+    }
+}
+
+}  // namespace
+
+MirrorFrames ChooseFrames(const SurfaceLog& surface, const LoopPlan& plan)
+{
+    constexpr int OPEN_FRAMES = 12;
+    constexpr int CLOSING_FRAMES = 24;
+    constexpr int CLOSED_FRAMES = 24;
+    const std::vector<std::int64_t>& logged = surface.GetCycles();
+    std::vector<std::size_t> chosen;
+    const auto choose = [&](std::int64_t begin, std::int64_t end, int count) {
+        for (int i = 1; i <= count; ++i) {
+            // The last sample up to that cycle, so that what is open stays open.
+            const std::int64_t cycle = begin + (end - begin) * i / count;
+            const auto after = std::upper_bound(logged.begin(), logged.end(), cycle) - logged.begin();
+            if (after > 0 && (chosen.empty() || static_cast<std::size_t>(after - 1) > chosen.back())) {
+                chosen.push_back(static_cast<std::size_t>(after - 1));
+            }
+        }
+    };
+    const std::int64_t closing_ends = std::min(plan.cycles - 1, plan.open_cycles + 2 * plan.lead_cycles);
+    choose(0, plan.open_cycles - 1, OPEN_FRAMES);
+    choose(plan.open_cycles - 1, closing_ends, CLOSING_FRAMES);
+    choose(closing_ends, plan.cycles - 1, CLOSED_FRAMES);
+
+    MirrorFrames frames;
+    for (const std::size_t sample : chosen) {
+        if (logged[sample] < plan.open_cycles) {
+            frames.before = frames.time_s.size();
+        }
+        const std::span<const float> heights_um = surface.GetSurface(static_cast<int>(sample));
+        std::vector<double> pistons(mirrorsim::NUM_SEGMENTS);
+        double squares = 0.0;
+        for (std::size_t i = 0; i < heights_um.size(); ++i) {
+            const double height_nm = static_cast<double>(heights_um[i]) * NM_PER_UM;
+            pistons[i / mirrorsim::NUM_PACT_PER_SEGMENT] += height_nm / mirrorsim::NUM_PACT_PER_SEGMENT;
+            squares += height_nm * height_nm;
+        }
+        frames.time_s.push_back(plan.TimeOf(logged[sample]));
+        frames.rms_nm.push_back(RoundToDigits(std::sqrt(squares / mirrorsim::NUM_PACT)));
+        frames.piston_nm.push_back(std::move(pistons));
+    }
+    return frames;
+}
+
+RecordedModes::RecordedModes(std::vector<const ravelcore::Recorder*> recorders, std::int64_t num_recorded,
+                             bool loopback)
+    : m_recorders(std::move(recorders))
+{
+    m_capacity = m_recorders.front()->GetNumSamples();
+    m_count = std::min(num_recorded, m_capacity);
+    m_first = loopback ? num_recorded - m_count : 0;
+    for (const ravelcore::Recorder* recorder : m_recorders) {
+        m_num_modes += static_cast<std::size_t>(recorder->GetSampleSize());
+        if (!loopback) {
+            m_count = std::min(m_count, static_cast<std::int64_t>(recorder->GetIndex()) + 1);
+        }
+    }
+}
+
+double RecordedModes::TimeOf(std::int64_t sample) const
+{
+    return m_recorders.front()->GetTimestamps()[static_cast<std::size_t>(SlotOf(sample))];
+}
+
+std::int64_t RecordedModes::FirstAt(double time_s) const
+{
+    constexpr double ROUNDING_S = 1.0e-9;
+    std::int64_t begin = 0;
+    std::int64_t end = m_count;
+    while (begin < end) {
+        const std::int64_t middle = begin + (end - begin) / 2;
+        if (TimeOf(middle) < time_s - ROUNDING_S) {
+            begin = middle + 1;
+        } else {
+            end = middle;
+        }
+    }
+    return begin;
+}
+
+std::vector<double> ComputeModeRms(const RecordedModes& modes, SampleRange range)
+{
+    if (range.Count() <= 0) {
+        return {};
+    }
+    std::vector<double> rms(modes.GetNumModes());
+    for (std::int64_t sample = range.begin; sample < range.end; ++sample) {
+        modes.ForModes(sample, 0, rms.size(), [&rms](std::size_t mode, double value) { rms[mode] += value * value; });
+    }
+    for (double& value : rms) {
+        value = std::sqrt(value / static_cast<double>(range.Count())) * SurfaceNmPerUm();
+    }
+    return rms;
+}
+
+std::vector<double> ComputeModeDensity(const RecordedModes& modes, SampleRange range, int length, double rate_hz)
+{
+    constexpr std::size_t MODES_AT_ONCE = 16;  // a cache line of a row
+    Welch welch(length, rate_hz);
+    const std::vector<std::int64_t> starts = SegmentStarts(range.Count(), length, MOST_SEGMENTS);
+    std::vector<std::vector<double>> series(MODES_AT_ONCE, std::vector<double>(static_cast<std::size_t>(length)));
+    for (const std::int64_t start : starts) {
+        for (std::size_t first = 0; first < modes.GetNumModes(); first += MODES_AT_ONCE) {
+            const std::size_t end = std::min(first + MODES_AT_ONCE, modes.GetNumModes());
+            for (int i = 0; i < length; ++i) {
+                modes.ForModes(range.begin + start + i, first, end, [&](std::size_t mode, double value) {
+                    series[mode - first][static_cast<std::size_t>(i)] = value;
+                });
+            }
+            for (std::size_t mode = first; mode < end; ++mode) {
+                welch.Add(series[mode - first]);
+            }
+        }
+    }
+    std::vector<double> density = welch.GetSum();
+    for (double& value : density) {
+        value *= SurfaceNmPerUm() * SurfaceNmPerUm() / static_cast<double>(starts.size());
+    }
+    return density;
+}
+
+ReportData CollectReport(const ReportSources& sources)
+{
+    const RunReport& report = sources.report;
+    const LoopPlan& plan = report.plan;
+    ReportData data;
+    data.title = "Run of " + report.started_utc;
+    data.version = report.version;
+    data.started_utc = report.started_utc;
+    data.verdict = Verdict(report);
+    data.is_good = report.problems.empty() && !report.interrupted && report.DidHold();
+    data.problems = report.problems;
+    if (report.mirror_was_seen) {
+        data.figures.push_back({"surface, controlled modes", report.controlled_rms_nm});
+        data.figures.push_back({"surface, total", report.surface_rms_nm});
+    }
+    data.figures.push_back({"edge sensors", report.edge_sensor_rms_nm});
+    AddMarks(report, data);
+
+    const double period_s = 1.0 / plan.rate_hz;
+    const SurfaceLog& surface = sources.loop.GetSurfaceLog();
+    if (surface.GetNumSamples() > 0) {
+        data.mirror = ChooseFrames(surface, plan);
+        data.surface = ThinSurface(surface, plan.rate_hz);
+    } else {
+        data.left_out.emplace_back(report.mirror_was_seen
+                                       ? "The mirror's surface: the run ended before the first cycle."
+                                       : "The mirror's surface: recorded frames were played back, which do not tell.");
+    }
+    if (!sources.loop.GetResidualsNm().empty()) {
+        data.residual = Thin(sources.loop.GetResidualsNm(), period_s, MOST_POINTS);
+        data.edge_sensors = Thin(sources.loop.GetEsRmsNm(), period_s, MOST_POINTS);
+    }
+    AddModes(sources, data);
+    data.crossover_hz = report.margins.crossover_hz;
+    if (const auto percentiles = sources.loop.GetCycleTimes().ComputePercentiles()) {
+        data.cycle_times = CycleTimes{CountDurations(sources.loop.GetCycleTimes().GetValuesUs(), report.missed_before),
+                                      *percentiles, period_s * 1.0e6, plan.paced, report.missed_cycles};
+    }
+    data.parameters = DescribeRun(sources);
+    data.parameters.push_back(DescribeMachine(report.blas));
+    return data;
+}
+
+}  // namespace lumo::ravelctl

@@ -1,0 +1,122 @@
+#include "reportText.hpp"
+
+#include "controlLoop.hpp"
+#include "gains.hpp"
+#include "recordingPlan.hpp"
+#include "resources.hpp"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+#include <sys/utsname.h>
+
+#include <cmath>
+#include <fstream>
+#include <utility>
+
+namespace lumo::ravelctl {
+
+namespace {
+
+ParameterGroup DescribeLoop(const RunReport& report)
+{
+    const LoopPlan& plan = report.plan;
+    ParameterGroup group{"Run", {}};
+    auto& rows = group.rows;
+    rows.emplace_back("cycle rate", fmt::format("{:g} Hz{}", plan.rate_hz, plan.paced ? "" : ", not paced"));
+    rows.emplace_back("cycles", fmt::format("{} of {}", report.cycles_done, plan.cycles));
+    rows.emplace_back("missed cycles", std::to_string(report.missed_cycles));
+    rows.emplace_back("loop closes at", fmt::format("{:g} s", plan.TimeOf(plan.open_cycles)));
+    rows.emplace_back("references led to 0 within", fmt::format("{:g} s", plan.TimeOf(plan.lead_cycles)));
+    rows.emplace_back("judged from", fmt::format("{:g} s", plan.TimeOf(plan.FirstJudgedCycle())));
+    rows.emplace_back("control modes", std::to_string(report.options.modes));
+    rows.emplace_back("workers", std::to_string(report.options.workers));
+    rows.emplace_back("seed", std::to_string(report.options.seed));
+    for (const mirrorsim::Tone& tone : report.options.tones) {
+        rows.emplace_back(
+            "tone", fmt::format("mode {}, {:g} Hz, {:g} nm", tone.mode, tone.frequency_hz, tone.amplitude_um * 1.0e3));
+    }
+    for (const auto& [name, file] : {std::pair("edge sensors played from", report.options.play.es),
+                                     std::pair("actuators played from", report.options.play.pact),
+                                     std::pair("references injected from", report.options.inject.file),
+                                     std::pair("script", report.options.script)}) {
+        if (!file.empty()) {
+            rows.emplace_back(name, file.string());
+        }
+    }
+    rows.emplace_back("limited commands", std::to_string(report.limited_commands));
+    rows.emplace_back("commands not finite", std::to_string(report.commands_not_finite));
+    rows.emplace_back("output", report.options.output.string());
+    rows.emplace_back("files", fmt::format("{}", fmt::join(report.files, ", ")));
+    return group;
+}
+
+std::string DescribeRecorded(const RecordingPlan& plan)
+{
+    std::vector<std::string> what;
+    for (const auto& [is_recorded, name] :
+         {std::pair(plan.modes, "modes"), std::pair(plan.es, "edge sensors"), std::pair(plan.pact, "actuators")}) {
+        if (is_recorded) {
+            what.emplace_back(name);
+        }
+    }
+    return fmt::format("{}{}{}", fmt::join(what, ", "),
+                       plan.decimation > 1 ? fmt::format("; one in {} cycles", plan.decimation) : "",
+                       plan.loopback ? fmt::format("; the last {} samples", plan.capacity) : "");
+}
+
+ParameterGroup DescribeDesign(const ReportSources& sources)
+{
+    const LoopDesign design = DesignFor(sources.report.plan.rate_hz);
+    const Margins& margins = sources.report.margins;
+    ParameterGroup group{"Loop design", {}};
+    auto& rows = group.rows;
+    rows.emplace_back("crossover designed", fmt::format("{:g} Hz", design.crossover_hz));
+    rows.emplace_back("crossover", fmt::format("{:.1f} Hz", margins.crossover_hz));
+    rows.emplace_back("phase margin", fmt::format("{:.0f} deg", margins.phase_margin_deg));
+    rows.emplace_back("gain margin", std::isfinite(margins.gain_margin_db)
+                                         ? fmt::format("{:.1f} dB", margins.gain_margin_db)
+                                         : "no limit");
+    rows.emplace_back("set-point filter", fmt::format("{:g} Hz", design.setpoint_filter_hz));
+    rows.emplace_back("anti-windup tracking time", fmt::format("{:g} s", design.tracking_time_s));
+    rows.emplace_back("command delay", fmt::format("{} cycle(s)", sources.plant.delay_cycles));
+    rows.emplace_back("actuators' lag per cycle", fmt::format("{:.4f}", sources.plant.lag_coefficient));
+    return group;
+}
+
+/// The value after "model name : " in the kernel's list of processors.
+std::string ProcessorModel()
+{
+    std::ifstream stream("/proc/cpuinfo");
+    for (std::string line; std::getline(stream, line);) {
+        const std::size_t colon = line.find(": ");
+        if (line.starts_with("model name") && colon != std::string::npos) {
+            return line.substr(colon + 2);
+        }
+    }
+    return "unknown";
+}
+
+}  // namespace
+
+std::vector<ParameterGroup> DescribeRun(const ReportSources& sources)
+{
+    std::vector<ParameterGroup> groups{DescribeLoop(sources.report), DescribeDesign(sources)};
+    groups.front().rows.emplace_back("recorded", DescribeRecorded(sources.recording_plan));
+    return groups;
+}
+
+ParameterGroup DescribeMachine(const std::string& blas)
+{
+    ParameterGroup group{"Machine", {}};
+    group.rows.emplace_back("processor", fmt::format("{}, {} usable", ProcessorModel(), AllowedCpus().size()));
+    utsname system{};
+    if (uname(&system) == 0) {
+        group.rows.emplace_back(
+            "kernel", fmt::format("{} {} {}", static_cast<const char*>(system.sysname),
+                                  static_cast<const char*>(system.release), static_cast<const char*>(system.machine)));
+    }
+    group.rows.emplace_back("linear algebra", blas);
+    return group;
+}
+
+}  // namespace lumo::ravelctl
