@@ -2,7 +2,7 @@
 
 verifyRun.py, beside this file, checks each run; the rest is what needs to know how the run was made.
 
-usage: readback.py RAVELCTL MATRICES FITSVERIFY
+usage: readback.py RAVELCTL MATRICES FITSVERIFY [report.html, where RAVELCTL writes it]
 """
 
 import json
@@ -51,7 +51,7 @@ def read_table(path, columns):
 def check_run(folder, workers):
     subprocess.run([sys.executable, "-B", pathlib.Path(__file__).with_name("verifyRun.py"), folder], check=True)
     files = sorted(path.name for path in folder.iterdir())
-    expect(folder, "files", files, sorted(MODE_FILES + ["gains.fits", "config.toml", "summary.json"]))
+    expect(folder, "files", files, sorted(MODE_FILES + ["gains.fits", "config.toml", "summary.json"] + sys.argv[4:]))
     summary = json.loads((folder / "summary.json").read_text())
     expect(folder, "files in the summary", sorted(summary["files"]), files)
     for key, value in {"cycles": CYCLES, "rate_hz": RATE_HZ, "modes": MODES, "workers": workers, "seed": 7}.items():

@@ -1,6 +1,7 @@
 #include "support/runInProcess.hpp"
 
 #include "controller.hpp"
+#include "htmlReport.hpp"
 #include "support/quietLog.hpp"
 
 #include <chrono>
@@ -34,6 +35,19 @@ FinishedRun RunInProcess(const RunOptions& options)
     controller.Stop();
     controller.Save();
     return {controller.GetReport(), controller.GetExitStatus(), out.str()};
+}
+
+std::vector<std::string> FilesOfRun(const std::vector<std::string>& before, const std::vector<std::string>& gains)
+{
+    std::vector<std::string> files = before;
+    files.insert(files.end(), MODE_FILES.begin(), MODE_FILES.end());
+    files.insert(files.end(), gains.begin(), gains.end());
+    files.emplace_back("config.toml");
+    if (!ReportTemplate().empty()) {
+        files.emplace_back("report.html");
+    }
+    files.emplace_back("summary.json");
+    return files;
 }
 
 }  // namespace lumo::ravelctl::test

@@ -1,0 +1,311 @@
+"""Opens the pages of two short runs in a browser and compares what is drawn with the runs' files.
+
+The expected figures are worked out here, from the recordings, by other means than the program's.
+
+usage: reportBrowserTest.py RAVELCTL MATRICES CHROMIUM CHROMEDRIVER
+"""
+
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+import numpy
+from astropy.io import fits
+from selenium import webdriver
+from selenium.webdriver import ActionChains
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import WebDriverWait
+
+MODES = 40
+RATE_HZ = 250
+CYCLES = 1000
+OPEN_CYCLES = 300
+JUDGED_CYCLE = 650
+SEGMENTS = 798
+NUM_PACT = 2394
+SEGMENT_LENGTH = 128  # the longest power of two of which two that overlap by half fit into the open cycles
+NM_PER_UM = 1e3 / numpy.sqrt(NUM_PACT)  # surface of a mode
+CHARTS = {"residual", "edge_sensors", "spectra", "rejection", "modes", "cycle_times"}
+SCRIPT = '[[at]]\ntime = 2\ngains = { modes = "0-39", kp = 0.3 }\n'
+
+
+def expect(condition, message):
+    if not condition:
+        sys.exit(f"reportBrowserTest: {message}")
+
+
+def expect_close(what, found, expected, tolerance=2e-3):
+    found, expected = numpy.array(found, dtype=float), numpy.array(expected, dtype=float)
+    expect(found.shape == expected.shape, f"{what}: {found.shape} values, expected {expected.shape}")
+    error = numpy.abs(found - expected).max() / numpy.abs(expected).max()
+    expect(error < tolerance, f"{what}: off by {error} of the largest")
+
+
+def run(ravelctl, matrices, folder, *more):
+    command = [ravelctl, "run", "--quiet", "--as-fast-as-possible", "--matrices", matrices, "--output", str(folder)]
+    command += ["--modes", str(MODES), "--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ)]
+    command += ["--open-loop", str(OPEN_CYCLES / RATE_HZ), *more]
+    subprocess.run(command, check=True)
+
+
+def welch(modes):
+    """Density of all modes together, nm^2 of surface per hertz, from the third frequency on to the last but one."""
+    window = numpy.hanning(SEGMENT_LENGTH + 1)[:-1]
+    densities = []
+    for start in range(0, len(modes) - SEGMENT_LENGTH + 1, SEGMENT_LENGTH // 2):
+        part = modes[start : start + SEGMENT_LENGTH]
+        spectrum = numpy.fft.rfft((part - part.mean(axis=0)) * window[:, None], axis=0)
+        densities.append(2 * (numpy.abs(spectrum) ** 2).sum(axis=1) / (RATE_HZ * (window**2).sum()))
+    return numpy.mean(densities, axis=0)[2:-1] * NM_PER_UM**2
+
+
+class Browser:
+    def __init__(self, chromium, chromedriver):
+        options = webdriver.ChromeOptions()
+        options.binary_location = chromium
+        for argument in ("--headless=new", "--disable-gpu", "--disable-dev-shm-usage"):
+            options.add_argument(argument)
+        if os.geteuid() == 0:
+            options.add_argument("--no-sandbox")  # which root has not
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        self.driver = webdriver.Chrome(service=Service(chromedriver), options=options)
+
+    def open(self, page, width, scheme):
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                    {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False})
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia",
+                                    {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+        self.driver.get(page.as_uri())
+        self.wait("the page's script", lambda: self.js("return !!window.ravelReport"))
+
+    def js(self, script, *arguments):
+        return self.driver.execute_script(script, *arguments)
+
+    def wait(self, what, condition):
+        WebDriverWait(self.driver, 20).until(lambda _: condition(), f"waited for {what}")
+
+    def find(self, selector):
+        return self.driver.find_element(By.CSS_SELECTOR, selector)
+
+    def texts(self, selector):
+        return [found.text for found in self.driver.find_elements(By.CSS_SELECTOR, selector)]
+
+    def focus(self, selector):
+        """Goes to an element as the tabulator does, and gives it."""
+        found = self.find(selector)
+        self.js("arguments[0].scrollIntoView({block: 'center'}); arguments[0].focus()", found)
+        expect(self.js("return document.activeElement === arguments[0]", found), f"{selector} takes no focus")
+        return found
+
+    def press(self, *keys):
+        ActionChains(self.driver).send_keys(*keys).perform()
+
+    def series(self, chart):
+        """Names and data of what a chart draws."""
+        return self.js("return ravelReport.charts[arguments[0]].getOption().series.map(s => [s.name, s.data])", chart)
+
+    def fills(self, which):
+        return self.js("return [...document.querySelectorAll('.map')[arguments[0]].querySelectorAll('polygon')]"
+                       ".sort((a, b) => a.dataset.segment - b.dataset.segment).map(p => getComputedStyle(p).fill)", which)
+
+
+def check_layout(browser, width, scheme, charts):
+    where = f"at {width} px, {scheme}"
+    overflow = browser.js("return [document.documentElement.scrollWidth, window.innerWidth]")
+    expect(overflow[0] <= overflow[1] == width, f"{where}: the page is {overflow[0]} px wide")
+    expect(browser.js("return document.documentElement.dataset.theme") == scheme, f"{where}: another theme")
+    light = browser.js("return getComputedStyle(document.body).backgroundColor.match(/\\d+/g).map(Number)[0] > 128")
+    expect(light == (scheme == "light"), f"{where}: the background is not {scheme}")
+    expect(set(browser.js("return Object.keys(ravelReport.charts)")) == charts, f"{where}: not the charts expected")
+    for chart in charts:
+        box, svg, shapes, label = browser.js(
+            """const box = document.getElementById('chart-' + arguments[0]);
+            const card = box.closest('.card').getBoundingClientRect();
+            const svg = box.querySelector('svg').getBoundingClientRect();
+            const shapes = [...box.querySelectorAll('svg path')].map(p => p.getBoundingClientRect())
+                .filter(r => r.width > 3 && r.height > 3);
+            return [[card.left, card.right], [svg.left, svg.right], shapes.length, box.getAttribute('aria-label')];""",
+            chart)
+        expect(box[0] <= svg[0] < svg[1] <= box[1], f"{where}: {chart} is drawn from {svg} in {box}")
+        expect(shapes > 0, f"{where}: {chart} has no shape")
+        expect(label, f"{where}: {chart} has no label")
+
+
+def check_console(browser):
+    expect(browser.js("return performance.getEntriesByType('resource').length") == 0, "the page fetched something")
+    log = browser.driver.get_log("browser")
+    expect(not log, f"the browser's console says {log}")
+
+
+def check_figures(browser, folder):
+    """Every chart's data against the run's own files."""
+    summary = json.loads((folder / "summary.json").read_text())
+    modes = fits.getdata(folder / "modes_in.fits", 1)["modes_in"].astype(float)
+    before, after = modes[:OPEN_CYCLES], modes[JUDGED_CYCLE:]
+
+    (_, residual), *_ = browser.series("residual")
+    expect_close("times of the residual", [point[0] for point in residual], numpy.arange(CYCLES) / RATE_HZ)
+    expect_close("the residual", [point[1] for point in residual], numpy.sqrt((modes**2).sum(axis=1)) * NM_PER_UM)
+    ((_, sensors),) = browser.series("edge_sensors")
+    judged = numpy.array([point[1] for point in sensors[JUDGED_CYCLE:]], dtype=float)
+    expect_close("the edge sensors", [numpy.sqrt((judged**2).mean())], [summary["edge_sensor_rms_nm"]["after"]])
+
+    spectra = dict(browser.series("spectra"))
+    frequencies = numpy.arange(2, SEGMENT_LENGTH // 2) * RATE_HZ / SEGMENT_LENGTH
+    expect_close("the frequencies", [point[0] for point in spectra["before"]], frequencies)
+    densities = {name: welch(part) for name, part in (("before", before), ("after", after))}
+    for name, density in densities.items():
+        expect_close(f"the logarithm of the density {name}", numpy.log([point[1] for point in spectra[name]]),
+                     numpy.log(density))
+    rejection = dict(browser.series("rejection"))
+    expect_close("the measured rejection", [point[1] for point in rejection["measured"]],
+                 10 * numpy.log10(densities["after"] / densities["before"]), 5e-3)
+    expect(len(rejection["computed"]) == len(frequencies), "the computed rejection has other frequencies")
+
+    per_mode = dict(browser.series("modes"))
+    for name, part in (("before", before), ("after", after)):
+        expect_close(f"the modes {name}", [point[1] for point in per_mode[name]],
+                     numpy.sqrt((part**2).mean(axis=0)) * NM_PER_UM)
+    cycle_times = dict(browser.series("cycle_times"))
+    expect(sum(count for _, _, count in cycle_times["cycles"]) == summary["cycles"] == CYCLES, "not every cycle counts")
+    bars = browser.js("return document.querySelectorAll('#chart-cycle_times svg path[fill=\"#0063a3\"]').length")
+    expect(bars >= len(cycle_times["cycles"]), f"{bars} bars for {len(cycle_times['cycles'])} counts")
+
+    marks = browser.js("return ravelReport.charts.residual.getOption().series[0].markLine.data.map(m => m.xAxis)")
+    expect(marks == [OPEN_CYCLES / RATE_HZ, 2], f"marks at {marks}")
+    expect("loop closes" in browser.find("#chart-residual").get_attribute("textContent"), "no mark where the loop closes")
+    expect(any("kp = 0.3" in text for text in browser.texts("figcaption p")), "the script's step is not named")
+    figures = {row.split(" ", 1)[0]: row for row in browser.texts("section[aria-label=Result] tbody tr")}
+    expect(f"{summary['edge_sensor_rms_nm']['before']:.1f}" in figures["edge"], f"the result says {figures}")
+    expect("the loop held" in browser.find(".verdict").text, "another verdict")
+    parameters = " ".join(browser.texts(".parameters tr"))
+    for text in (f"control modes {MODES}", f"cycle rate {RATE_HZ} Hz", "phase margin", "kernel Linux", summary["blas"]):
+        expect(text in parameters, f"the parameters do not say {text}")
+
+
+def segment_text(browser):
+    return browser.find("section[aria-label='The mirror'] .readout").text
+
+
+def check_mirror(browser):
+    mirror = browser.js("return ravelReport.data.mirror")
+    for which in (0, 1):
+        fills = browser.fills(which)
+        expect(len(fills) == SEGMENTS, f"map {which} has {len(fills)} hexagons")
+        expect(len(set(fills)) > 50, f"map {which} has {len(set(fills))} colours only")
+        ticks = browser.js("return [...document.querySelectorAll('.legend .ticks')[arguments[0]].children]"
+                           ".map(t => t.textContent)", which)
+        expect(len(ticks) == 5 and ticks[2] == "0" and ticks[4].endswith("nm"), f"the legend says {ticks}")
+    # The largest errors have the deepest colours of their side.
+    before = mirror["piston_tenths_nm"][mirror["before"]]
+    fills = browser.fills(0)
+    high, low = fills[before.index(max(before))], fills[before.index(min(before))]
+    channels = [[int(part) for part in re.findall(r"\d+", fill)] for fill in (high, low)]
+    expect(channels[0][0] > channels[0][2] and channels[1][2] > channels[1][0], f"the extremes are {high} and {low}")
+
+    slider = browser.focus("input[type=range]")
+    last = int(slider.get_attribute("value"))
+    expect(last == len(mirror["time_s"]) - 1, "the slider does not begin at the end")
+    old = browser.fills(1)
+    browser.press(Keys.HOME)
+    expect(slider.get_attribute("value") == "0", "the slider does not listen to the keyboard")
+    expect(browser.fills(1) != old, "the slider changes no colour")
+    expect(slider.get_attribute("aria-valuetext").startswith("0 s,"), slider.get_attribute("aria-valuetext"))
+
+    browser.focus(".controls button")
+    browser.press(Keys.ENTER)
+    expect(browser.find(".controls button").text == "Pause", "it does not play")
+    browser.wait("the next moments", lambda: int(slider.get_attribute("value")) >= 2)
+    browser.press(Keys.SPACE)
+    expect(browser.find(".controls button").text == "Play", "it does not pause")
+    moment = int(slider.get_attribute("value"))
+
+    browser.focus(".map:nth-child(2) svg")
+    browser.press(Keys.ARROW_RIGHT)
+    browser.press(Keys.ARROW_UP)
+    q, r = mirror["segments"][0]
+    segment = mirror["segments"].index([q, r + 1])
+    text = segment_text(browser)
+    expect(text.startswith(f"Segment {segment} (q {q}, r {r + 1}): "), f"the keyboard leads to {text}")
+    value = mirror["piston_tenths_nm"][moment][segment] / 10
+    shown = float(re.search(r"before, ([−\d.]+) nm at", text)[1].replace("−", "-"))
+    expect(abs(shown - value) <= 0.006 * abs(value), f"{text}: expected {value}")
+
+    hexagon = browser.find(".map polygon[data-segment='400']")
+    browser.js("arguments[0].scrollIntoView({block: 'center'})", hexagon)
+    ActionChains(browser.driver).move_to_element(hexagon).perform()
+    expect(browser.find(".tip").text.startswith("Segment 400 (q "), f"the pointer shows {browser.find('.tip').text}")
+
+
+def check_keyboard(browser, charts):
+    for chart in charts:
+        browser.focus(f"#chart-{chart}")
+        browser.press(Keys.HOME)
+        browser.press(Keys.ARROW_RIGHT)
+        told = browser.js("return document.getElementById('chart-' + arguments[0]).parentElement"
+                          ".querySelector('.readout').textContent", chart)
+        expect(re.search(r"\d", told), f"{chart} tells {told!r} to the keyboard")
+        details = browser.find(f"#chart-{chart} ~ details")
+        browser.js("arguments[0].firstChild.scrollIntoView({block: 'center'})", details)
+        details.find_element(By.TAG_NAME, "summary").send_keys(Keys.ENTER)
+        count = "return arguments[0].querySelectorAll('tbody tr').length"
+        browser.wait(f"the table of {chart}", lambda: browser.js(count, details) > 0)
+        expect(browser.js(count, details) >= len(browser.series(chart)[0][1]), f"the table of {chart} is short")
+    outline = browser.js("const b = document.getElementById('theme'); b.focus({focusVisible: true});"
+                         "return getComputedStyle(b).outlineStyle")
+    expect(outline == "solid", "the focus cannot be seen")
+    theme = browser.js("return document.documentElement.dataset.theme")
+    browser.press(Keys.ENTER)
+    expect(browser.js("return document.documentElement.dataset.theme") != theme, "the theme does not change")
+
+
+def check_paper(browser):
+    """The printed charts fit and are light."""
+    browser.js("window.dispatchEvent(new Event('beforeprint'))")
+    expect(browser.js("return document.documentElement.dataset.theme") == "light", "paper is not dark")
+    widths = browser.js("return [...document.querySelectorAll('.chart svg')].map(s => s.getBoundingClientRect().width)")
+    expect(max(widths) < 700, f"charts of {widths} px do not fit on paper")
+    browser.js("window.dispatchEvent(new Event('afterprint'))")
+    expect(browser.js("return document.documentElement.dataset.theme") == "dark", "the screen is not dark again")
+
+
+def main():
+    ravelctl, matrices, chromium, chromedriver = sys.argv[1:5]
+    with tempfile.TemporaryDirectory(prefix="ravelctl-browser-") as directory:
+        folder = pathlib.Path(directory) / "run <!-- & </script> #1"
+        script = pathlib.Path(directory) / "changes.toml"
+        script.write_text(SCRIPT)
+        run(ravelctl, matrices, folder, "--script", str(script))
+        frames = pathlib.Path(directory) / "frames"
+        run(ravelctl, matrices, frames, "--record", "es")
+        browser = Browser(chromium, chromedriver)
+        try:
+            for width in (1280, 390):
+                for scheme in ("light", "dark"):
+                    browser.open(folder / "report.html", width, scheme)
+                    check_layout(browser, width, scheme, CHARTS)
+                    check_console(browser)
+                    if scheme == "light":
+                        check_figures(browser, folder)
+                        check_mirror(browser)
+                        check_keyboard(browser, CHARTS)
+                    else:
+                        check_paper(browser)
+                    check_console(browser)
+            recorded = {"residual", "edge_sensors", "cycle_times"}
+            browser.open(frames / "report.html", 390, "dark")
+            check_layout(browser, 390, "dark", recorded)
+            expect("were not recorded" in " ".join(browser.texts(".note li")), "it does not say what is left out")
+            check_console(browser)
+        finally:
+            browser.driver.quit()
+    print("the pages show what the runs' files say")
+
+
+main()
