@@ -8,6 +8,7 @@ if(NOT RAVEL_NPM OR NOT RAVEL_NODE)
     return()
 endif()
 
+set(RAVEL_REPORT_FILE report.html)  # in the output of every run
 set(report_source "${CMAKE_CURRENT_SOURCE_DIR}/report")
 set(report_build "${CMAKE_CURRENT_BINARY_DIR}/report")
 set(report_page "${report_build}/page.html")

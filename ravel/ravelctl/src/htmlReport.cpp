@@ -139,6 +139,7 @@ std::string ReportJson(const ReportData& data)
                  {"problems", data.problems},
                  {"figures", FiguresToJson(data.figures)},
                  {"marks", MarksToJson(data.marks)},
+                 {"end_s", ToJson(data.end_s)},
                  {"judged_s", ToJson(data.judged_s)},
                  {"crossover_hz", ToJson(data.crossover_hz)}};
     AddSection("mirror", data.mirror, json);

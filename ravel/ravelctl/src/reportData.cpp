@@ -137,13 +137,13 @@ void AddMarks(const RunReport& report, ReportData& data)
 
 MirrorFrames ChooseFrames(const SurfaceLog& surface, const LoopPlan& plan)
 {
-    constexpr int OPEN_FRAMES = 12;
+    constexpr int OPEN_FRAMES = 11;
     constexpr int CLOSING_FRAMES = 24;
     constexpr int CLOSED_FRAMES = 24;
     const std::vector<std::int64_t>& logged = surface.GetCycles();
     std::vector<std::size_t> chosen;
     const auto choose = [&](std::int64_t begin, std::int64_t end, int count) {
-        for (int i = 1; i <= count; ++i) {
+        for (int i = 0; i <= count; ++i) {
             // The last sample up to that cycle, so that what is open stays open.
             const std::int64_t cycle = begin + (end - begin) * i / count;
             const auto after = std::upper_bound(logged.begin(), logged.end(), cycle) - logged.begin();
@@ -271,6 +271,7 @@ ReportData CollectReport(const ReportSources& sources)
     }
     data.figures.push_back({"edge sensors", report.edge_sensor_rms_nm});
     AddMarks(report, data);
+    data.end_s = plan.TimeOf(report.cycles_done);
 
     const double period_s = 1.0 / plan.rate_hz;
     const SurfaceLog& surface = sources.loop.GetSurfaceLog();

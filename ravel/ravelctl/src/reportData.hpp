@@ -90,6 +90,7 @@ struct ReportData
     std::vector<std::string> problems;
     std::vector<ReportFigure> figures;
     std::vector<ReportMark> marks;
+    std::optional<double> end_s;     // of the charts over time
     std::optional<double> judged_s;  // from where the figures after are taken
     std::optional<MirrorFrames> mirror;
     std::optional<ThinnedSeries> residual;      // controlled modes as measured, nm of surface

@@ -15,7 +15,8 @@ function axis(name, more = {}) {
     nameGap: 30,
     nameTextStyle: { color: text, fontSize: 12 },
     axisLabel: { color: quiet, fontSize: 12, hideOverlap: true },
-    axisLine: { show: true, lineStyle: { color: quiet } },
+    axisLine: { show: true, onZero: false, lineStyle: { color: quiet } },
+    axisTick: { lineStyle: { color: quiet } },
     splitLine: { lineStyle: { color: line } },
     ...more,
   };
@@ -26,14 +27,16 @@ function logAxis(name, more = {}) {
   return { ...plain, type: 'log', axisLabel: { formatter: formatPower, ...plain.axisLabel, ...more.axisLabel } };
 }
 
-function base(x, y, series) {
+/** `symbols`: the series are single points rather than lines. */
+function base(x, y, series, symbols = false) {
   const { text, quiet, card } = colours();
   return {
     animation: false,
     aria: { enabled: true },
     textStyle: { fontFamily: 'system-ui, "DejaVu Sans", sans-serif' },
     grid: { left: 66, right: 18, top: 44, bottom: 48 },
-    legend: { top: 0, left: 0, right: 0, textStyle: { color: text, fontSize: 12 }, itemWidth: 28, inactiveColor: quiet },
+    legend: { top: 0, left: 0, textStyle: { color: text, fontSize: 12 }, itemWidth: 28, inactiveColor: quiet,
+      itemStyle: { opacity: symbols ? 1 : 0 } },
     tooltip: {
       trigger: 'axis',
       confine: true,
@@ -53,7 +56,7 @@ function line(name, data, colour, more = {}) {
     type: 'line',
     name,
     data,
-    showSymbol: false,
+    symbol: 'none',
     connectNulls: false,
     emphasis: { disabled: true },
     itemStyle: { color: colour },
@@ -122,7 +125,10 @@ function timeChart(data, lines) {
       }));
     }
   });
-  const option = base(axis('time, s', { min: 0 }), logAxis('rms, nm'), series);
+  const known = lines.flatMap(({ series: { rms } }) => rms).filter((value) => value > 0);
+  const spread = Math.max(...known) / Math.min(...known);
+  const y = spread > 10 ? logAxis('rms, nm') : axis('rms, nm', { min: 0 });
+  const option = base(axis('time, s', { min: 0, max: data.end_s }), y, series);
   option.legend.data = lines.map(({ name }) => name);
   return option;
 }
@@ -241,10 +247,11 @@ function modeChart(data) {
     title: 'Rms of each measured mode',
     summary: `${indices.length} modes, the least stiff ones first. Before: ${range(before)} nm of surface; after: ${range(after)} nm.`,
     notes: [],
-    option: () => base(axis('mode', { min: 0, max: indices.length, minInterval: 1 }), logAxis('rms, nm'), [
-      line('before', points(before), colours().before, { lineStyle: { type: 'dashed', width: 1.2 } }),
-      line('after', points(after), colours().after, { lineStyle: { width: 1.2 } }),
-    ]),
+    option: () => base(axis('mode', { min: 0, max: indices.length - 1, minInterval: 1 }), logAxis('rms, nm'), [
+      // One by one: neighbours have nothing to do with each other.
+      line('before', points(before), colours().before, { symbol: 'circle', symbolSize: 4, lineStyle: { width: 0 } }),
+      line('after', points(after), colours().after, { symbol: 'diamond', symbolSize: 5, lineStyle: { width: 0 } }),
+    ], true),
     table: {
       columns: ['mode', 'before, nm', 'after, nm'],
       rows: () => indices.map((index) => [String(index), before[index] ?? null, after[index] ?? null]),
@@ -288,6 +295,7 @@ function cycleChart(data) {
         logAxis('time, µs', { min: edges[0], max: Math.max(edges[edges.length - 1], cycle.paced ? 1.1 * cycle.deadline_us : 0) }),
         logAxis('cycles', { min: FLOOR, axisLabel: { formatter: (value) => (value < 1 ? '' : formatPower(value)) } }),
         [all, ...(cycle.missed > 0 ? [late] : [])],
+        true,
       );
       option.tooltip.trigger = 'item';
       option.tooltip.formatter = ({ seriesName, value }) => `${format(value[0])} to ${format(value[1])} µs<br>${seriesName}: ${value[2]}`;

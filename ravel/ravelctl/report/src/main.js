@@ -72,8 +72,8 @@ function addKeys(chart, drawing, readout, drawn) {
 
 function build(data) {
   document.title = `ravelctl: ${data.title}`;
-  document.getElementById('title').textContent = data.title;
-  document.getElementById('subtitle').textContent = `${data.verdict}; ravelctl ${data.version}`;
+  document.getElementById('title').textContent = data.title.replace(/T(\d\d:\d\d:\d\d)Z/, ' $1 UTC');
+  document.getElementById('subtitle').textContent = `ravelctl ${data.version}: ${data.verdict}`;
   document.getElementById('maker').textContent = `Written by ravelctl ${data.version}. This file needs no network.`;
   const main = document.getElementById('main');
   main.replaceChildren(resultSection(data));
@@ -83,8 +83,9 @@ function build(data) {
   const drawings = [];
   const charts = chartsOf(data);
   for (const group of new Set(charts.map((chart) => chart.group))) {
-    const columns = element('div', { class: 'columns' });
-    for (const chart of charts.filter((one) => one.group === group)) {
+    const grouped = charts.filter((one) => one.group === group);
+    const columns = element('div', { class: grouped.length > 1 ? 'columns' : '' });
+    for (const chart of grouped) {
       const made = chartFigure(chart);
       columns.append(made.figure);
       drawings.push({ chart, ...made });

@@ -25,7 +25,7 @@ const DARK = {
   third: '#3fd0a8',
   mark: '#cbb2f7',
   missed: '#f0a830',
-  diverging: ['#b9e2ff', '#5fb0ee', '#2a648f', '#262b31', '#8f4d17', '#ee8a35', '#ffdcb8'],
+  diverging: ['#b9e2ff', '#5fb0ee', '#2f6b98', '#363d46', '#96521b', '#ee8a35', '#ffdcb8'],
 };
 
 const listeners = [];
