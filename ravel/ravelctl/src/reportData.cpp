@@ -103,8 +103,9 @@ void AddModes(const ReportSources& sources, ReportData& data)
     if (length == 0) {
         data.left_out.push_back(fmt::format(
             "Power spectra and rejection: they take at least {} recorded samples with the loop open and as many "
-            "closed, but there are {} and {}.",
-            SHORTEST_SEGMENT * 3 / 2, before.Count(), after.Count()));
+            "closed, but there are {} and {}{}.",
+            SHORTEST_SEGMENT * 3 / 2, before.Count(), after.Count(),
+            sources.report.script.empty() ? "" : "; what a script saves is recorded no longer"));
         return;
     }
     const double rate_hz = plan.rate_hz / recording.decimation;

@@ -130,6 +130,7 @@ function timeChart(data, lines) {
   const y = spread > 10 ? logAxis('rms, nm') : axis('rms, nm', { min: 0 });
   const option = base(axis('time, s', { min: 0, max: data.end_s }), y, series);
   option.legend.data = lines.map(({ name }) => name);
+  option.grid.top = lines.length > 1 ? 64 : 48; // the names may take a line each, and the steps' numbers are below them
   return option;
 }
 
@@ -160,7 +161,7 @@ export function chartsOf(data) {
       title: 'Residual of the surface',
       summary: `Controlled modes: ${beforeAfter(data, 'surface, controlled modes') || range(data.residual.rms) + ' nm rms'}.${closes}` +
         (data.judged_s === null ? '' : ` After means from ${format(data.judged_s)} s on.`),
-      notes: steps.map((step, index) => `${index + 1}: ${format(step.time_s)} s, ${step.what}`),
+      notes: steps.map((step) => `${format(step.time_s)} s, ${step.what}`),
       option: () => timeChart(data, lines()),
       table: timeTable(lines()),
     });
@@ -241,16 +242,21 @@ function modeChart(data) {
   const { before, after } = data.mode_rms_nm;
   const indices = (before.length ? before : after).map((_, index) => index);
   const points = (values) => pairs(indices, values);
+  const said = (values) => (values.length ? `${range(values)} nm` : 'not recorded');
   return {
     name: 'modes',
     group: 'Modes',
     title: 'Rms of each measured mode',
-    summary: `${indices.length} modes, the least stiff ones first. Before: ${range(before)} nm of surface; after: ${range(after)} nm.`,
+    summary: `${indices.length} modes, the least stiff ones first; of surface, before: ${said(before)}; after: ${said(after)}.`,
     notes: [],
     option: () => base(axis('mode', { min: 0, max: indices.length - 1, minInterval: 1 }), logAxis('rms, nm'), [
       // One by one: neighbours have nothing to do with each other.
-      line('before', points(before), colours().before, { symbol: 'circle', symbolSize: 4, lineStyle: { width: 0 } }),
-      line('after', points(after), colours().after, { symbol: 'diamond', symbolSize: 5, lineStyle: { width: 0 } }),
+      ...(before.length
+        ? [line('before', points(before), colours().before, { symbol: 'circle', symbolSize: 4, lineStyle: { width: 0 } })]
+        : []),
+      ...(after.length
+        ? [line('after', points(after), colours().after, { symbol: 'diamond', symbolSize: 5, lineStyle: { width: 0 } })]
+        : []),
     ], true),
     table: {
       columns: ['mode', 'before, nm', 'after, nm'],
@@ -328,7 +334,8 @@ export function chartFigure(chart) {
     'aria-roledescription': 'chart' });
   const readout = element('output', { class: 'readout', 'aria-live': 'polite' });
   const notes = chart.notes.length
-    ? [element('p', {}, 'Steps of the script:'), ...chart.notes.map((note) => element('p', {}, note))]
+    ? [element('details', chart.notes.length <= 6 ? { open: '' } : {}, element('summary', {}, 'Steps of the script'),
+        element('ol', { class: 'note' }, ...chart.notes.map((note) => element('li', {}, note))))]
     : [];
   const figure = element('figure', { class: 'card' },
     element('figcaption', {}, element('h3', {}, chart.title), element('p', {}, chart.summary), ...notes),

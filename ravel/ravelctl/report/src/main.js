@@ -14,9 +14,14 @@ use([AriaComponent, CustomChart, GridComponent, LegendComponent, LineChart, Mark
 
 const PAPER_WIDTH = 660; // px, of a chart on A4 or letter paper
 
+function verdictOf(data) {
+  const count = data.problems.length;
+  return data.verdict + (count === 0 ? '' : count === 1 ? ', with a problem' : `, with ${count} problems`);
+}
+
 function resultSection(data) {
   const card = element('div', { class: 'card' },
-    element('p', { class: `verdict ${data.good ? 'good' : 'bad'}` }, data.verdict));
+    element('p', { class: `verdict ${data.good ? 'good' : 'bad'}` }, verdictOf(data)));
   if (data.problems.length) {
     card.append(element('ul', { class: 'problems', 'aria-label': 'Problems' },
       ...data.problems.map((problem) => element('li', {}, problem))));
@@ -73,7 +78,7 @@ function addKeys(chart, drawing, readout, drawn) {
 function build(data) {
   document.title = `ravelctl: ${data.title}`;
   document.getElementById('title').textContent = data.title.replace(/T(\d\d:\d\d:\d\d)Z/, ' $1 UTC');
-  document.getElementById('subtitle').textContent = `ravelctl ${data.version}: ${data.verdict}`;
+  document.getElementById('subtitle').textContent = `ravelctl ${data.version}: ${verdictOf(data)}`;
   document.getElementById('maker').textContent = `Written by ravelctl ${data.version}. This file needs no network.`;
   const main = document.getElementById('main');
   main.replaceChildren(resultSection(data));
