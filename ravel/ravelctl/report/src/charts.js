@@ -14,17 +14,17 @@ function axis(name, more = {}) {
     nameLocation: 'middle',
     nameGap: 30,
     nameTextStyle: { color: text, fontSize: 12 },
-    axisLabel: { color: quiet, fontSize: 12, hideOverlap: true },
     axisLine: { show: true, onZero: false, lineStyle: { color: quiet } },
     axisTick: { lineStyle: { color: quiet } },
     splitLine: { lineStyle: { color: line } },
     ...more,
+    axisLabel: { color: quiet, fontSize: 12, hideOverlap: true, ...more.axisLabel },
   };
 }
 
 function logAxis(name, more = {}) {
-  const plain = axis(name, more);
-  return { ...plain, type: 'log', axisLabel: { formatter: formatPower, ...plain.axisLabel, ...more.axisLabel } };
+  const axisLabel = { formatter: formatPower, ...more.axisLabel };
+  return { ...axis(name, { ...more, axisLabel }), type: 'log' };
 }
 
 /** `symbols`: the series are single points rather than lines. */
