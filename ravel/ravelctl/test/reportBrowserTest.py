@@ -275,6 +275,35 @@ def check_paper(browser):
     expect(browser.js("return document.documentElement.dataset.theme") == "dark", "the screen is not dark again")
 
 
+def write_timings_only(page, reduced):
+    """A page with nothing but timings, of paced cycles that were missed."""
+    text = page.read_text()
+    begin = text.index(">", text.index('id="report-data"')) + 1
+    end = text.index("</script>", begin)
+    data = json.loads(text[begin:end])
+    for section in ("mirror", "residual", "surface", "edge_sensors", "spectra", "mode_rms_nm"):
+        del data[section]
+    for key in ("figures", "marks"):
+        data[key] = []
+    data["judged_s"] = data["end_s"] = data["crossover_hz"] = None
+    times = data["cycle_times"]
+    times["paced"] = True
+    times["missed"] = 3
+    times["before_missed"][-1] = 1
+    reduced.write_text(text[:begin] + json.dumps(data).replace("<", "\\u003c") + text[end:])
+
+
+def check_timings_only(browser, width):
+    check_layout(browser, width, "light", {"cycle_times"})
+    (name, late) = browser.series("cycle_times")[1]
+    expect(name == "before a missed cycle" and len(late) == 1, f"missed cycles are drawn as {name}: {late}")
+    expect("deadline" in browser.find("#chart-cycle_times").get_attribute("textContent"), "no mark at the deadline")
+    expect("4000 µs; 3 missed" in browser.find("figcaption").text, browser.find("figcaption").text)
+    expect(not browser.texts(".map"), "there is a mirror")
+    check_keyboard(browser, {"cycle_times"})
+    check_console(browser)
+
+
 def main():
     ravelctl, matrices, chromium, chromedriver = sys.argv[1:5]
     with tempfile.TemporaryDirectory(prefix="ravelctl-browser-") as directory:
@@ -303,6 +332,11 @@ def main():
             check_layout(browser, 390, "dark", recorded)
             expect("were not recorded" in " ".join(browser.texts(".note li")), "it does not say what is left out")
             check_console(browser)
+            reduced = pathlib.Path(directory) / "timings.html"
+            write_timings_only(folder / "report.html", reduced)
+            for width in (1280, 390):
+                browser.open(reduced, width, "light")
+                check_timings_only(browser, width)
         finally:
             browser.driver.quit()
     print("the pages show what the runs' files say")
