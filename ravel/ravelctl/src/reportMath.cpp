@@ -134,7 +134,7 @@ DurationHistogram CountDurations(std::span<const float> durations_us, std::span<
     for (int bin = first; bin <= last + 1; ++bin) {
         histogram.edges_us.push_back(std::pow(10.0, bin / BINS_PER_DECADE));
     }
-    histogram.counts.assign(static_cast<std::size_t>(last - first + 1), 0);
+    histogram.counts.assign(histogram.edges_us.size() - 1, 0);
     histogram.before_missed = histogram.counts;
     std::size_t missed = 0;
     for (std::size_t i = 0; i < durations_us.size(); ++i) {

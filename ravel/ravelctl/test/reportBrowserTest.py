@@ -193,6 +193,14 @@ def segment_text(browser):
     return browser.find("section[aria-label='The mirror'] .readout").text
 
 
+def check_extremes(browser, which, pistons):
+    """The largest errors of a map have the deep colours of their side."""
+    fills = browser.fills(which)
+    for extreme, sign in ((max(pistons), 1), (min(pistons), -1)):
+        red, _, blue = (int(part) for part in re.findall(r"\d+", fills[pistons.index(extreme)]))
+        expect(sign * (red - blue) > 50, f"map {which}: {extreme} tenths of a nm have red {red}, blue {blue}")
+
+
 def check_mirror(browser):
     mirror = browser.js("return ravelReport.data.mirror")
     for which in (0, 1):
@@ -202,12 +210,8 @@ def check_mirror(browser):
         ticks = browser.js("return [...document.querySelectorAll('.legend .ticks')[arguments[0]].children]"
                            ".map(t => t.textContent)", which)
         expect(len(ticks) == 5 and ticks[2] == "0" and ticks[4].endswith("nm"), f"the legend says {ticks}")
-    # The largest errors have the deepest colours of their side.
-    before = mirror["piston_tenths_nm"][mirror["before"]]
-    fills = browser.fills(0)
-    high, low = fills[before.index(max(before))], fills[before.index(min(before))]
-    channels = [[int(part) for part in re.findall(r"\d+", fill)] for fill in (high, low)]
-    expect(channels[0][0] > channels[0][2] and channels[1][2] > channels[1][0], f"the extremes are {high} and {low}")
+    check_extremes(browser, 0, mirror["piston_tenths_nm"][mirror["before"]])
+    check_extremes(browser, 1, mirror["piston_tenths_nm"][-1])
 
     slider = browser.focus("input[type=range]")
     last = int(slider.get_attribute("value"))
@@ -216,6 +220,7 @@ def check_mirror(browser):
     browser.press(Keys.HOME)
     expect(slider.get_attribute("value") == "0", "the slider does not listen to the keyboard")
     expect(browser.fills(1) != old, "the slider changes no colour")
+    check_extremes(browser, 1, mirror["piston_tenths_nm"][0])
     expect(slider.get_attribute("aria-valuetext").startswith("0 s,"), slider.get_attribute("aria-valuetext"))
 
     browser.focus(".controls button")
