@@ -11,7 +11,14 @@ const sources = join(dirname(fileURLToPath(import.meta.url)), 'src');
 const modules = join(process.cwd(), 'node_modules');
 const esbuild = createRequire(join(process.cwd(), 'package.json'))('esbuild');
 
-const options = { bundle: true, minify: true, write: false, charset: 'utf8', legalComments: 'none', logLevel: 'warning' };
+const options = {
+  bundle: true,
+  minify: true,
+  write: false,
+  charset: 'utf8',
+  legalComments: 'none',
+  logLevel: 'warning',
+};
 const bundle = (file, more) =>
   esbuild.buildSync({ ...options, ...more, entryPoints: [join(sources, file)] }).outputFiles[0].text.trim();
 

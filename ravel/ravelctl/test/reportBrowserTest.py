@@ -112,7 +112,8 @@ class Browser:
 
     def fills(self, which):
         return self.js("return [...document.querySelectorAll('.map')[arguments[0]].querySelectorAll('polygon')]"
-                       ".sort((a, b) => a.dataset.segment - b.dataset.segment).map(p => getComputedStyle(p).fill)", which)
+                       ".sort((a, b) => a.dataset.segment - b.dataset.segment)"
+                       ".map(p => getComputedStyle(p).fill)", which)
 
 
 def check_layout(browser, width, scheme, charts):
@@ -179,7 +180,8 @@ def check_figures(browser, folder):
 
     marks = browser.js("return ravelReport.charts.residual.getOption().series[0].markLine.data.map(m => m.xAxis)")
     expect(marks == [OPEN_CYCLES / RATE_HZ, 2], f"marks at {marks}")
-    expect("loop closes" in browser.find("#chart-residual").get_attribute("textContent"), "no mark where the loop closes")
+    drawn = browser.find("#chart-residual").get_attribute("textContent")
+    expect("loop closes" in drawn, "no mark where the loop closes")
     expect(any("kp = 0.3" in text for text in browser.texts("figcaption li")), "the script's step is not named")
     figures = {row.split(" ", 1)[0]: row for row in browser.texts("section[aria-label=Result] tbody tr")}
     expect(f"{summary['edge_sensor_rms_nm']['before']:.1f}" in figures["edge"], f"the result says {figures}")

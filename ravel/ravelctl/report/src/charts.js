@@ -35,8 +35,14 @@ function base(x, y, series, symbols = false) {
     aria: { enabled: true },
     textStyle: { fontFamily: 'system-ui, "DejaVu Sans", sans-serif' },
     grid: { left: 66, right: 18, top: 44, bottom: 48 },
-    legend: { top: 0, left: 0, textStyle: { color: text, fontSize: 12 }, itemWidth: 28, inactiveColor: quiet,
-      itemStyle: { opacity: symbols ? 1 : 0 } },
+    legend: {
+      top: 0,
+      left: 0,
+      textStyle: { color: text, fontSize: 12 },
+      itemWidth: 28,
+      inactiveColor: quiet,
+      itemStyle: { opacity: symbols ? 1 : 0 },
+    },
     tooltip: {
       trigger: 'axis',
       confine: true,
@@ -120,9 +126,11 @@ function timeChart(data, lines) {
     }
     series.push(shown);
     for (const bound of thinned.low ? ['low', 'high'] : []) {
-      series.push(line(`${name}, ${bound === 'low' ? 'smallest' : 'largest'}`, pairs(x, thinned[bound]), colour, {
-        lineStyle: { width: 0.8, opacity: 0.45 },
-      }));
+      series.push(
+        line(`${name}, ${bound === 'low' ? 'smallest' : 'largest'}`, pairs(x, thinned[bound]), colour, {
+          lineStyle: { width: 0.8, opacity: 0.45 },
+        }),
+      );
     }
   });
   const known = lines.flatMap(({ series: { rms } }) => rms).filter((value) => value > 0);
@@ -153,13 +161,17 @@ export function chartsOf(data) {
   if (data.residual) {
     const lines = () => [
       { name: 'controlled modes, measured', series: data.residual, colour: colours().after },
-      ...(data.surface ? [{ name: 'whole surface, true', series: data.surface, colour: colours().before, type: 'dashed' }] : []),
+      ...(data.surface
+        ? [{ name: 'whole surface, true', series: data.surface, colour: colours().before, type: 'dashed' }]
+        : []),
     ];
     charts.push({
       name: 'residual',
       group: 'Over time',
       title: 'Residual of the surface',
-      summary: `Controlled modes: ${beforeAfter(data, 'surface, controlled modes') || range(data.residual.rms) + ' nm rms'}.${closes}` +
+      summary:
+        `Controlled modes: ${beforeAfter(data, 'surface, controlled modes') || `${range(data.residual.rms)} nm rms`}.` +
+        closes +
         (data.judged_s === null ? '' : ` After means from ${format(data.judged_s)} s on.`),
       notes: steps.map((step) => `${format(step.time_s)} s, ${step.what}`),
       option: () => timeChart(data, lines()),
@@ -193,7 +205,10 @@ export function chartsOf(data) {
 function spectrumCharts(data) {
   const { spectra } = data;
   const x = spectra.frequency_hz;
-  const rows = (...columns) => () => x.map((frequency, index) => [frequency, ...columns.map((column) => column[index])]);
+  const rows =
+    (...columns) =>
+    () =>
+      x.map((frequency, index) => [frequency, ...columns.map((column) => column[index])]);
   const decibel = (value) => (value > 0 ? 20 * Math.log10(value) : null);
   const resolution = `Welch’s method, ${format(spectra.resolution_hz)} Hz from bin to bin.`;
   const ends = { min: x[0], max: x[x.length - 1] };
@@ -204,29 +219,44 @@ function spectrumCharts(data) {
       title: 'Power spectra of the controlled modes',
       summary: `Density before: ${range(spectra.before)} nm²/Hz; after: ${range(spectra.after)} nm²/Hz. ${resolution}`,
       notes: [],
-      option: () => base(logAxis('frequency, Hz', ends), logAxis('density, nm²/Hz'), [
-        line('before', pairs(x, spectra.before), colours().before, { lineStyle: { type: 'dashed' } }),
-        line('after', pairs(x, spectra.after), colours().after),
-      ]),
-      table: { columns: ['frequency, Hz', 'before, nm²/Hz', 'after, nm²/Hz'], rows: rows(spectra.before, spectra.after) },
+      option: () =>
+        base(logAxis('frequency, Hz', ends), logAxis('density, nm²/Hz'), [
+          line('before', pairs(x, spectra.before), colours().before, { lineStyle: { type: 'dashed' } }),
+          line('after', pairs(x, spectra.after), colours().after),
+        ]),
+      table: {
+        columns: ['frequency, Hz', 'before, nm²/Hz', 'after, nm²/Hz'],
+        rows: rows(spectra.before, spectra.after),
+      },
     },
     {
       name: 'rejection',
       group: 'Over frequency',
       title: 'Rejection of disturbances',
-      summary: 'Measured: the square root of the spectra’s ratio. Computed: |1/(1 + L)| of the loop as designed; what a ' +
-        `script changes is not in it. Below 0 dB the loop rejects.${data.crossover_hz ? ` Crossover ${format(data.crossover_hz)} Hz.` : ''}`,
+      summary:
+        'Measured: the square root of the spectra’s ratio. Computed: |1/(1 + L)| of the loop as designed; what a ' +
+        'script changes is not in it. Below 0 dB the loop rejects.' +
+        (data.crossover_hz ? ` Crossover ${format(data.crossover_hz)} Hz.` : ''),
       notes: [],
       option: () => {
-        const computed = line('computed', x.map((f, i) => [f, decibel(spectra.rejection_computed[i])]), colours().before, {
-          lineStyle: { type: 'dashed' },
-        });
+        const computed = line(
+          'computed',
+          x.map((f, i) => [f, decibel(spectra.rejection_computed[i])]),
+          colours().before,
+          {
+            lineStyle: { type: 'dashed' },
+          },
+        );
         computed.z = 3;
         if (data.crossover_hz >= ends.min && data.crossover_hz <= ends.max) {
           computed.markLine = marks([{ at: data.crossover_hz, name: 'crossover' }]);
         }
         return base(logAxis('frequency, Hz', ends), axis('rejection, dB'), [
-          line('measured', x.map((f, i) => [f, decibel(spectra.rejection_measured[i])]), colours().after),
+          line(
+            'measured',
+            x.map((f, i) => [f, decibel(spectra.rejection_measured[i])]),
+            colours().after,
+          ),
           computed,
         ]);
       },
@@ -247,17 +277,37 @@ function modeChart(data) {
     name: 'modes',
     group: 'Modes',
     title: 'Rms of each measured mode',
-    summary: `${indices.length} modes, the least stiff ones first; of surface, before: ${said(before)}; after: ${said(after)}.`,
+    summary:
+      `${indices.length} modes, the least stiff ones first; of surface, before: ${said(before)}; ` +
+      `after: ${said(after)}.`,
     notes: [],
-    option: () => base(axis('mode', { min: 0, max: indices.length - 1, minInterval: 1 }), logAxis('rms, nm'), [
-      // One by one: neighbours have nothing to do with each other.
-      ...(before.length
-        ? [line('before', points(before), colours().before, { symbol: 'circle', symbolSize: 4, lineStyle: { width: 0 } })]
-        : []),
-      ...(after.length
-        ? [line('after', points(after), colours().after, { symbol: 'diamond', symbolSize: 5, lineStyle: { width: 0 } })]
-        : []),
-    ], true),
+    option: () =>
+      base(
+        axis('mode', { min: 0, max: indices.length - 1, minInterval: 1 }),
+        logAxis('rms, nm'),
+        [
+          // One by one: neighbours have nothing to do with each other.
+          ...(before.length
+            ? [
+                line('before', points(before), colours().before, {
+                  symbol: 'circle',
+                  symbolSize: 4,
+                  lineStyle: { width: 0 },
+                }),
+              ]
+            : []),
+          ...(after.length
+            ? [
+                line('after', points(after), colours().after, {
+                  symbol: 'diamond',
+                  symbolSize: 5,
+                  lineStyle: { width: 0 },
+                }),
+              ]
+            : []),
+        ],
+        true,
+      ),
     table: {
       columns: ['mode', 'before, nm', 'after, nm'],
       rows: () => indices.map((index) => [String(index), before[index] ?? null, after[index] ?? null]),
@@ -279,17 +329,23 @@ function cycleChart(data) {
     renderItem: (_, api) => {
       const [left, top] = api.coord([api.value(0), api.value(2)]);
       const [right, bottom] = api.coord([api.value(1), FLOOR]);
-      return { type: 'rect', shape: { x: left, y: top, width: Math.max(1, right - left - 1), height: bottom - top }, style: { fill: colour } };
+      return {
+        type: 'rect',
+        shape: { x: left, y: top, width: Math.max(1, right - left - 1), height: bottom - top },
+        style: { fill: colour },
+      };
     },
   });
   return {
     name: 'cycle_times',
     group: 'Timing',
     title: 'Cycle times',
-    summary: `From the cycle’s instant to its commands: median ${format(of.p50)} µs, 99.9 % ${format(of.p999)} µs, largest ` +
-      `${format(of.max)} µs. ` + (cycle.paced
-      ? `The next cycle is due after ${format(cycle.deadline_us)} µs; ${cycle.missed} missed.`
-      : 'The cycles were not paced, so none could be missed.'),
+    summary:
+      `From the cycle’s instant to its commands: median ${format(of.p50)} µs, 99.9 % ${format(of.p999)} µs, largest ` +
+      `${format(of.max)} µs. ` +
+      (cycle.paced
+        ? `The next cycle is due after ${format(cycle.deadline_us)} µs; ${cycle.missed} missed.`
+        : 'The cycles were not paced, so none could be missed.'),
     notes: [],
     option: () => {
       const all = bars('cycles', counts, colours().after);
@@ -298,13 +354,17 @@ function cycleChart(data) {
         all.markLine = marks([{ at: cycle.deadline_us, name: 'deadline' }]);
       }
       const option = base(
-        logAxis('time, µs', { min: edges[0], max: Math.max(edges[edges.length - 1], cycle.paced ? 1.1 * cycle.deadline_us : 0) }),
+        logAxis('time, µs', {
+          min: edges[0],
+          max: Math.max(edges[edges.length - 1], cycle.paced ? 1.1 * cycle.deadline_us : 0),
+        }),
         logAxis('cycles', { min: FLOOR, axisLabel: { formatter: (value) => (value < 1 ? '' : formatPower(value)) } }),
         [all, ...(cycle.missed > 0 ? [late] : [])],
         true,
       );
       option.tooltip.trigger = 'item';
-      option.tooltip.formatter = ({ seriesName, value }) => `${format(value[0])} to ${format(value[1])} µs<br>${seriesName}: ${value[2]}`;
+      option.tooltip.formatter = ({ seriesName, value }) =>
+        `${format(value[0])} to ${format(value[1])} µs<br>${seriesName}: ${value[2]}`;
       return option;
     },
     table: {
@@ -322,23 +382,43 @@ export function describePoint(chart, option, index) {
     return `${format(first[0])} to ${format(first[1])}: ${first[2]} cycles`;
   }
   const values = shown.map((series) => {
-    const point = series.data.reduce((a, b) => (Math.abs(b[0] - first[0]) < Math.abs(a[0] - first[0]) ? b : a), series.data[0]);
+    const point = series.data.reduce(
+      (a, b) => (Math.abs(b[0] - first[0]) < Math.abs(a[0] - first[0]) ? b : a),
+      series.data[0],
+    );
     return point ? `${series.name} ${format(point[1])}` : '';
   });
-  return `${option.xAxis.name} ${chart.name === 'modes' ? first[0] : format(first[0])}: ${values.filter(Boolean).join('; ')}`;
+  const where = chart.name === 'modes' ? first[0] : format(first[0]);
+  return `${option.xAxis.name} ${where}: ${values.filter(Boolean).join('; ')}`;
 }
 
 /** The element of a chart: caption, drawing, what is pointed at, table. */
 export function chartFigure(chart) {
-  const drawing = element('div', { class: 'chart', id: `chart-${chart.name}`, tabindex: 0, role: 'application',
-    'aria-roledescription': 'chart' });
+  const drawing = element('div', {
+    class: 'chart',
+    id: `chart-${chart.name}`,
+    tabindex: 0,
+    role: 'application',
+    'aria-roledescription': 'chart',
+  });
   const readout = element('output', { class: 'readout', 'aria-live': 'polite' });
   const notes = chart.notes.length
-    ? [element('details', chart.notes.length <= 6 ? { open: '' } : {}, element('summary', {}, 'Steps of the script'),
-        element('ol', { class: 'note' }, ...chart.notes.map((note) => element('li', {}, note))))]
+    ? [
+        element(
+          'details',
+          chart.notes.length <= 6 ? { open: '' } : {},
+          element('summary', {}, 'Steps of the script'),
+          element('ol', { class: 'note' }, ...chart.notes.map((note) => element('li', {}, note))),
+        ),
+      ]
     : [];
-  const figure = element('figure', { class: 'card' },
+  const figure = element(
+    'figure',
+    { class: 'card' },
     element('figcaption', {}, element('h3', {}, chart.title), element('p', {}, chart.summary), ...notes),
-    drawing, readout, foldedTable('Data table', chart.table.columns, chart.table.rows));
+    drawing,
+    readout,
+    foldedTable('Data table', chart.table.columns, chart.table.rows),
+  );
   return { figure, drawing, readout };
 }

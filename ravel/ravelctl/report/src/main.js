@@ -10,7 +10,16 @@ import { mirrorSection } from './mirror.js';
 import { element, format } from './page.js';
 import { onTheme, startTheme } from './theme.js';
 
-use([AriaComponent, CustomChart, GridComponent, LegendComponent, LineChart, MarkLineComponent, SVGRenderer, TooltipComponent]);
+use([
+  AriaComponent,
+  CustomChart,
+  GridComponent,
+  LegendComponent,
+  LineChart,
+  MarkLineComponent,
+  SVGRenderer,
+  TooltipComponent,
+]);
 
 const PAPER_WIDTH = 660; // px, of a chart on A4 or letter paper
 
@@ -20,35 +29,74 @@ function verdictOf(data) {
 }
 
 function resultSection(data) {
-  const card = element('div', { class: 'card' },
-    element('p', { class: `verdict ${data.good ? 'good' : 'bad'}` }, verdictOf(data)));
+  const card = element(
+    'div',
+    { class: 'card' },
+    element('p', { class: `verdict ${data.good ? 'good' : 'bad'}` }, verdictOf(data)),
+  );
   if (data.problems.length) {
-    card.append(element('ul', { class: 'problems', 'aria-label': 'Problems' },
-      ...data.problems.map((problem) => element('li', {}, problem))));
+    card.append(
+      element(
+        'ul',
+        { class: 'problems', 'aria-label': 'Problems' },
+        ...data.problems.map((problem) => element('li', {}, problem)),
+      ),
+    );
   }
   if (data.figures.length) {
     const row = ({ name, before_nm: before, after_nm: after }) =>
-      element('tr', {}, element('th', { scope: 'row' }, name), element('td', {}, format(before)), element('td', {}, format(after)),
-        element('td', {}, before && after ? format(before / after) : '-'));
+      element(
+        'tr',
+        {},
+        element('th', { scope: 'row' }, name),
+        element('td', {}, format(before)),
+        element('td', {}, format(after)),
+        element('td', {}, before && after ? format(before / after) : '-'),
+      );
     const head = ['rms, nm', 'before', 'after', 'times less'].map((text) => element('th', { scope: 'col' }, text));
-    card.append(element('table', {}, element('thead', {}, element('tr', {}, ...head)),
-      element('tbody', {}, ...data.figures.map(row))));
+    card.append(
+      element(
+        'table',
+        {},
+        element('thead', {}, element('tr', {}, ...head)),
+        element('tbody', {}, ...data.figures.map(row)),
+      ),
+    );
   }
   if (data.left_out.length) {
-    card.append(element('p', { class: 'note' }, 'Not in this report:'),
-      element('ul', { class: 'problems note' }, ...data.left_out.map((text) => element('li', {}, text))));
+    card.append(
+      element('p', { class: 'note' }, 'Not in this report:'),
+      element('ul', { class: 'problems note' }, ...data.left_out.map((text) => element('li', {}, text))),
+    );
   }
   return element('section', { 'aria-label': 'Result' }, element('h2', {}, 'Result'), card);
 }
 
 function parameterSection(data) {
   const tables = data.parameters.map(({ title, rows }) =>
-    element('div', { class: 'card parameters' },
-      element('table', {}, element('caption', {}, title),
-        element('tbody', {}, ...rows.map(([name, value]) =>
-          element('tr', {}, element('th', { scope: 'row' }, name), element('td', {}, value)))))));
-  return element('section', { 'aria-label': 'Parameters' }, element('h2', {}, 'Parameters'),
-    element('div', { class: 'columns' }, ...tables));
+    element(
+      'div',
+      { class: 'card parameters' },
+      element(
+        'table',
+        {},
+        element('caption', {}, title),
+        element(
+          'tbody',
+          {},
+          ...rows.map(([name, value]) =>
+            element('tr', {}, element('th', { scope: 'row' }, name), element('td', {}, value)),
+          ),
+        ),
+      ),
+    ),
+  );
+  return element(
+    'section',
+    { 'aria-label': 'Parameters' },
+    element('h2', {}, 'Parameters'),
+    element('div', { class: 'columns' }, ...tables),
+  );
 }
 
 /** Left and right go from point to point. */

@@ -14,7 +14,10 @@ function roundUp(value) {
 
 /** A scale that shows all but the few largest errors; those beyond it have its end's colour. */
 function scaleFor(values) {
-  const sizes = values.filter((value) => value !== null).map(Math.abs).sort((a, b) => a - b);
+  const sizes = values
+    .filter((value) => value !== null)
+    .map(Math.abs)
+    .sort((a, b) => a - b);
   return sizes.length ? roundUp(sizes[Math.floor(0.98 * (sizes.length - 1))] || 0.1) : 1;
 }
 
@@ -29,8 +32,13 @@ class Map {
     this.title = element('h3', {}, name);
     this.bar = element('div', { class: 'bar' });
     this.ticks = element('div', { class: 'ticks' });
-    this.box = element('div', { class: 'map' }, this.title, this.svg,
-      element('div', { class: 'legend' }, this.bar, this.ticks));
+    this.box = element(
+      'div',
+      { class: 'map' },
+      this.title,
+      this.svg,
+      element('div', { class: 'legend' }, this.bar, this.ticks),
+    );
     this.draw();
     this.svg.addEventListener('pointermove', (event) => this.hover(event));
     this.svg.addEventListener('pointerleave', () => this.onChoose(null));
@@ -49,7 +57,10 @@ class Map {
       const y = (-ROOT3 / 2) * r; // up on the mirror is up on the page
       extent = Math.max(extent, Math.abs(x) + 1, Math.abs(y) + 1);
       const polygon = document.createElementNS(SVG, 'polygon');
-      polygon.setAttribute('points', corners.map(([dx, dy]) => `${(x + dx).toFixed(3)},${(y + dy).toFixed(3)}`).join(' '));
+      polygon.setAttribute(
+        'points',
+        corners.map(([dx, dy]) => `${(x + dx).toFixed(3)},${(y + dy).toFixed(3)}`).join(' '),
+      );
       polygon.dataset.segment = index;
       this.svg.append(polygon);
       return polygon;
@@ -59,14 +70,22 @@ class Map {
 
   show(name, values, scale) {
     this.title.textContent = name;
-    this.svg.setAttribute('aria-label', `${name}: errors of ${values.length} segments. Arrow keys go from segment to segment.`);
+    this.svg.setAttribute(
+      'aria-label',
+      `${name}: errors of ${values.length} segments. Arrow keys go from segment to segment.`,
+    );
     values.forEach((value, index) => {
       this.polygons[index].setAttribute('fill', value === null ? 'none' : divergingColour(value / scale));
     });
     this.bar.style.background = `linear-gradient(to right, ${colours().diverging.join(',')})`;
     this.ticks.replaceChildren(
       ...[-1, -0.5, 0, 0.5, 1].map((part) =>
-        element('span', {}, `${part < 0 ? '−' : part > 0 ? '+' : ''}${format(Math.abs(part * scale))}${part === 1 ? ' nm' : ''}`)),
+        element(
+          'span',
+          {},
+          `${part < 0 ? '−' : part > 0 ? '+' : ''}${format(Math.abs(part * scale))}${part === 1 ? ' nm' : ''}`,
+        ),
+      ),
     );
   }
 
@@ -85,7 +104,9 @@ class Map {
   }
 
   step(event) {
-    const [dq, dr] = { ArrowRight: [1, 0], ArrowLeft: [-1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1] }[event.key] ?? [0, 0];
+    const [dq, dr] = { ArrowRight: [1, 0], ArrowLeft: [-1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1] }[event.key] ?? [
+      0, 0,
+    ];
     if (dq === 0 && dr === 0) {
       return;
     }
@@ -96,7 +117,8 @@ class Map {
       return;
     }
     let [q, r] = this.mirror.segments[from];
-    for (let i = 0; i < 40; ++i) { // over the hole in the middle
+    for (let i = 0; i < 40; ++i) {
+      // over the hole in the middle
       q += dq;
       r += dr;
       const next = this.mirror.segments.findIndex(([otherQ, otherR]) => otherQ === q && otherR === r);
@@ -114,7 +136,10 @@ export function mirrorSection(data) {
   const frames = mirror.piston_tenths_nm.map((frame) => frame.map((value) => (value === null ? null : value / 10)));
   const last = frames.length - 1;
   const before = mirror.before;
-  const beforeName = before === null ? '' : `Before: loop open, ${format(mirror.time_s[before])} s, ${format(mirror.rms_nm[before])} nm rms`;
+  const beforeName =
+    before === null
+      ? ''
+      : `Before: loop open, ${format(mirror.time_s[before])} s, ${format(mirror.rms_nm[before])} nm rms`;
   let frame = last;
   let chosen = null;
   let timer = null;
@@ -142,26 +167,43 @@ export function mirrorSection(data) {
   maps.push(nowMap);
 
   const slider = element('input', {
-    type: 'range', min: 0, max: last, step: 1, value: last, 'aria-label': 'Moment of the run',
+    type: 'range',
+    min: 0,
+    max: last,
+    step: 1,
+    value: last,
+    'aria-label': 'Moment of the run',
     input: () => show(Number(slider.value)),
   });
   const moment = element('output', { class: 'moment' });
   const play = element('button', { type: 'button', click: () => (timer ? pause() : start()) }, 'Play');
-  const scale = element('select', { change: () => show(frame) },
+  const scale = element(
+    'select',
+    { change: () => show(frame) },
     element('option', { value: 'own' }, 'each map its own'),
-    ...(beforeMap ? [element('option', { value: 'before' }, 'both as before')] : []));
+    ...(beforeMap ? [element('option', { value: 'before' }, 'both as before')] : []),
+  );
   const table = foldedTable('Segments as a table', ['segment', 'q', 'r', 'before, nm', 'at the moment, nm'], () =>
-    mirror.segments.map(([q, r], index) => [String(index), String(q), String(r), before === null ? null : frames[before][index], frames[frame][index]]));
+    mirror.segments.map(([q, r], index) => [
+      String(index),
+      String(q),
+      String(r),
+      before === null ? null : frames[before][index],
+      frames[frame][index],
+    ]),
+  );
 
   function describe(segment) {
     const [q, r] = mirror.segments[segment];
     const was = before === null ? '' : `${format(frames[before][segment])} nm before, `;
-    return `Segment ${segment} (q ${q}, r ${r}): ${was}${format(frames[frame][segment])} nm at ${format(mirror.time_s[frame])} s`;
+    const is = `${format(frames[frame][segment])} nm at ${format(mirror.time_s[frame])} s`;
+    return `Segment ${segment} (q ${q}, r ${r}): ${was}${is}`;
   }
   function tell() {
-    readout.textContent = chosen === null
-      ? 'Point at a segment, or go to a map with the tabulator and use the arrow keys.'
-      : describe(chosen);
+    readout.textContent =
+      chosen === null
+        ? 'Point at a segment, or go to a map with the tabulator and use the arrow keys.'
+        : describe(chosen);
   }
   function show(index) {
     frame = index;
@@ -195,12 +237,23 @@ export function mirrorSection(data) {
   }
 
   onTheme(() => show(frame));
-  return element('section', { 'aria-label': 'The mirror' },
+  return element(
+    'section',
+    { 'aria-label': 'The mirror' },
     element('h2', {}, 'The mirror'),
-    element('div', { class: 'card' },
-      element('p', { class: 'note' },
-        'Mean error of each segment’s three actuator points, nm. The moments are closest together where the loop closes.'),
+    element(
+      'div',
+      { class: 'card' },
+      element(
+        'p',
+        { class: 'note' },
+        'Mean error of each segment’s three actuator points, nm. The moments are closest together where the loop closes.',
+      ),
       element('div', { class: 'maps' }, ...maps.map((map) => map.box)),
       element('div', { class: 'controls' }, play, slider, moment, element('label', {}, 'Colour scale', scale)),
-      readout, table, tip));
+      readout,
+      table,
+      tip,
+    ),
+  );
 }

@@ -23,7 +23,8 @@ export function format(value) {
   if (size !== 0 && (size < 1e-3 || size >= 1e7)) {
     return value.toExponential(1).replace('e+', 'e').replace('-', '−');
   }
-  const digits = size >= 100 || size === 0 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : size >= 0.1 ? 3 : size >= 0.01 ? 4 : 5;
+  const digits =
+    size >= 100 || size === 0 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : size >= 0.1 ? 3 : size >= 0.01 ? 4 : 5;
   return value.toFixed(digits).replace('-', '−');
 }
 
@@ -49,11 +50,16 @@ export function foldedTable(title, columns, rows) {
     const head = element('tr', {}, ...columns.map((column) => element('th', { scope: 'col' }, column)));
     const body = element('tbody');
     for (const row of rows()) {
-      body.append(element('tr', {}, ...row.map((cell) => element('td', {}, typeof cell === 'string' ? cell : format(cell)))));
+      body.append(
+        element('tr', {}, ...row.map((cell) => element('td', {}, typeof cell === 'string' ? cell : format(cell)))),
+      );
     }
     details.append(
-      element('div', { class: 'scroll', tabindex: 0, role: 'region', 'aria-label': title },
-        element('table', {}, element('thead', {}, head), body)),
+      element(
+        'div',
+        { class: 'scroll', tabindex: 0, role: 'region', 'aria-label': title },
+        element('table', {}, element('thead', {}, head), body),
+      ),
     );
   };
   details.addEventListener('toggle', fill);
