@@ -63,7 +63,8 @@ ControlLoop::ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& mo
       m_exec_times(static_cast<std::size_t>(plan.cycles)),
       m_surface_log(plan.cycles)
 {
-    m_missed_before.reserve(static_cast<std::size_t>(plan.cycles));
+    m_missed_before.resize(static_cast<std::size_t>(plan.cycles));  // touches every page, as no cycle should
+    m_missed_before.clear();
     m_residuals_nm.reserve(static_cast<std::size_t>(plan.cycles));
     m_es_rms_nm.reserve(static_cast<std::size_t>(plan.cycles));
     if (m_extras.injection != nullptr) {

@@ -122,6 +122,7 @@ void Controller::PlanTheRun()
         m_player = std::make_unique<FramePlayer>(m_options.play, say);
         const auto frames = static_cast<double>(m_player->GetNumFrames().value_or(0));
         m_options.duration_s = m_options.duration_s.value_or(frames / m_options.rate_hz);
+        Say(fmt::format("playing {} frames", frames));
     }
     m_plan = PlanRun(m_options);
     m_options.duration_s = m_plan.TimeOf(m_plan.cycles);
@@ -131,6 +132,9 @@ void Controller::PlanTheRun()
                         *m_player->GetNumFrames(), m_plan.cycles, m_plan.TimeOf(*m_player->GetNumFrames())));
     }
     m_recording_plan = PlanRecording(m_options, m_plan);
+    if (m_options.inject.file.empty() && (m_options.inject.loop || m_options.inject.decimation != 1)) {
+        throw InputError("--inject-loop, --inject-decimation: expected --inject besides, a file of samples");
+    }
     if (!m_options.inject.file.empty()) {
         m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);
     }
@@ -142,9 +146,10 @@ void Controller::PlanTheRun()
 std::string Controller::DescribeRecording() const
 {
     const int decimation = m_recording_plan.decimation;
-    return fmt::format("recording {}: {}{} sample{}, {} of memory", fmt::join(NameRecorded(m_options.record), ", "),
+    return fmt::format("recording {}: {}{} {}{}, {} of memory", fmt::join(NameRecorded(m_options.record), ", "),
                        m_recording_plan.loopback ? "the last " : "", m_recording_plan.capacity,
-                       decimation > 1 ? fmt::format("s, one in {} cycles", decimation) : "s",
+                       m_recording_plan.capacity == 1 ? "sample" : "samples",
+                       decimation > 1 ? fmt::format(", one in {} cycles", decimation) : "",
                        FormatBytes(m_recording_plan.BytesToRecord(m_options.modes, m_options.workers)));
 }
 
@@ -178,7 +183,9 @@ void Controller::CheckResources() const
         COPIES * modes * sizeof(float) *
         ((live.p2edc ? mirrorsim::NUM_ES : 0U) + (live.pact2modes ? mirrorsim::NUM_PACT : 0U) +
          (live.modes2pact ? mirrorsim::NUM_PACT : 0U));
-    CheckMemory(recorded + saving + matrices + exchanged + SurfaceLog::MAX_BYTES,
+    constexpr std::uint64_t BYTES_PER_CYCLE = 40;  // durations, residuals, missed instants
+    const std::uint64_t logs = BYTES_PER_CYCLE * static_cast<std::uint64_t>(m_plan.cycles) + SurfaceLog::MAX_BYTES;
+    CheckMemory(recorded + saving + matrices + exchanged + logs,
                 fmt::format("matrices ({}), recordings ({}) and saving them ({})", FormatBytes(matrices + exchanged),
                             FormatBytes(recorded), FormatBytes(saving)),
                 "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
@@ -248,6 +255,9 @@ std::vector<Placement> Controller::PlaceWorkers() const
 
 void Controller::Start()
 {
+    if (m_options.overwrite) {
+        RemoveOldRun(m_options.output);  // from here on only the machine could fail
+    }
     m_workers->Start();
     m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
@@ -267,21 +277,34 @@ void Controller::Wait(const std::function<bool()>& is_interrupted)
             m_report.interrupted = true;
             break;
         }
-        SaySteps(&status);
+        SaySteps(status);
         status.Update(m_loop->GetProgress());
     }
     status.Finish(m_loop->GetProgress());
+    JoinScript();
+    SaySteps(status);
+}
+
+/// Ends the script's thread, after the save that it may be busy with. The cycle must have ended, or be about to.
+void Controller::JoinScript()
+{
+    m_cycle_thread->stop(nullptr);
+    m_cycle_thread->JoinThread();
+    if (m_script_player) {
+        m_script_player->stop(nullptr);
+        m_script_player->JoinThread();
+    }
 }
 
 /// What the script has done since the last time.
-void Controller::SaySteps(StatusLine* status)
+void Controller::SaySteps(StatusLine& status)
 {
     if (!m_script_player) {
         return;
     }
     for (const ScriptEvent& event : m_script_player->TakeNews()) {
         if (!m_options.quiet) {
-            status->Note(FormatStep(event));
+            status.Note(FormatStep(event));
         }
     }
 }
@@ -291,18 +314,13 @@ void Controller::Stop()
     if (!m_cycle_thread) {
         return;
     }
-    m_cycle_thread->stop(nullptr);
-    m_cycle_thread->JoinThread();
+    JoinScript();
     if (const std::exception_ptr exception = m_cycle_thread->GetThreadException()) {
         try {
             std::rethrow_exception(exception);
         } catch (const std::exception& e) {
             m_report.problems.emplace_back(e.what());
         }
-    }
-    if (m_script_player) {
-        m_script_player->stop(nullptr);
-        m_script_player->JoinThread();  // after the save that it may be busy with
     }
     m_slices->PrepareStop();
     m_workers->Stop(true);

@@ -77,7 +77,8 @@ private:
     void SaveGains();
     void SaveGains(std::int64_t before_cycle, const std::string& name, const std::vector<float>& params);
     void SaveConfig();
-    void SaySteps(StatusLine* status);
+    void SaySteps(StatusLine& status);
+    void JoinScript();
     std::vector<Placement> PlaceWorkers() const;
 
     RunOptions m_options;

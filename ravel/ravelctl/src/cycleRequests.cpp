@@ -21,6 +21,7 @@ void CycleRequests::Arm(Kind kind)
 
 void CycleRequests::BeforeCycle(std::int64_t cycle, const std::function<bool()>& is_stopped)
 {
+    m_cycle.store(cycle, std::memory_order_relaxed);  // a statistic: it orders nothing
     const Kind kind = AwaitDue(cycle, is_stopped);
     if (kind == Kind::None) {
         m_parameters.StagePiece();

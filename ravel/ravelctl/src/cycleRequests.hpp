@@ -55,6 +55,9 @@ public:
     /// Of the last request that is done.
     const Outcome& GetOutcome() const { return m_outcome; }
 
+    /// The cycle that comes next, as the cycle thread has said it last. Thread: any.
+    std::int64_t GetCycle() const { return m_cycle.load(std::memory_order_relaxed); }
+
     // Thread: the cycle's.
 
     /// Between two cycles: does what is due before `cycle`, and brings matrices nearer that are not due yet.
@@ -69,6 +72,7 @@ private:
     LiveParameters& m_parameters;
     Recordings& m_recordings;
     const bool m_paced;
+    std::atomic<std::int64_t> m_cycle{0};
     std::atomic<std::int64_t> m_due{NEVER};
     std::atomic<Kind> m_armed{Kind::None};
     Outcome m_outcome;

@@ -1,5 +1,10 @@
 #include "gains.hpp"
 
+#include "error.hpp"
+#include "gainParams.hpp"
+
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -51,6 +56,31 @@ void ChangeGains(const float* params, ravelcore::PidFilterContext& channel) noex
     channel.last_meas = before.last_meas;
     channel.internal1 = before.internal1;
     channel.internal2 = before.internal2;
+}
+
+void CheckGains(std::span<const float> params)
+{
+    constexpr std::size_t ULOW = 7;
+    constexpr std::size_t UHIGH = 8;
+    for (std::size_t begin = 0; begin < params.size(); begin += GAIN_PARAMS.size()) {
+        const std::size_t mode = begin / GAIN_PARAMS.size();
+        for (std::size_t i = 0; i < GAIN_PARAMS.size(); ++i) {
+            const float value = params[begin + i];
+            const Sign sign = GAIN_PARAMS[i].sign;
+            if (sign == Sign::Positive && !(value > 0.0F)) {
+                throw InputError(
+                    fmt::format("mode {}: {}: expected more than 0 but got {}", mode, GAIN_PARAMS[i].name, value));
+            }
+            if (sign == Sign::NotNegative && !(value >= 0.0F)) {
+                throw InputError(
+                    fmt::format("mode {}: {}: expected 0 or above but got {}", mode, GAIN_PARAMS[i].name, value));
+            }
+        }
+        if (params[begin + ULOW] > params[begin + UHIGH]) {
+            throw InputError(fmt::format("mode {}: ulow: expected at most uhigh = {} but got {}", mode,
+                                         params[begin + UHIGH], params[begin + ULOW]));
+        }
+    }
 }
 
 }  // namespace lumo::ravelctl

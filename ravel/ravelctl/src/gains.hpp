@@ -5,6 +5,7 @@
 #include <lumo/mirrorsim/controlModes.hpp>
 #include <lumo/ravelcore/pidFilter.hpp>
 
+#include <span>
 #include <vector>
 
 namespace lumo::ravelctl {
@@ -33,5 +34,10 @@ std::vector<float> DesignGains(const LoopDesign& design, const Plant& plant, con
 /// New parameters, NUM_PID_FILTER_PARAMS beginning at `params`, for a channel that keeps its state, so that its
 /// integral term goes on from where it is. Real time: yes.
 void ChangeGains(const float* params, ravelcore::PidFilterContext& channel) noexcept;
+
+/// Refuses packed parameters, 10 floats per mode, with which a channel cannot work: they would give values that are no
+/// numbers, which stay in a channel for good, or limits the wrong way round.
+/// Failure: InputError that names the mode and the parameter.
+void CheckGains(std::span<const float> params);
 
 }  // namespace lumo::ravelctl

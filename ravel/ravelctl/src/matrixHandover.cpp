@@ -13,7 +13,7 @@ MatrixHandover::MatrixHandover(const std::string& name, const std::vector<std::s
             m_pieces.push_back({slice, begin, std::make_unique<ravelcore::DoubleBuffer>(name, static_cast<int>(size))});
         }
     }
-    m_piece.reserve(PIECE);
+    m_piece.resize(PIECE);
 }
 
 void MatrixHandover::Publish(const std::vector<std::vector<float>>& parts)

@@ -3,9 +3,11 @@
 #include "error.hpp"
 
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 namespace lumo::ravelctl {
@@ -57,6 +59,27 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
         throw InputError(fmt::format("--output: cannot write into {}; choose another folder or change its permissions",
                                      folder.string()));
     }
+}
+
+void RemoveOldRun(const fs::path& folder)
+{
+    const fs::path summary = folder / "summary.json";
+    std::ifstream stream(summary);
+    const nlohmann::json old = nlohmann::json::parse(stream, nullptr, false);
+    std::error_code ignored;
+    if (old.is_object() && old.contains("files") && old["files"].is_array()) {
+        for (const nlohmann::json& name : old["files"]) {
+            const fs::path file = name.is_string() ? fs::path(name.get<std::string>()) : fs::path();
+            const bool is_inside = file.is_relative() && std::find(file.begin(), file.end(), "..") == file.end();
+            if (!file.empty() && is_inside) {
+                fs::remove(folder / file, ignored);
+                if (file.has_parent_path()) {
+                    fs::remove(folder / file.parent_path(), ignored);  // a folder of a script, once it is empty
+                }
+            }
+        }
+    }
+    fs::remove(summary, ignored);
 }
 
 void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy)

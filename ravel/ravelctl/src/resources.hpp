@@ -12,6 +12,10 @@ namespace lumo::ravelctl {
 /// Failure: InputError that says what stands in the way and what to do; an empty folder may be left behind.
 void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes);
 
+/// Removes the run that the folder holds: what its summary names, and the summary. What somebody else has put there
+/// stays. Never throws: what cannot be removed is replaced or stays.
+void RemoveOldRun(const std::filesystem::path& folder);
+
 /// Checks that the machine has `needed_bytes` of memory to spare for `what`. Failure: InputError with both figures
 /// and what to do (`remedy`).
 void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy);

@@ -40,6 +40,7 @@ Json ScriptToJson(const RunReport& report)
     for (const ScriptEvent& event : report.script) {
         steps.push_back({{"time_s", event.time_s},
                          {"what", event.what},
+                         {"first_cycle", event.first_cycle},
                          {"before_cycle", event.cycle},
                          {"last_cycle", event.last_cycle},
                          {"take_over_us", event.take_over_us},
@@ -124,6 +125,13 @@ std::string FormatRow(const char* name, const std::optional<Percentiles>& times)
                        times->p999, times->max);
 }
 
+/// Whether an instant that was missed before `cycle` fell into the time in which the slow thread was busy with the
+/// step.
+bool IsMeanwhile(const ScriptEvent& event, std::int64_t cycle)
+{
+    return event.first_cycle >= 0 && cycle >= event.first_cycle && cycle <= event.last_cycle + 1;
+}
+
 }  // namespace
 
 bool RunReport::DidHold() const
@@ -137,19 +145,28 @@ bool RunReport::DidHold() const
 
 std::int64_t RunReport::CountMissed(const ScriptEvent& event) const
 {
-    if (event.cycle < 0) {
-        return 0;
-    }
-    return std::count_if(missed_before.begin(), missed_before.end(), [&event](std::int64_t cycle) {
-        return cycle >= event.cycle && cycle <= event.last_cycle + 1;
+    return std::count_if(missed_before.begin(), missed_before.end(),
+                         [&event](std::int64_t cycle) { return IsMeanwhile(event, cycle); });
+}
+
+std::int64_t RunReport::CountMissedInScript() const
+{
+    return std::count_if(missed_before.begin(), missed_before.end(), [this](std::int64_t cycle) {
+        return std::any_of(script.begin(), script.end(),
+                           [cycle](const ScriptEvent& event) { return IsMeanwhile(event, cycle); });
     });
 }
 
 std::string FormatStep(const ScriptEvent& event)
 {
-    const std::string done =
-        event.cycle < 0 ? "" : fmt::format(" (before cycle {}, {:.0f} us)", event.cycle, event.take_over_us);
-    const std::string problem = event.problem.empty() ? "" : "; REFUSED: " + event.problem;
+    const std::string done = event.cycle < 0 ? ""
+                             : event.files.empty()
+                                 ? fmt::format(" (before cycle {}, {:.0f} us)", event.cycle, event.take_over_us)
+                                 : fmt::format(" (before cycle {}, {:.0f} us; recording again from cycle {})",
+                                               event.cycle, event.take_over_us, event.last_cycle);
+    const std::string problem = event.problem.empty() ? ""
+                                : event.cycle < 0     ? "; REFUSED: " + event.problem
+                                                      : "; NOT ALL OF IT: " + event.problem;
     return fmt::format("{:8.3f} s  {}{}{}", event.time_s, event.what, done, problem);
 }
 
@@ -180,12 +197,8 @@ std::string FormatReport(const RunReport& report)
     if (!report.script.empty()) {
         const auto done = std::count_if(report.script.begin(), report.script.end(),
                                         [](const ScriptEvent& event) { return event.problem.empty(); });
-        std::int64_t missed = 0;
-        for (const ScriptEvent& event : report.script) {
-            missed += report.CountMissed(event);
-        }
         text += fmt::format("script                  {} of {} steps done, {} cycles missed meanwhile\n", done,
-                            report.script.size(), missed);
+                            report.script.size(), report.CountMissedInScript());
     }
     if (report.limited_commands > 0) {
         text += fmt::format("limited commands        {}\n", report.limited_commands);

@@ -57,8 +57,11 @@ struct RunReport
     /// than they were with the loop open. Of frames that were played back nothing needs to have become smaller.
     bool DidHold() const;
 
-    /// Missed instants that a step of the script may have caused; none where it was not done.
+    /// Missed instants while the slow thread was busy with a step of the script, from the first look at its files on.
     std::int64_t CountMissed(const ScriptEvent& event) const;
+
+    /// Missed instants while it was busy with any step, each once.
+    std::int64_t CountMissedInScript() const;
 };
 
 /// A step of the script as it is told while the loop runs: one line.

@@ -260,6 +260,12 @@ std::vector<ScriptStep> LoadScript(const std::filesystem::path& file, int num_mo
     for (TomlTable& at : tables) {
         steps.push_back(ReadStep(at, num_modes, last_s, steps));
     }
+    for (ScriptStep& step : steps) {
+        for (std::filesystem::path* path :
+             {&step.gains_file, &step.references_file, &step.p2edc, &step.pact2modes, &step.modes2pact}) {
+            *path = path->empty() ? *path : file.parent_path() / *path;  // an absolute one stays as it is
+        }
+    }
     return steps;
 }
 

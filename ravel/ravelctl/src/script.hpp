@@ -41,8 +41,8 @@ struct ReplacementChange
     float value_um = 0.0F;
 };
 
-/// What happens at one moment. Files are as the script names them; an empty path or string is a thing that it does not
-/// name.
+/// What happens at one moment. Files are as seen from the folder of the script; an empty path or string is a thing that
+/// it does not name.
 struct ScriptStep
 {
     double time_s = 0.0;

@@ -1,10 +1,12 @@
 #include "scriptPlayer.hpp"
 
 #include "error.hpp"
+#include "gains.hpp"
 
 #include <lumo/ravelcore/pidFilter.hpp>
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <chrono>
@@ -100,6 +102,7 @@ void ScriptPlayer::Play(const ScriptStep& step)
     ScriptEvent event;
     event.time_s = step.time_s;
     event.what = Describe(step, m_num_modes);
+    event.first_cycle = m_loop.requests.GetCycle();
     try {
         if (ChangesParameters(step)) {
             Prepare(step);
@@ -121,7 +124,11 @@ void ScriptPlayer::Play(const ScriptStep& step)
         }
     } catch (const std::exception& e) {
         event.problem = e.what();
+        if (event.cycle < 0 && !AwaitTime(step)) {
+            return;  // the run ended first: nobody has missed it
+        }
     }
+    event.last_cycle = std::max(event.last_cycle, m_loop.requests.GetCycle());
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_events.push_back(event);
 }
@@ -163,7 +170,33 @@ void ScriptPlayer::Prepare(const ScriptStep& step)
         Replace(*step.fdc, m_fdc);
         change.fdc = m_fdc;
     }
+    if (!change.gains.empty() || !change.single_gains.empty()) {
+        CheckGains(FindGains(change));
+    }
     m_loop.parameters.Publish(change);
+}
+
+/// All gains as they would be with the change.
+std::vector<float> ScriptPlayer::FindGains(const LiveParameters::Change& change) const
+{
+    std::vector<float> gains = change.gains.empty() ? m_loop.parameters.GetGains() : change.gains;
+    for (const auto& [place, value] : change.single_gains) {
+        gains.at(static_cast<std::size_t>(place)) = value;
+    }
+    return gains;
+}
+
+/// Waits until a step is due that will not be done. False when the run ended first.
+bool ScriptPlayer::AwaitTime(const ScriptStep& step) const
+{
+    constexpr std::chrono::milliseconds POLL{5};
+    while (m_loop.requests.GetCycle() < CycleOf(step)) {
+        if (IsStopRequested()) {
+            return false;
+        }
+        std::this_thread::sleep_for(POLL);
+    }
+    return true;
 }
 
 /// Asks the cycle for something and waits until it is done. False when the run ended first.
@@ -190,20 +223,20 @@ bool ScriptPlayer::Request(CycleRequests::Kind kind, ScriptEvent& event)
 void ScriptPlayer::Save(const ScriptStep& step, ScriptEvent& event)
 {
     const std::filesystem::path folder = m_output / step.save;
-    std::string failure;
+    std::vector<std::string> failures;
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) {
-        failure = fmt::format("cannot make the folder {}: {}", folder.string(), error.message());
+        failures.push_back(fmt::format("cannot make the folder {}: {}", folder.string(), error.message()));
     } else {
         m_loop.recordings.Save(
             folder, [&](const std::string& name) { event.files.push_back(step.save + "/" + name); },
-            [&failure](const std::string& why) { failure = why; });
+            [&failures](const std::string& why) { failures.push_back(why); });
     }
     m_loop.requests.Announce(event.last_cycle + 1);
     const bool goes_on = Request(CycleRequests::Kind::StartRecording, event);
-    if (!failure.empty()) {
-        throw RunError(failure);
+    if (!failures.empty()) {
+        throw RunError(fmt::format("{}", fmt::join(failures, "; ")));
     }
     if (!goes_on) {
         m_loop.recordings.Start();  // no cycle runs any more; what is saved is not to be saved once more

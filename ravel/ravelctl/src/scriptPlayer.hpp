@@ -20,16 +20,17 @@ struct ScriptEvent
     double time_s = 0.0;  // as the script says
     std::string what;
     std::string problem;             // why it was not done, or not all of it; empty when it was
-    std::int64_t cycle = -1;         // the first one with it
+    std::int64_t first_cycle = -1;   // in which the slow thread began with it
+    std::int64_t cycle = -1;         // the first one with it; none when nothing of it was done
     double take_over_us = 0.0;       // for which the cycle thread was busy with it, between two cycles
     std::vector<std::string> files;  // saved, as seen from the run's output
-    std::int64_t last_cycle = -1;    // the last one that it may have slowed down: the end of a save
+    std::int64_t last_cycle = -1;    // in which the slow thread ended with it: after `cycle` for a save
     std::vector<float> gains;        // of all channels from `cycle` on, 10 floats per mode, where it changed them
 };
 
 /// Plays a script: prepares each step ahead of its time in a thread of its own, and asks the cycle to take it over.
-/// A step that cannot be prepared, because of a file for instance, is refused as a whole, and the loop goes on.
-/// It is stopped after the cycle has ended; a step that the run did not get to is then no event.
+/// A step that cannot be prepared, because of a file for instance, is refused as a whole, when its time comes, and the
+/// loop goes on. It is stopped after the cycle has ended; a step that the run did not get to is then no event.
 class ScriptPlayer : public brisk::ConfigurablePthreadActivity
 {
 public:
@@ -62,6 +63,8 @@ private:
     void Prepare(const ScriptStep& step);
     void Save(const ScriptStep& step, ScriptEvent& event);
     bool Request(CycleRequests::Kind kind, ScriptEvent& event);
+    bool AwaitTime(const ScriptStep& step) const;
+    std::vector<float> FindGains(const LiveParameters::Change& change) const;
 
     const std::vector<ScriptStep> m_steps;
     const LoopPlan m_plan;

@@ -25,7 +25,8 @@ SurfaceLog::SurfaceLog(std::int64_t num_cycles)
 {
     const auto samples = static_cast<std::size_t>((num_cycles + m_step - 1) / m_step);
     m_cycles.reserve(samples);
-    m_surfaces.reserve(samples * mirrorsim::NUM_PACT);
+    m_surfaces.resize(samples * mirrorsim::NUM_PACT);  // touches every page, as no cycle should
+    m_surfaces.clear();
 }
 
 void SurfaceLog::Add(std::int64_t cycle, std::span<const double> surface_um)
