@@ -62,7 +62,7 @@ void AddInspectOptions(CLI::App& command, InspectArguments& arguments)
         "  ravelctl inspect run/*.fits\n"
         "  ravelctl inspect run/modes_in.fits --statistics --columns 0-9\n"
         "  ravelctl inspect run/modes_in.fits --csv --columns 0,3 --rows 0:500 > start.csv\n"
-        "  ravelctl inspect run/modes_in.fits --json | jq .files[0].time.period_s\n\n"
+        "  ravelctl inspect run/modes_in.fits --json | jq '.files[0].time.period_s'\n\n"
         "Exit status: 0 all files were read; 1 the output could not be written; 2 bad input, such as a file that\n"
         "cannot be read; the others are shown.");
 }

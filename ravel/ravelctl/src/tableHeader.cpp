@@ -120,17 +120,17 @@ private:
 
 struct NumberType
 {
-    int code;
     const char* words;
+    int code;
     bool exact;  // as 32-bit floats
 };
 
 constexpr NumberType NUMBER_TYPES[] = {
-    {TFLOAT, "32-bit floats", true},          {TDOUBLE, "64-bit floats", false},
-    {TBYTE, "8-bit unsigned integers", true}, {TSBYTE, "8-bit integers", true},
-    {TSHORT, "16-bit integers", true},        {TUSHORT, "16-bit unsigned integers", true},
-    {TLONG, "32-bit integers", false},        {TULONG, "32-bit unsigned integers", false},
-    {TLONGLONG, "64-bit integers", false},    {TULONGLONG, "64-bit unsigned integers", false},
+    {"32-bit floats", TFLOAT, true},          {"64-bit floats", TDOUBLE, false},
+    {"8-bit unsigned integers", TBYTE, true}, {"8-bit integers", TSBYTE, true},
+    {"16-bit integers", TSHORT, true},        {"16-bit unsigned integers", TUSHORT, true},
+    {"32-bit integers", TLONG, false},        {"32-bit unsigned integers", TULONG, false},
+    {"64-bit integers", TLONGLONG, false},    {"64-bit unsigned integers", TULONGLONG, false},
 };
 
 /// None for texts, logical values, bits and complex numbers.
