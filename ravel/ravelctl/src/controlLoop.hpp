@@ -47,8 +47,7 @@ struct LoopExtras
 ///
 /// The loop is open at first: the commands are held where the actuators stand, the modes are measured and recorded.
 /// When it closes, the measured modes become the references, which are then led to 0 on half a cosine; what the extras
-/// give is added. The part of the
-/// actuators' positions that no controlled mode describes is held for the whole run.
+/// give is added. The part of the actuators' positions that no controlled mode describes is held for the whole run.
 class ControlLoop
 {
 public:

@@ -77,7 +77,7 @@ public:
     bool StagePiece();
 
     /// Takes over everything that is published, or, where a matrix is not whole on this side yet, nothing, and returns
-    /// false. Meanwhile the slow side writes nothing: a buffer that it has locked is left out.
+    /// false. The slow side must not be writing: CycleRequests sees to that.
     bool TakeOver();
 
     /// The parameters of all channels that are in force. Thread: also the slow one, once what it has published is taken

@@ -23,7 +23,7 @@ public:
     /// Takes the memory of the front end's recorders; the slices' is taken by their tasks. `slices` must outlive this.
     Recordings(const RecordingPlan& plan, SliceSet& slices);
 
-    /// Starts or restarts recording; ends it. Thread: the cycle's between cycles, or a slow one before it runs.
+    /// Starts or restarts recording; ends it. Thread: the cycle's between cycles, or a slow one while no cycle runs.
     /// Real time: yes.
     void Start();
     void Stop();

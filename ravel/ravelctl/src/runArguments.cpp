@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 namespace lumo::ravelctl {
@@ -36,9 +37,11 @@ double ReadRecordLast(const std::string& text)
     if (text.empty()) {
         return DEFAULT_S;
     }
-    double seconds = 0.0;
-    if (!CLI::detail::lexical_cast(text, seconds)) {
-        throw InputError(fmt::format("--record-last: expected seconds but got {}", text));
+    char* end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    if (*end != '\0') {
+        throw InputError(
+            fmt::format("--record-last: expected seconds but got {}; without a number, put it last", text));
     }
     return seconds;
 }
@@ -135,7 +138,7 @@ void ParseRecorded(const std::vector<std::string>& names, RecordOptions& record)
                      : name == "pact" ? &record.pact
                                       : nullptr;
         if (what == nullptr) {
-            throw InputError(fmt::format("expected some of modes, es and pact but got {}", name));
+            throw InputError(fmt::format("expected some of modes, es and pact but got '{}'", name));
         }
         *what = true;
     }

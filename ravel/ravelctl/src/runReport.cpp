@@ -40,7 +40,8 @@ Json ScriptToJson(const RunReport& report)
     for (const ScriptEvent& event : report.script) {
         steps.push_back({{"time_s", event.time_s},
                          {"what", event.what},
-                         {"first_cycle", event.first_cycle},
+                         {"begin_cycle", event.begin_cycle},
+                         {"ready_cycle", event.ready_cycle},
                          {"before_cycle", event.cycle},
                          {"last_cycle", event.last_cycle},
                          {"take_over_us", event.take_over_us},
@@ -126,10 +127,13 @@ std::string FormatRow(const char* name, const std::optional<Percentiles>& times)
 }
 
 /// Whether an instant that was missed before `cycle` fell into the time in which the slow thread was busy with the
-/// step.
+/// step: while it was prepared, or while it was done. In between the step waits for its time.
 bool IsMeanwhile(const ScriptEvent& event, std::int64_t cycle)
 {
-    return event.first_cycle >= 0 && cycle >= event.first_cycle && cycle <= event.last_cycle + 1;
+    const auto is_within = [cycle](std::int64_t begin, std::int64_t end) {
+        return begin >= 0 && cycle >= begin && cycle <= end + 1;
+    };
+    return is_within(event.begin_cycle, event.ready_cycle) || is_within(event.cycle, event.last_cycle);
 }
 
 }  // namespace

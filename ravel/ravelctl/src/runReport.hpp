@@ -57,7 +57,7 @@ struct RunReport
     /// than they were with the loop open. Of frames that were played back nothing needs to have become smaller.
     bool DidHold() const;
 
-    /// Missed instants while the slow thread was busy with a step of the script, from the first look at its files on.
+    /// Missed instants while the slow thread was busy with a step of the script: preparing it, or doing it.
     std::int64_t CountMissed(const ScriptEvent& event) const;
 
     /// Missed instants while it was busy with any step, each once.

@@ -102,10 +102,11 @@ void ScriptPlayer::Play(const ScriptStep& step)
     ScriptEvent event;
     event.time_s = step.time_s;
     event.what = Describe(step, m_num_modes);
-    event.first_cycle = m_loop.requests.GetCycle();
+    event.begin_cycle = m_loop.requests.GetCycle();
     try {
         if (ChangesParameters(step)) {
             Prepare(step);
+            event.ready_cycle = m_loop.requests.GetCycle();
             if (!Request(CycleRequests::Kind::TakeParameters, event)) {
                 return;  // the run ended first
             }
@@ -128,7 +129,6 @@ void ScriptPlayer::Play(const ScriptStep& step)
             return;  // the run ended first: nobody has missed it
         }
     }
-    event.last_cycle = std::max(event.last_cycle, m_loop.requests.GetCycle());
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_events.push_back(event);
 }
@@ -235,6 +235,9 @@ void ScriptPlayer::Save(const ScriptStep& step, ScriptEvent& event)
     }
     m_loop.requests.Announce(event.last_cycle + 1);
     const bool goes_on = Request(CycleRequests::Kind::StartRecording, event);
+    if (!goes_on) {
+        event.last_cycle = m_loop.requests.GetCycle();
+    }
     if (!failures.empty()) {
         throw RunError(fmt::format("{}", fmt::join(failures, "; ")));
     }

@@ -20,11 +20,12 @@ struct ScriptEvent
     double time_s = 0.0;  // as the script says
     std::string what;
     std::string problem;             // why it was not done, or not all of it; empty when it was
-    std::int64_t first_cycle = -1;   // in which the slow thread began with it
+    std::int64_t begin_cycle = -1;   // in which the slow thread began to prepare it
+    std::int64_t ready_cycle = -1;   // in which it was ready to be taken over
     std::int64_t cycle = -1;         // the first one with it; none when nothing of it was done
     double take_over_us = 0.0;       // for which the cycle thread was busy with it, between two cycles
     std::vector<std::string> files;  // saved, as seen from the run's output
-    std::int64_t last_cycle = -1;    // in which the slow thread ended with it: after `cycle` for a save
+    std::int64_t last_cycle = -1;    // from which on nobody was busy with it any more: after `cycle` for a save
     std::vector<float> gains;        // of all channels from `cycle` on, 10 floats per mode, where it changed them
 };
 

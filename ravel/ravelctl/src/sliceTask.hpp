@@ -39,7 +39,8 @@ public:
         ravelcore::Recorder& arw;
     };
 
-    /// All references must outlive the task. `set_up` runs in the worker's thread, so the storage is on its NUMA node.
+    /// All references must outlive the task. `set_up` runs in the worker's thread, so the storage is on its NUMA node
+    /// (but for a matrix that was exchanged while the loop ran).
     SliceTask(ravelcore::TaskEdc& edc, const Recorders& recorders, CycleGate& gate, const CycleInput& input,
               SetUp set_up);
 

@@ -357,10 +357,10 @@ INSTANTIATE_TEST_SUITE_P(All, CommandLineErrorTest,
 
 INSTANTIATE_TEST_SUITE_P(
     WhatGoesInAndComesOut, CommandLineErrorTest,
-    testing::Values(BadLine{{"run", "--record", "all"}, "--record: expected some of modes, es and pact but got all"},
+    testing::Values(BadLine{{"run", "--record", "all"}, "--record: expected some of modes, es and pact but got 'all'"},
                     BadLine{{"run", "--record", "es,mods"},
-                            "--record: expected some of modes, es and pact but got mods"},
-                    BadLine{{"run", "--record", "ES"}, "--record: expected some of modes, es and pact but got ES"},
+                            "--record: expected some of modes, es and pact but got 'mods'"},
+                    BadLine{{"run", "--record", "ES"}, "--record: expected some of modes, es and pact but got 'ES'"},
                     BadLine{{"run", "--record"}, "--record"},
                     BadLine{{"run", "--record-decimation"}, "--record-decimation"},
                     BadLine{{"run", "--record-decimation", "1.5"}, "--record-decimation = 1.5"},

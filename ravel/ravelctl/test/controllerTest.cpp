@@ -1,6 +1,7 @@
 #include "controller.hpp"
 #include "error.hpp"
 #include "gains.hpp"
+#include "resources.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
@@ -204,6 +205,61 @@ TEST(ControllerTest, RecordingsThatCannotFitAreRefused)
     std::ostringstream out;
     EXPECT_THAT(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
                 HasSubstr("run for a shorter time"));
+}
+
+TEST(ControllerTest, MoreMemoryThanTheMachineHasIsRefusedWithWhatEachPartTakes)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.duration_s = 298.0;
+    options.record.es = true;
+    options.record.pact = true;
+    // 149000 samples of 14364 and 4788 floats, and four copies of the larger on the way to its file.
+    constexpr std::uint64_t NEEDED = 149'000ULL * 4 * (14364 + 4788 + 3 * 14364);
+    if (AvailableMemory() > NEEDED) {
+        GTEST_SKIP() << "this machine has " << FormatBytes(AvailableMemory()) << " to spare";
+    }
+    std::ostringstream out;
+    const std::string line = test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); });
+    EXPECT_THAT(line, HasSubstr("recordings (11.5 GB) and saving them (25.7 GB) need 37."));
+    EXPECT_THAT(line, HasSubstr("GB of memory but the machine has "));
+    EXPECT_THAT(line, HasSubstr("record less with --record, --record-decimation or --record-last"));
+    EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
+TEST(ControllerTest, TheMemoryOfTheRecordingsIsPrinted)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.record.pact = true;
+    options.record.decimation = 3;
+    const FinishedRun run = RunInProcess(options);
+    // 100 samples: 4 x 20 modes and 4788 values of 4 bytes, 5 time stamps of 8.
+    EXPECT_THAT(run.text, HasSubstr("recording modes, pact: 100 samples, one in 3 cycles, 2.0 MB of memory\n"));
+}
+
+TEST(ControllerTest, AReplacedRunLeavesNothingBehind)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.record.pact = true;
+    RunInProcess(options);
+    EXPECT_TRUE(std::filesystem::exists(folder / "run" / "pact.fits"));
+    options.record.pact = false;
+    options.overwrite = true;
+    const FinishedRun run = RunInProcess(options);
+    EXPECT_FALSE(std::filesystem::exists(folder / "run" / "pact.fits"));
+    EXPECT_EQ(run.report.files, test::FilesOfRun());
+}
+
+TEST(ControllerTest, OptionsOfAnInjectionWithoutOneAreRefused)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.inject.loop = true;
+    std::ostringstream out;
+    EXPECT_EQ(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
+              "--inject-loop, --inject-decimation: expected --inject besides, a file of samples");
 }
 
 TEST(ControllerTest, DetailOfTheControlTaskIsRefusedWhereItWouldEndTheProcess)

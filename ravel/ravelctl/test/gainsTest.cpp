@@ -1,4 +1,6 @@
+#include "error.hpp"
 #include "gains.hpp"
+#include "support/thrown.hpp"
 
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/mirrorsim/mirror.hpp>
@@ -161,6 +163,32 @@ TEST(GainsTest, WhatActuatorsFellShortOfKeepsALongWayFromOvershootingMoreThanAFr
     EXPECT_LT(free, 120.0);
     EXPECT_LE(LargestOnTheWay(2.0, true), free);
     EXPECT_GT(LargestOnTheWay(2.0, false), 150.0) << "without the anti-windup input";
+}
+
+std::vector<float> TwoChannels()
+{
+    const std::vector<float> one = {1.0F, 30.0F, 0.0F, 50.0F, 1.0F, 0.02F, 10.0F, -5.0F, 5.0F, 30.0F};
+    std::vector<float> two = one;
+    two.insert(two.end(), one.begin(), one.end());
+    return two;
+}
+
+std::string GainsRefusal(std::size_t param, float value)
+{
+    std::vector<float> params = TwoChannels();
+    params.at(10 + param) = value;
+    return test::ThrownLine<InputError>([&params] { CheckGains(params); });
+}
+
+TEST(GainsTest, GainsWithWhichNoChannelCanWorkAreRefusedWithModeAndParameter)
+{
+    EXPECT_NO_THROW(CheckGains(TwoChannels()));
+    EXPECT_EQ(GainsRefusal(2, -1.0F), "mode 1: kd: expected 0 or above but got -1");
+    EXPECT_EQ(GainsRefusal(5, -0.5F), "mode 1: tt: expected 0 or above but got -0.5");
+    EXPECT_EQ(GainsRefusal(6, 0.0F), "mode 1: n: expected more than 0 but got 0");
+    EXPECT_EQ(GainsRefusal(9, 0.0F), "mode 1: freq: expected more than 0 but got 0");
+    EXPECT_EQ(GainsRefusal(7, 6.0F), "mode 1: ulow: expected at most uhigh = 5 but got 6");
+    EXPECT_EQ(GainsRefusal(8, -6.0F), "mode 1: ulow: expected at most uhigh = -6 but got -5");
 }
 
 }  // namespace

@@ -66,6 +66,37 @@ TEST(ResourcesTest, ADiskThatIsTooFullIsRefusedWithBothFigures)
     EXPECT_THAT(line, HasSubstr("free"));
 }
 
+TEST(ResourcesTest, OfAReplacedRunNothingStaysAndOfAnythingElseEverything)
+{
+    const test::TestFolder folder;
+    const auto& run = folder.GetPath();
+    std::filesystem::create_directory(run / "first");
+    for (const char* name : {"modes_in.fits", "es.fits", "first/es.fits", "notes.txt"}) {
+        test::WriteBytes(run / name, "x");
+    }
+    const test::TestFolder elsewhere;
+    test::WriteBytes(elsewhere / "kept", "x");
+    test::WriteBytes(run / "summary.json",
+                     "{\"files\": [\"modes_in.fits\", \"es.fits\", \"first/es.fits\", \"gone\", \"\", "
+                     "7, \"../" +
+                         elsewhere.GetPath().filename().string() + "/kept\", \"" + (elsewhere / "kept").string() +
+                         "\"]}");
+    RemoveOldRun(run);
+    EXPECT_EQ(folder.CountEntries(), 1U);
+    EXPECT_TRUE(std::filesystem::exists(run / "notes.txt"));
+    EXPECT_TRUE(std::filesystem::exists(elsewhere / "kept"));
+}
+
+TEST(ResourcesTest, AFolderWithoutASummaryOrWithABrokenOneKeepsItsFiles)
+{
+    const test::TestFolder folder;
+    test::WriteBytes(folder / "notes.txt", "x");
+    RemoveOldRun(folder.GetPath());
+    test::WriteBytes(folder / "summary.json", "{\"files\": [");
+    RemoveOldRun(folder.GetPath());
+    EXPECT_EQ(folder.CountEntries(), 1U);
+}
+
 TEST(ResourcesTest, MoreMemoryThanThereIsIsRefusedWithBothFigures)
 {
     ASSERT_GT(AvailableMemory(), 0U);

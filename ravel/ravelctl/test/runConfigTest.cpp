@@ -147,7 +147,7 @@ TEST_F(RunConfigTest, WrongKindsAndValuesOutOfRangeAreRefusedWithTheirPlace)
     EXPECT_EQ(Refusal("[run]\ntones = [\"1:2\"]\n"),
               "night.toml:2:9: tones: expected MODE:HZ:NM, such as 5:2.5:100, but got 1:2");
     EXPECT_EQ(Refusal("[record]\nwhat = [\"mode\"]\n"),
-              "night.toml:2:8: what: expected some of modes, es and pact but got mode");
+              "night.toml:2:8: what: expected some of modes, es and pact but got 'mode'");
     EXPECT_EQ(Refusal("[record]\nlast = 0\n"), "night.toml:2:8: last: expected 0.001 to 1000000 s but got 0");
 }
 

@@ -181,16 +181,12 @@ TEST(RunReportTest, TheSummaryTellsEachStepOfTheScript)
     RunReport report = MakeReport();
     report.script = {MakeStep(5.0, "references", 2500, 2501), MakeRefusedStep()};
     report.missed_before = {2499, 2500, 2501, 2502, 2502, 2503};
-    const nlohmann::json done = {{"time_s", 5.0},      {"what", "references"}, {"before_cycle", 2500},
-                                 {"last_cycle", 2501}, {"take_over_us", 12.6}, {"missed_cycles", 4},
-                                 {"problem", ""}};
-    const nlohmann::json refused = {{"time_s", 15.25},
-                                    {"what", "gains"},
-                                    {"before_cycle", -1},
-                                    {"last_cycle", -1},
-                                    {"take_over_us", 0.0},
-                                    {"missed_cycles", 0},
-                                    {"problem", "there is no g.fits"}};
+    const nlohmann::json done = {{"time_s", 5.0},        {"what", "references"}, {"begin_cycle", -1},
+                                 {"ready_cycle", -1},    {"before_cycle", 2500}, {"last_cycle", 2501},
+                                 {"take_over_us", 12.6}, {"missed_cycles", 4},   {"problem", ""}};
+    const nlohmann::json refused = {{"time_s", 15.25},     {"what", "gains"},    {"begin_cycle", -1},
+                                    {"ready_cycle", -1},   {"before_cycle", -1}, {"last_cycle", -1},
+                                    {"take_over_us", 0.0}, {"missed_cycles", 0}, {"problem", "there is no g.fits"}};
     EXPECT_EQ(WriteAndRead(report).at("script"), nlohmann::json::array({done, refused}));
 }
 
@@ -203,6 +199,24 @@ TEST(RunReportTest, AStepMayHaveCausedTheMissesFromItsCycleToTheOneAfterItsLast)
     EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 15, 15)), 1);
     report.missed_before.clear();
     EXPECT_EQ(report.CountMissed(MakeStep(0.0, "save", 10, 13)), 0);
+}
+
+TEST(RunReportTest, AStepMayAlsoHaveCausedTheMissesWhileItWasPreparedButNotThoseWhileItWaited)
+{
+    RunReport report;
+    report.missed_before = {9, 10, 12, 13, 50, 99, 100, 101, 102};
+    ScriptEvent event = MakeStep(0.0, "matrix", 100, 100);
+    event.begin_cycle = 10;
+    event.ready_cycle = 12;
+    EXPECT_EQ(report.CountMissed(event), 5);
+}
+
+TEST(RunReportTest, AMissIsCountedOnceHoweverManyStepsWereUnderWay)
+{
+    RunReport report;
+    report.script = {MakeStep(0.0, "save", 10, 20), MakeStep(0.0, "gains", 15, 15), MakeRefusedStep()};
+    report.missed_before = {15, 15, 16, 30};
+    EXPECT_EQ(report.CountMissedInScript(), 3);
 }
 
 TEST(RunReportTest, AStepThatWasNotDoneCausedNoMisses)
@@ -218,7 +232,10 @@ TEST(RunReportTest, AStepIsToldInOneLine)
     EXPECT_EQ(FormatStep(MakeRefusedStep()), "  15.250 s  gains; REFUSED: there is no g.fits");
     ScriptEvent partly = MakeStep(0.0, "save", 0, 7);
     partly.problem = "the disk is full";
-    EXPECT_EQ(FormatStep(partly), "   0.000 s  save (before cycle 0, 13 us); REFUSED: the disk is full");
+    EXPECT_EQ(FormatStep(partly), "   0.000 s  save (before cycle 0, 13 us); NOT ALL OF IT: the disk is full");
+    ScriptEvent saved = MakeStep(2.0, "save", 1000, 1400);
+    saved.files = {"first/modes_in.fits"};
+    EXPECT_EQ(FormatStep(saved), "   2.000 s  save (before cycle 1000, 13 us; recording again from cycle 1400)");
 }
 
 TEST(RunReportTest, TheTextCountsTheStepsThatWereDoneAndTheMissesMeanwhile)
