@@ -37,10 +37,9 @@ public:
     ///            the sizes as before; the recorder ignores samples until it has been initialised again.
     void Init(int num_samples, int sample_size);
 
-    /// Arms recording from slot 0. While a producer runs: an AddSample that has just found the recorder full may stop it
-    /// again right after; let a cycle pass after Stop, or look at IsStarted.
-    /// Thread:    a slow one.
-    /// Data:      `loopback` wraps to slot 0 after the last slot instead of stopping. `decimation`: 0 and 1 record all
+    /// Arms recording from slot 0. While a producer runs: an AddSample that has just found the recorder full may stop
+    /// it again right after; let a cycle pass after Stop, or look at IsStarted. Thread:    a slow one. Data: `loopback`
+    /// wraps to slot 0 after the last slot instead of stopping. `decimation`: 0 and 1 record all
     ///            calls, d > 1 every d-th, a negative one records nothing.
     void Start(bool loopback, int decimation);
 
