@@ -50,7 +50,7 @@ std::map<int, float> FlatParams(const GainChange& change)
 }  // namespace
 
 ScriptPlayer::ScriptPlayer(std::vector<ScriptStep> steps, const LoopPlan& plan, int num_modes,
-                           std::filesystem::path output, Loop loop)
+                           std::filesystem::path output, const Loop& loop)
     : ConfigurablePthreadActivity("script", -1, 0),
       m_steps(std::move(steps)),
       m_plan(plan),

@@ -44,7 +44,7 @@ public:
     };
 
     ScriptPlayer(std::vector<ScriptStep> steps, const LoopPlan& plan, int num_modes, std::filesystem::path output,
-                 Loop loop);
+                 const Loop& loop);
     ~ScriptPlayer() override;
 
     /// What the steps need of the parameters' memory.
