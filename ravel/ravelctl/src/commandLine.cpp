@@ -155,7 +155,7 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     }
     Parser over_file(from_file);
     over_file.Parse(argc, argv);  // once more, over what the file says
-    const Command command = over_file.Read();
+    Command command = over_file.Read();
     if (parser.IsAbout("config")) {
         const RunOptions& options = std::get<RunOptions>(command);
         PlanRun(options);  // what it prints can be run

@@ -67,6 +67,7 @@ std::vector<float> LoadRow(const fs::path& file, const ravelcore::DoubleBuffer& 
 LiveParameters::Parts RowParts(const std::vector<float>& matrix, int num_cols, const std::vector<ModeSlice>& slices)
 {
     LiveParameters::Parts parts;
+    parts.reserve(slices.size());
     for (const ModeSlice& slice : slices) {
         parts.push_back(RowsOf(matrix, num_cols, slice));
     }
@@ -87,6 +88,7 @@ std::unique_ptr<MatrixHandover> MakeHandover(bool wanted, const char* name, cons
         return nullptr;
     }
     std::vector<std::size_t> sizes;
+    sizes.reserve(slices.size());
     for (const ModeSlice& slice : slices) {
         sizes.push_back(static_cast<std::size_t>(slice.count) * static_cast<std::size_t>(floats_per_mode));
     }
@@ -148,6 +150,7 @@ LiveParameters::Parts LiveParameters::LoadModes2Pact(const fs::path& file) const
 {
     const std::vector<float> matrix = LoadMatrix(file, "MODES2PACT", mirrorsim::NUM_PACT, m_num_modes);
     Parts parts;
+    parts.reserve(m_mode_slices.size());
     for (const ModeSlice& slice : m_mode_slices) {
         parts.push_back(ColumnsOf(matrix, m_num_modes, slice));
     }

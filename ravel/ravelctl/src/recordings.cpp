@@ -108,6 +108,7 @@ void Recordings::SaveSideBySide(const std::vector<const ravelcore::Recorder*>& r
         return;
     }
     std::vector<ravelcore::Recorder> copies;
+    copies.reserve(recorders.size());
     for (const ravelcore::Recorder* recorder : recorders) {
         copies.push_back(m_plan.loopback ? InOrderOfTime(*recorder, m_cycles / m_plan.decimation) : *recorder);
     }

@@ -64,6 +64,7 @@ std::string FormatNumber(double value)
 std::string FormatStrings(const std::vector<std::string>& texts)
 {
     std::vector<std::string> quoted;
+    quoted.reserve(texts.size());
     for (const std::string& text : texts) {
         quoted.push_back(Quote(text));
     }
@@ -196,6 +197,7 @@ Entry Tones()
             },
             [](const RunOptions& options) {
                 std::vector<std::string> tones;
+                tones.reserve(options.tones.size());
                 for (const mirrorsim::Tone& tone : options.tones) {
                     tones.push_back(fmt::format("{}:{}:{}", tone.mode, tone.frequency_hz, tone.amplitude_um * 1.0e3));
                 }

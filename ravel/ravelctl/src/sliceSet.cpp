@@ -165,6 +165,7 @@ void SliceSet::SwapModes2Pact(int slice, std::vector<float>& matrix)
 std::vector<ModeSlice> SliceSet::GetModeSlices() const
 {
     std::vector<ModeSlice> slices;
+    slices.reserve(m_slices.size());
     for (const auto& slice : m_slices) {
         slices.push_back(slice->modes);
     }
@@ -208,6 +209,7 @@ std::chrono::nanoseconds SliceSet::GetExecTime() const
 std::vector<const ravelcore::Recorder*> SliceSet::GetRecorders(ravelcore::Recorder Slice::*recorder) const
 {
     std::vector<const ravelcore::Recorder*> recorders;
+    recorders.reserve(m_slices.size());
     for (const auto& slice : m_slices) {
         recorders.push_back(&(slice.get()->*recorder));
     }
