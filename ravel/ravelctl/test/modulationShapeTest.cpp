@@ -220,7 +220,7 @@ TEST(ModulationShapeTest, EqualSeedsGiveEqualBitsAndOthersGiveOthers)
     const std::vector<float> second = MakeModulation(options);
     EXPECT_NE(second, unseeded);
     options.seed = (std::uint64_t{1} << 32U) + 2;
-    EXPECT_NE(MakeModulation(options), second) << "all bits of the seed count";
+    EXPECT_NE(MakeModulation(options), second) << "the upper half of a seed counts as well";
 }
 
 TEST(ModulationShapeTest, OptionsThatCannotWorkAreRefused)

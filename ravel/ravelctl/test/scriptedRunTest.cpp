@@ -217,11 +217,14 @@ p2edc = ")" + SaveMatrix("other.fits", modes.num_modes, mirrorsim::NUM_ES, other
     m_options.as_fast_as_possible = false;
     const std::vector<ScriptEvent> paced = Run("paced", script);
     EXPECT_THAT(Cycles(fast), ElementsAre(60, 120));
-    if (Cycles(paced) != Cycles(fast)) {
-        GTEST_SKIP() << "this machine was too busy to prepare a step in time";
-    }
+    // A busy machine may prepare a step too late for its cycle; until then the runs are equal all the same.
+    const std::vector<std::int64_t> done = Cycles(paced);
+    ASSERT_EQ(done.size(), 2U);
+    ASSERT_GE(done[0], 60);
+    ASSERT_GE(done[1], 120);
+    const int equal_rows = done[0] > 60 ? 60 : done[1] > 120 ? 120 : 130;
     for (const char* file : MODE_FILES) {
-        EXPECT_TRUE(AreSameFiles("fast", "paced", file)) << file;
+        EXPECT_GE(FirstDifference("fast", "paced", file), equal_rows) << file;
     }
 }
 
