@@ -1,11 +1,11 @@
 #include "inspectedFile.hpp"
 
 #include "error.hpp"
+#include "libraryLoad.hpp"
 #include "resources.hpp"
 
 #include <lumo/ravelcore/utils.hpp>
 
-#include <CCfits/CCfits>
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <sys/stat.h>
@@ -83,19 +83,10 @@ InspectedFile LoadInspectedFile(const fs::path& file)
     }
     CheckMemoryFor(inspected);
     inspected.values.reserve(static_cast<std::size_t>(inspected.header.values));
-    const auto refuse = [&file](std::string reason) {
-        reason.erase(std::remove(reason.begin(), reason.end(), '\n'), reason.end());
-        throw InputError(
-            fmt::format("{}: expected a FITS table that can be read as a matrix but: {}", file.string(), reason));
-    };
-    try {
-        ravelcore::LoadMatrixFromFitsBinTable(file.string(), inspected.rows, inspected.cols, inspected.values,
+    LoadThroughLibrary(file, [&inspected](const std::string& path) {
+        ravelcore::LoadMatrixFromFitsBinTable(path, inspected.rows, inspected.cols, inspected.values,
                                               inspected.timestamps);
-    } catch (const CCfits::FitsException& e) {
-        refuse(e.message());
-    } catch (const std::exception& e) {
-        refuse(e.what());
-    }
+    });
     return inspected;
 }
 

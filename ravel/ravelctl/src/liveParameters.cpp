@@ -1,13 +1,11 @@
 #include "liveParameters.hpp"
 
 #include "error.hpp"
-#include "tableRows.hpp"
+#include "libraryLoad.hpp"
 
-#include <brisk/helper.hpp>
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/ravelcore/utils.hpp>
 
-#include <CCfits/CCfits>
 #include <fmt/core.h>
 
 #include <cmath>
@@ -17,23 +15,6 @@ namespace lumo::ravelctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// The library's own load, with every kind of error as the same kind.
-template <typename Loading>
-void Load(const fs::path& file, Loading&& load)
-{
-    const std::optional<std::int64_t> rows = CountTableRows(brisk::Helper::FindFile(file.string()));
-    if (rows && *rows < 1) {  // the library ends the process
-        throw InputError(fmt::format("{}: expected a FITS table with rows but it has none", file.string()));
-    }
-    try {
-        load(file.string());
-    } catch (const CCfits::FitsException& e) {
-        throw InputError(fmt::format("{}: {}", file.string(), e.message()));
-    } catch (const std::exception& e) {
-        throw InputError(e.what());
-    }
-}
 
 void CheckFinite(const fs::path& file, const std::vector<float>& values)
 {
@@ -48,7 +29,7 @@ void CheckFinite(const fs::path& file, const std::vector<float>& values)
 std::vector<float> LoadMatrix(const fs::path& file, const char* name, int rows, int cols)
 {
     std::vector<float> values;
-    Load(file, [&](const std::string& path) { ravelcore::LoadMatrix(path, name, rows, cols, values); });
+    LoadThroughLibrary(file, [&](const std::string& path) { ravelcore::LoadMatrix(path, name, rows, cols, values); });
     CheckFinite(file, values);
     return values;
 }
@@ -58,7 +39,7 @@ std::vector<float> LoadMatrix(const fs::path& file, const char* name, int rows, 
 std::vector<float> LoadRow(const fs::path& file, const ravelcore::DoubleBuffer& buffer)
 {
     ravelcore::DoubleBuffer row(buffer.GetName(), buffer.GetSize());
-    Load(file, [&row](const std::string& path) { row.Load(path); });
+    LoadThroughLibrary(file, [&row](const std::string& path) { row.Load(path); });
     std::vector<float> values = row.Get();
     CheckFinite(file, values);
     return values;

@@ -1,12 +1,12 @@
 #include "matrixStore.hpp"
 
 #include "error.hpp"
+#include "libraryLoad.hpp"
 #include "modeSlice.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/ravelcore/utils.hpp>
 
-#include <CCfits/CCfits>
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -54,20 +54,6 @@ void Store(const fs::path& folder, const StoredMatrix& matrix, const std::vector
     }
 }
 
-/// Why this cannot be the file of the matrix, by its length; empty when it can. A file that was cut short before its
-/// first row must not come as far as the reader, to which a table of no rows is no matrix at all.
-std::string FindFlawInLength(const fs::path& file, const StoredMatrix& matrix)
-{
-    const std::uintmax_t expected =
-        static_cast<std::uintmax_t>(matrix.rows) * static_cast<std::uintmax_t>(matrix.cols) * sizeof(float);
-    std::error_code error;
-    const std::uintmax_t found = fs::file_size(file, error);
-    if (error) {
-        return error.message();
-    }
-    return found < expected ? fmt::format("expected at least {} bytes but it has {}", expected, found) : "";
-}
-
 bool IsFinite(float value)
 {
     return std::isfinite(value);
@@ -76,27 +62,21 @@ bool IsFinite(float value)
 std::vector<float> Load(const fs::path& folder, const StoredMatrix& matrix)
 {
     const fs::path file = FileOf(folder, matrix);
-    const auto unreadable = [&file](const std::string& reason) {
-        return RunError(
-            fmt::format("cannot use {}: {}; remove it to have it computed again, or choose another folder "
-                        "with --matrices",
-                        file.string(), reason));
+    const auto unreadable = [](const std::string& reason) {
+        return RunError(fmt::format(
+            "{}; remove that file to have it computed again, or choose another folder with --matrices", reason));
     };
-    if (const std::string flaw = FindFlawInLength(file, matrix); !flaw.empty()) {
-        throw unreadable(flaw);
-    }
     std::vector<float> values;
     int rows = matrix.rows;
     int cols = matrix.cols;
     try {
-        ravelcore::LoadMatrix(file.string(), matrix.name, rows, cols, values);
-    } catch (CCfits::FitsException& e) {
-        throw unreadable(e.message());
-    } catch (const std::exception& e) {
+        LoadThroughLibrary(
+            file, [&](const std::string& path) { ravelcore::LoadMatrix(path, matrix.name, rows, cols, values); });
+    } catch (const InputError& e) {
         throw unreadable(e.what());
     }
     if (!std::all_of(values.begin(), values.end(), IsFinite)) {
-        throw unreadable("it holds values that are not finite");
+        throw unreadable(file.string() + ": expected finite values but some are not");
     }
     return values;
 }

@@ -1,12 +1,12 @@
 #include "modulationFile.hpp"
 
 #include "error.hpp"
+#include "libraryLoad.hpp"
 #include "resources.hpp"
 #include "tableRows.hpp"
 
 #include <brisk/helper.hpp>
 
-#include <CCfits/CCfits>
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -30,9 +30,6 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
                                      modulation.GetSampleSize(), reason));
     };
     const std::optional<std::int64_t> rows = CountTableRows(found);
-    if (rows && *rows < 1) {  // the library ends the process
-        refuse(file.string() + " has no rows");
-    }
     const std::int64_t most_rows = std::numeric_limits<std::int32_t>::max() / modulation.GetSampleSize();
     if (rows && *rows > most_rows) {  // a modulation counts its values in 32 bits
         refuse(fmt::format("{} has {} rows, more than the {} that can be played", file.string(), *rows, most_rows));
@@ -48,10 +45,8 @@ void LoadModulation(ravelcore::Modulation& modulation, const fs::path& file, con
         say(fmt::format("reading {} ({})", file.string(), FormatBytes(bytes)));
     }
     try {
-        modulation.Load(file.string());
-    } catch (const CCfits::FitsException& e) {
-        refuse(file.string() + ": " + e.message());
-    } catch (const std::exception& e) {
+        LoadThroughLibrary(file, [&modulation](const std::string& path) { modulation.Load(path); });
+    } catch (const InputError& e) {
         refuse(e.what());
     }
 }

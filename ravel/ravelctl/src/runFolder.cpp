@@ -1,6 +1,7 @@
 #include "runFolder.hpp"
 
 #include "error.hpp"
+#include "libraryLoad.hpp"
 #include "tableRows.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
@@ -8,7 +9,6 @@
 #include <lumo/ravelcore/pidFilter.hpp>
 #include <lumo/ravelcore/utils.hpp>
 
-#include <CCfits/CCfits>
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
 
@@ -25,19 +25,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* SUMMARY = "summary.json";
-
-/// The library's own load, with every kind of error as the same kind.
-template <typename Loading>
-void Load(const fs::path& file, const Loading& load)
-{
-    try {
-        load(fs::absolute(file).string());
-    } catch (const CCfits::FitsException& e) {
-        throw InputError(fmt::format("{}: {}", file.string(), e.message()));
-    } catch (const std::exception& e) {
-        throw InputError(fmt::format("{}: {}", file.string(), e.what()));
-    }
-}
 
 }  // namespace
 
@@ -117,7 +104,7 @@ ModesRecording RunFolder::LoadEveryCycle(const std::string& name) const
     }
     ModesRecording recording;
     int rows = -1;
-    Load(file, [&](const std::string& path) {
+    LoadThroughLibrary(file, [&](const std::string& path) {
         ravelcore::LoadMatrixFromFitsBinTable(path, rows, recording.cols, recording.values, recording.timestamps);
     });
     if (recording.cols != m_modes) {
@@ -173,7 +160,7 @@ std::vector<GainsInForce> RunFolder::LoadGains() const
             throw InputError(fmt::format("{}: expected one row but it has {}", file.string(), *rows));
         }
         ravelcore::DoubleBuffer row("gains", m_modes * ravelcore::NUM_PID_FILTER_PARAMS);
-        Load(file, [&row](const std::string& path) { row.Load(path); });
+        LoadThroughLibrary(file, [&row](const std::string& path) { row.Load(path); });
         gains.push_back({entry.before_cycle, row.Get()});
     }
     return gains;

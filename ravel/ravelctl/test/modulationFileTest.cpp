@@ -156,7 +156,8 @@ TEST_F(ModulationFileTest, RowsOfAnotherLengthAreRefusedWithBothLengths)
 TEST_F(ModulationFileTest, ATableWithoutRowsIsRefused)
 {
     const std::filesystem::path file = MakeFileThatClaims(0);
-    EXPECT_EQ(Refusal(file), "--inject: expected a FITS table of rows of 4 values: " + file.string() + " has no rows");
+    EXPECT_EQ(Refusal(file), "--inject: expected a FITS table of rows of 4 values: " + file.string() +
+                                 ": expected a FITS table with rows but it has none");
 }
 
 TEST_F(ModulationFileTest, MoreValuesThanCanBeCountedAreRefused)
