@@ -1,6 +1,7 @@
 #include "machineFacts.hpp"
 
 #include "cycleClock.hpp"
+#include "memoryLimit.hpp"
 #include "workerGroup.hpp"
 
 #include <cblas.h>
@@ -170,6 +171,9 @@ MachineFacts ReadMachineFiles(const fs::path& root)
     facts.rt_period_us = ReadNumber<std::int64_t>(kernel / "sched_rt_period_us");
     facts.memory_bytes = FindNumber(meminfo, "MemTotal:", KIB);
     facts.memory_available_bytes = FindNumber(meminfo, "MemAvailable:", KIB);
+    if (const std::optional<std::uint64_t> left = MemoryLeftByGroups(root)) {
+        facts.memory_available_bytes = std::min(facts.memory_available_bytes.value_or(*left), *left);
+    }
     facts.swap_bytes = FindNumber(meminfo, "SwapTotal:", KIB);
     facts.swap_free_bytes = FindNumber(meminfo, "SwapFree:", KIB);
     facts.huge_pages = FindNumber(meminfo, "HugePages_Total:", 1);

@@ -1,6 +1,7 @@
 #include "resources.hpp"
 
 #include "error.hpp"
+#include "memoryLimit.hpp"
 
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
@@ -95,14 +96,13 @@ std::uint64_t AvailableMemory()
 {
     std::ifstream meminfo("/proc/meminfo");
     std::string name;
-    while (meminfo >> name) {
-        std::uint64_t kib = 0;
-        if (name == "MemAvailable:" && meminfo >> kib) {
-            return kib * 1024;
-        }
+    std::uint64_t kib = 0;
+    while (meminfo >> name && !(name == "MemAvailable:" && meminfo >> kib)) {
         meminfo.ignore(1000, '\n');
     }
-    return 0;
+    const std::uint64_t of_machine = kib * 1024;
+    const std::uint64_t left = MemoryLeftByGroups().value_or(of_machine);
+    return of_machine == 0 ? left : std::min(of_machine, left);
 }
 
 std::vector<int> AllowedCpus()

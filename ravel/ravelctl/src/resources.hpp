@@ -20,7 +20,7 @@ void RemoveOldRun(const std::filesystem::path& folder);
 /// and what to do (`remedy`).
 void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy);
 
-/// Bytes that /proc/meminfo says are available; 0 where it does not say.
+/// Bytes that the machine and the control groups of this process have to spare; 0 where neither says.
 std::uint64_t AvailableMemory();
 
 /// The CPUs on which this process may run, ascending.

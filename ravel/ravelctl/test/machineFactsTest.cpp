@@ -75,6 +75,18 @@ TEST(MachineFactsTest, WhatHasNoFileIsMissing)
     EXPECT_FALSE(facts.clock_source || facts.clock_sources);
 }
 
+TEST(MachineFactsTest, OfTheMemoryNoMoreIsAvailableThanTheControlGroupsLeave)
+{
+    const test::TestFolder root;
+    Write(root, "proc/meminfo", "MemTotal: 9000 kB\nMemAvailable: 8000 kB\n");
+    Write(root, "proc/self/cgroup", "0::/\n");
+    Write(root, "sys/fs/cgroup/memory.max", "3000\n");
+    Write(root, "sys/fs/cgroup/memory.current", "1000\n");
+    EXPECT_EQ(ReadMachineFiles(root.GetPath()).memory_available_bytes, 2000U);
+    Write(root, "sys/fs/cgroup/memory.max", "90000000\n");
+    EXPECT_EQ(ReadMachineFiles(root.GetPath()).memory_available_bytes, 8'192'000U);
+}
+
 TEST(MachineFactsTest, WhatIsNoNumberIsMissing)
 {
     const test::TestFolder root;
