@@ -243,6 +243,11 @@ std::vector<GainsInForce> Change(std::vector<GainsInForce> gains, const std::vec
                                    static_cast<std::size_t>(setting.param)) = setting.value;
             }
         }
+        try {
+            CheckGains(in_force.params);  // a limit by itself may be right, and wrong beside the other
+        } catch (const InputError& e) {
+            throw InputError(fmt::format("--set: {}", e.what()));
+        }
     }
     return gains;
 }

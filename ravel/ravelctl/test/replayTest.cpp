@@ -390,6 +390,16 @@ TEST_F(ReplayTest, ModesThatTheRunDoesNotHaveAreRefused)
     EXPECT_THAT(test::ThrownLine<InputError>([&] { Replay(m_replay); }), StartsWith("--modes: "));
 }
 
+TEST_F(ReplayTest, ALimitThatIsWrongOnlyBesideTheRunsOtherOneIsRefused)
+{
+    constexpr int ULOW = 7;
+    m_replay.run = PlainRun();
+    m_replay.set = {{ULOW, 1.0e9F}};
+    m_replay.modes = "3";
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { Replay(m_replay); }),
+                StartsWith("--set: mode 3: ulow: expected at most uhigh = "));
+}
+
 TEST_F(ReplayTest, ARecordingThatASaveBeganAnewIsRefusedWithTheRemedy)
 {
     Script("[[at]]\ntime = 0.4\nsave = \"first\"\n");
