@@ -1,16 +1,13 @@
 #include "controller.hpp"
 #include "error.hpp"
-#include "gains.hpp"
 #include "resources.hpp"
+#include "support/describedLoop.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
 #include "support/sanitizer.hpp"
 #include "support/textFile.hpp"
 #include "support/thrown.hpp"
-
-#include <lumo/mirrorsim/geometry.hpp>
-#include <lumo/mirrorsim/mirror.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -70,23 +67,13 @@ TEST(ControllerTest, DisturbancesAreRejectedAsTheDiscreteTransferFunctionSays)
     const Recording modes_in = test::LoadRecording(options.output / "modes_in.fits");
     ASSERT_EQ(modes_in.rows, 3000);
 
-    // The figures of the loop come from where they are used: the mirror and the parameters of the channels.
-    mirrorsim::MirrorConfig config;
-    config.period_s = 1.0 / RATE_HZ;
-    const mirrorsim::Mirror mirror(mirrorsim::Geometry(), config);
-    const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, config.period_s};
-    mirrorsim::ControlModes modes;
-    modes.num_modes = 1;
-    modes.modes2pact.assign(static_cast<std::size_t>(mirrorsim::NUM_PACT), 0.02F);
-    std::vector<ravelcore::PidFilterContext> channels;
-    ASSERT_TRUE(ravelcore::PidFilterCopy(0.002F, 0.0F, DesignGains(DesignFor(RATE_HZ), plant, modes, 500.0), channels));
-
+    const test::DescribedLoop loop = test::DescribeLoop(RATE_HZ);
     constexpr int BEGIN = 1000;  // 1.5 s after the loop has closed; then 4 s: whole periods of every tone
     for (const ToneOnMode& tone : tones) {
         const double left_um =
             test::MeasureAmplitude(modes_in, tone.mode, BEGIN, modes_in.rows, tone.frequency_hz, RATE_HZ);
         const double measured = left_um * 1.0e3 / tone.amplitude_nm;
-        const double computed = std::abs(RejectionResponse(channels.front(), plant, tone.frequency_hz));
+        const double computed = std::abs(RejectionResponse(loop.channel, loop.plant, tone.frequency_hz));
         std::cout << "rejection at " << tone.frequency_hz << " Hz on mode " << tone.mode << ": measured " << measured
                   << ", computed " << computed << "\n";
         EXPECT_NEAR(measured, computed, 0.1 * computed) << tone.frequency_hz << " Hz";
