@@ -125,6 +125,11 @@ void Controller::PlanTheRun()
         Say(fmt::format("playing {} frames", frames));
     }
     m_plan = PlanRun(m_options);
+    if (m_player) {
+        for (const std::string& line : m_player->DescribeOtherPace(m_plan.TimeOf(1))) {
+            Say(line);
+        }
+    }
     m_options.duration_s = m_plan.TimeOf(m_plan.cycles);
     if (m_player && *m_player->GetNumFrames() < m_plan.cycles) {
         throw InputError(
@@ -137,6 +142,7 @@ void Controller::PlanTheRun()
     }
     if (!m_options.inject.file.empty()) {
         m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);
+        Say(m_injection->Describe(m_plan));
     }
     if (!m_options.script.empty()) {
         m_script = LoadScript(m_options.script, m_options.modes, m_plan.TimeOf(m_plan.cycles - 1));

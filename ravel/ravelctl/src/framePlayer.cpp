@@ -1,10 +1,15 @@
 #include "framePlayer.hpp"
 
 #include "modulationFile.hpp"
+#include "tableRows.hpp"
 
+#include <brisk/helper.hpp>
 #include <lumo/ravelcore/feMeas.hpp>
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cmath>
 #include <type_traits>
 
 namespace lumo::ravelctl {
@@ -24,8 +29,9 @@ std::unique_ptr<FramePlayer::Track> FramePlayer::Load(const std::filesystem::pat
     if (file.empty()) {
         return nullptr;
     }
-    auto track = std::make_unique<Track>(name, static_cast<int>(sample_size));
+    auto track = std::make_unique<Track>(file, name, static_cast<int>(sample_size));
     LoadModulation(track->modulation, file, option, say);
+    track->times = FindTimeFacts(ReadTimestamps(brisk::Helper::FindFile(file.string())));
     track->num_frames = track->modulation.GetNumSamples();
     return track;
 }
@@ -40,6 +46,27 @@ std::optional<std::int64_t> FramePlayer::GetNumFrames() const
         }
     }
     return shortest;
+}
+
+std::vector<std::string> FramePlayer::DescribeOtherPace(double period_s) const
+{
+    constexpr double SAME = 0.01;
+    constexpr double MS_PER_S = 1.0e3;
+    std::vector<std::string> lines;
+    for (const Track* track : {m_es.get(), m_pact.get()}) {
+        if (track == nullptr || !track->times.period_s) {
+            continue;
+        }
+        const double recorded_s = *track->times.period_s;
+        const std::size_t gaps = track->times.gaps.size();
+        if (gaps > 0 || std::abs(recorded_s - period_s) > SAME * period_s) {
+            lines.push_back(fmt::format(
+                "note: {} has a frame every {:g} ms{}; they are played one a cycle, every {:g} ms",
+                track->file.string(), MS_PER_S * recorded_s,
+                gaps == 0 ? "" : fmt::format(" with {} gap{}", gaps, gaps == 1 ? "" : "s"), MS_PER_S * period_s));
+        }
+    }
+    return lines;
 }
 
 void FramePlayer::Start()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fileFacts.hpp"
 #include "runOptions.hpp"
 
 #include <lumo/mirrorsim/mirror.hpp>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumo::ravelctl {
@@ -28,6 +30,9 @@ public:
     /// Frames of what is played, of the shorter of two; none where nothing is played.
     std::optional<std::int64_t> GetNumFrames() const;
 
+    /// A line for each file whose frames were not taken one every `period_s`, as they will be played. Real time: no.
+    std::vector<std::string> DescribeOtherPace(double period_s) const;
+
     /// Begins with the first frame.
     void Start();
 
@@ -40,8 +45,13 @@ public:
 private:
     struct Track
     {
-        Track(const char* name, int sample_size) : modulation(name, sample_size, 0.0F) {}
+        Track(std::filesystem::path from, const char* name, int sample_size)
+            : file(std::move(from)), modulation(name, sample_size, 0.0F)
+        {
+        }
 
+        std::filesystem::path file;
+        TimeFacts times;
         ravelcore::Modulation modulation;
         int num_frames = 0;
         int num_played = 0;  // number of the last frame that was handed out

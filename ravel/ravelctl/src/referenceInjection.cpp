@@ -41,6 +41,22 @@ void ReferenceInjection::CheckValues(const InjectOptions& options, int num_modes
     m_modulation.Stop();
 }
 
+std::string ReferenceInjection::Describe(const LoopPlan& plan) const
+{
+    const std::int64_t begin = plan.FirstInjectedCycle();
+    const std::int64_t end = begin + static_cast<std::int64_t>(m_num_samples) * m_decimation;
+    const std::string what =
+        fmt::format("injecting {} sample{}{} from {:g} s on", m_num_samples, m_num_samples == 1 ? "" : "s",
+                    m_decimation == 1 ? "" : fmt::format(" of {} cycles each", m_decimation), plan.TimeOf(begin));
+    if (m_loop) {
+        return what + ", again and again";
+    }
+    if (end > plan.cycles) {
+        return fmt::format("{}; the run ends {:g} s before the last one is over", what, plan.TimeOf(end - plan.cycles));
+    }
+    return fmt::format("{}, until {:g} s", what, plan.TimeOf(end));
+}
+
 void ReferenceInjection::Start()
 {
     m_calls_left = static_cast<std::int64_t>(m_num_samples) * m_decimation;

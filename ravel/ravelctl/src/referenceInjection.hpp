@@ -21,6 +21,9 @@ public:
 
     int GetNumSamples() const { return m_num_samples; }
 
+    /// In which cycles of a run the samples act, for people, and whether some of them do not. One line.
+    std::string Describe(const LoopPlan& plan) const;
+
     /// Begins with the first sample. Thread: any, between cycles. Real time: yes.
     void Start();
 

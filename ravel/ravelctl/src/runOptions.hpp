@@ -76,6 +76,9 @@ struct LoopPlan
     /// Synchronisation time of a cycle, in seconds from the first one.
     double TimeOf(std::int64_t cycle) const { return static_cast<double>(cycle) / rate_hz; }
 
+    /// The cycle after the references have been led to 0: the first to which samples are added.
+    std::int64_t FirstInjectedCycle() const { return open_cycles + lead_cycles + 1; }
+
     /// First cycle of the closed loop's second half, in which the result is judged.
     std::int64_t FirstJudgedCycle() const { return open_cycles + (cycles - open_cycles) / 2; }
 };

@@ -116,6 +116,29 @@ TEST_F(FramePlayerTest, NothingIsPlayedWhereNothingIsNamed)
     EXPECT_FALSE(sut.GetNumFrames());
 }
 
+TEST_F(FramePlayerTest, FramesThatWereTakenAtAnotherPaceAreSaidToBe)
+{
+    const auto describe = [this](const std::vector<double>& timestamps) {
+        const auto frames = static_cast<int>(timestamps.size());
+        const std::vector<float> values(timestamps.size() * static_cast<std::size_t>(PACT));
+        ravelcore::SaveMatrixWithTimestamps((m_folder / "timed.fits").string(), "pact", frames, PACT, values,
+                                            timestamps);
+        return MakePlayer({{}, m_folder / "timed.fits"}).DescribeOtherPace(0.002);
+    };
+    const std::string name = "note: " + (m_folder / "timed.fits").string();
+    const std::string end = "; they are played one a cycle, every 2 ms";
+    EXPECT_THAT(describe({7.000, 7.002, 7.004, 7.006}), testing::IsEmpty());
+    EXPECT_THAT(describe({0.00, 0.01, 0.02}), testing::ElementsAre(name + " has a frame every 10 ms" + end));
+    EXPECT_THAT(describe({0.000, 0.002, 0.004, 0.010, 0.012, 0.014}),
+                testing::ElementsAre(name + " has a frame every 2 ms with 1 gap" + end));
+}
+
+TEST_F(FramePlayerTest, FramesWithoutTimeStampsHaveNoPace)
+{
+    const std::filesystem::path file = Make("pact.fits", 3, PACT);
+    EXPECT_THAT(MakePlayer({{}, file}).DescribeOtherPace(0.002), testing::IsEmpty());
+}
+
 TEST_F(FramePlayerTest, FramesComeBackOnePerCallInTheirOrder)
 {
     FramePlayer sut = MakePlayer({Make("es.fits", 3, ES), Make("pact.fits", 3, PACT)});

@@ -1,11 +1,8 @@
-#include "gains.hpp"
 #include "loopAnalysis.hpp"
 #include "makeModulation.hpp"
+#include "support/describedLoop.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
-
-#include <lumo/mirrorsim/geometry.hpp>
-#include <lumo/mirrorsim/mirror.hpp>
 
 #include <gtest/gtest.h>
 
@@ -61,28 +58,6 @@ Complex Measure(const test::Recording& injected, const test::Recording& modes, i
     return cross / power;
 }
 
-struct Loop
-{
-    Plant plant;
-    ravelcore::PidFilterContext channel;
-};
-
-/// From where the run itself takes its figures.
-Loop DescribeLoop()
-{
-    mirrorsim::MirrorConfig config;
-    config.period_s = 1.0 / RATE_HZ;
-    const mirrorsim::Mirror mirror(mirrorsim::Geometry(), config);
-    const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, config.period_s};
-    mirrorsim::ControlModes modes;
-    modes.num_modes = 1;
-    modes.modes2pact.assign(static_cast<std::size_t>(mirrorsim::NUM_PACT), 0.02F);
-    std::vector<ravelcore::PidFilterContext> channels;
-    ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F,
-                             DesignGains(DesignFor(RATE_HZ), plant, modes, config.stroke_limit_um), channels);
-    return {plant, channels.at(0)};
-}
-
 TEST(InjectionTest, AChirpMeasuresTheTransferFunctionThatIsComputed)
 {
     const test::TestFolder folder;
@@ -109,9 +84,9 @@ TEST(InjectionTest, AChirpMeasuresTheTransferFunctionThatIsComputed)
     const test::FinishedRun run = test::RunInProcess(options);
     const test::Recording injected = test::LoadRecording(chirp.output);
     const test::Recording modes = Subtract(test::LoadRecording(options.output / "modes_in.fits"), without);
-    const int begin = static_cast<int>(run.report.plan.open_cycles + run.report.plan.lead_cycles) + 1;
+    const int begin = static_cast<int>(run.report.plan.FirstInjectedCycle());
 
-    const Loop loop = DescribeLoop();
+    const test::DescribedLoop loop = test::DescribeLoop(RATE_HZ);
     for (const double frequency_hz : {2.0, 5.0, 10.0, 20.0, 40.0, 80.0}) {
         const Complex measured = Measure(injected, modes, begin, frequency_hz);
         const Complex computed = SetpointFilterResponse(loop.channel, loop.plant.period_s, frequency_hz) *

@@ -215,5 +215,22 @@ TEST_F(ReferenceInjectionTest, StartAndAddNextNeverAllocate)
     }
 }
 
+TEST_F(ReferenceInjectionTest, ItSaysInWhichPartOfARunItActs)
+{
+    LoopPlan plan;
+    plan.cycles = 2000;
+    plan.open_cycles = 200;
+    plan.lead_cycles = 299;
+    plan.rate_hz = 500.0;
+    EXPECT_EQ(MakeInjection(Make(TWO_SAMPLES)).Describe(plan), "injecting 2 samples from 1 s on, until 1.004 s");
+    EXPECT_EQ(MakeInjection(Make(TWO_SAMPLES, 750)).Describe(plan),
+              "injecting 2 samples of 750 cycles each from 1 s on, until 4 s")
+        << "the last cycle of the run is the last one with a sample";
+    EXPECT_EQ(MakeInjection(Make(TWO_SAMPLES, 1000)).Describe(plan),
+              "injecting 2 samples of 1000 cycles each from 1 s on; the run ends 1 s before the last one is over");
+    EXPECT_EQ(MakeInjection(Make(TWO_SAMPLES, 1000, true)).Describe(plan),
+              "injecting 2 samples of 1000 cycles each from 1 s on, again and again");
+}
+
 }  // namespace
 }  // namespace lumo::ravelctl
