@@ -4,6 +4,7 @@
 #include "gains.hpp"
 #include "htmlReport.hpp"
 #include "matrixStore.hpp"
+#include "parameterFile.hpp"
 #include "resources.hpp"
 #include "runConfig.hpp"
 #include "statusLine.hpp"
@@ -12,7 +13,6 @@
 
 #include <lumo/mirrorsim/geometry.hpp>
 #include <lumo/mirrorsim/mirror.hpp>
-#include <lumo/ravelcore/doubleBuffer.hpp>
 #include <lumo/ravelcore/names.hpp>
 
 #include <fmt/chrono.h>
@@ -33,6 +33,19 @@ constexpr std::chrono::milliseconds START_TIMEOUT{5000};
 // Above what the system's own threads have by default, below its watchdogs; the cycle before its workers.
 constexpr int WORKER_PRIORITY = 50;
 constexpr int CYCLE_PRIORITY = 60;
+
+std::string DescribeMargins(const MarginRange& range)
+{
+    const Margins& lowest = range.lowest;
+    if (fmt::format("{:.1f}", lowest.crossover_hz) == fmt::format("{:.1f}", range.highest_crossover_hz)) {
+        return fmt::format("open-loop crossover {:.1f} Hz, phase margin {:.0f} deg, gain margin {:.1f} dB",
+                           lowest.crossover_hz, lowest.phase_margin_deg, lowest.gain_margin_db);
+    }
+    return fmt::format(
+        "open-loop crossover {:.1f} to {:.1f} Hz, lowest phase margin {:.0f} deg, lowest gain margin "
+        "{:.1f} dB",
+        lowest.crossover_hz, range.highest_crossover_hz, lowest.phase_margin_deg, lowest.gain_margin_db);
+}
 
 std::tm UtcNow()
 {
@@ -144,6 +157,10 @@ void Controller::PlanTheRun()
         m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);
         Say(m_injection->Describe(m_plan));
     }
+    if (!m_options.gains.empty()) {
+        m_pid_params = LoadGainsFile(m_options.gains, m_options.modes);
+        Say(fmt::format("gains from {}", m_options.gains.string()));
+    }
     if (!m_options.script.empty()) {
         m_script = LoadScript(m_options.script, m_options.modes, m_plan.TimeOf(m_plan.cycles - 1));
     }
@@ -206,12 +223,16 @@ void Controller::MakeGains()
     const mirrorsim::Mirror& mirror = m_front_end->GetMirror();
     const Plant plant{mirror.GetLagCoefficient(), mirrorsim::Mirror::COMMAND_DELAY_CYCLES, mirror.GetConfig().period_s};
     m_plant = plant;
-    m_pid_params = DesignGains(DesignFor(m_options.rate_hz), plant, m_modes, mirror.GetConfig().stroke_limit_um);
+    m_report.plant = plant;
+    if (m_pid_params.empty()) {
+        m_pid_params = DesignGains(DesignFor(m_options.rate_hz), plant, m_modes, mirror.GetConfig().stroke_limit_um);
+    }
     std::vector<ravelcore::PidFilterContext> channels;
     ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F, m_pid_params, channels);
-    m_report.margins = ComputeMargins(channels.front(), plant);
-    Say(fmt::format("open-loop crossover {:.1f} Hz, phase margin {:.0f} deg, gain margin {:.1f} dB",
-                    m_report.margins.crossover_hz, m_report.margins.phase_margin_deg, m_report.margins.gain_margin_db));
+    const MarginRange range = ComputeMarginRange(channels, plant);
+    m_report.margins = range.lowest;
+    m_report.highest_crossover_hz = range.highest_crossover_hz;
+    Say(DescribeMargins(range));
 }
 
 void Controller::MakeTasks()
@@ -424,12 +445,10 @@ void Controller::SaveGains(std::int64_t before_cycle, const std::string& name, c
     m_report.gains.push_back({before_cycle, name});  // also where it cannot be written: they were in force
     const std::filesystem::path file = m_options.output / name;
     try {
-        ravelcore::DoubleBuffer row("gains", static_cast<int>(params.size()));
-        row.Set(params);
-        WriteWhole(file, [&row](const std::filesystem::path& part) { row.Save(part.string()); });
+        SaveGainsFile(file, params);
         m_report.files.push_back(name);
     } catch (const std::exception& e) {
-        m_report.problems.push_back(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        m_report.problems.emplace_back(e.what());
     }
 }
 
@@ -439,8 +458,8 @@ void Controller::SaveConfig()
     RunOptions options = m_options;
     options.output.clear();
     options.overwrite = false;
-    for (std::filesystem::path* path : {&options.matrices, &options.script, &options.play.es, &options.play.pact,
-                                        &options.inject.file, &options.log_config}) {
+    for (std::filesystem::path* path : {&options.matrices, &options.gains, &options.script, &options.play.es,
+                                        &options.play.pact, &options.inject.file, &options.log_config}) {
         if (!path->empty()) {
             *path = std::filesystem::absolute(*path);
         }

@@ -1,49 +1,14 @@
 #include "liveParameters.hpp"
 
-#include "error.hpp"
-#include "libraryLoad.hpp"
+#include "parameterFile.hpp"
 
 #include <lumo/mirrorsim/geometry.hpp>
-#include <lumo/ravelcore/utils.hpp>
-
-#include <fmt/core.h>
-
-#include <cmath>
 
 namespace lumo::ravelctl {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-void CheckFinite(const fs::path& file, const std::vector<float>& values)
-{
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        if (!std::isfinite(values[i])) {  // it would stay in the channels for good
-            throw InputError(
-                fmt::format("{}: expected finite values but element {} is {}", file.string(), i, values[i]));
-        }
-    }
-}
-
-std::vector<float> LoadMatrix(const fs::path& file, const char* name, int rows, int cols)
-{
-    std::vector<float> values;
-    LoadThroughLibrary(file, [&](const std::string& path) { ravelcore::LoadMatrix(path, name, rows, cols, values); });
-    CheckFinite(file, values);
-    return values;
-}
-
-/// The one row of a file, as long as a buffer's. Not into that buffer: it would be published before anybody has looked
-/// at it.
-std::vector<float> LoadRow(const fs::path& file, const ravelcore::DoubleBuffer& buffer)
-{
-    ravelcore::DoubleBuffer row(buffer.GetName(), buffer.GetSize());
-    LoadThroughLibrary(file, [&row](const std::string& path) { row.Load(path); });
-    std::vector<float> values = row.Get();
-    CheckFinite(file, values);
-    return values;
-}
 
 LiveParameters::Parts RowParts(const std::vector<float>& matrix, int num_cols, const std::vector<ModeSlice>& slices)
 {
@@ -108,28 +73,29 @@ LiveParameters::LiveParameters(SliceSet& slices, int num_modes, const std::vecto
 
 std::vector<float> LiveParameters::LoadGains(const fs::path& file) const
 {
-    return LoadRow(file, m_gains);
+    return LoadParameterRow(file, m_gains.GetName(), m_gains.GetSize());
 }
 
 std::vector<float> LiveParameters::LoadReferences(const fs::path& file) const
 {
-    return LoadRow(file, m_references);
+    return LoadParameterRow(file, m_references.GetName(), m_references.GetSize());
 }
 
 LiveParameters::Parts LiveParameters::LoadP2Edc(const fs::path& file) const
 {
-    return RowParts(LoadMatrix(file, "P2EDC", m_num_modes, mirrorsim::NUM_ES), mirrorsim::NUM_ES, m_mode_slices);
+    return RowParts(LoadParameterMatrix(file, "P2EDC", m_num_modes, mirrorsim::NUM_ES), mirrorsim::NUM_ES,
+                    m_mode_slices);
 }
 
 LiveParameters::Parts LiveParameters::LoadPact2Modes(const fs::path& file) const
 {
-    return RowParts(LoadMatrix(file, "PACT2MODES", m_num_modes, mirrorsim::NUM_PACT), mirrorsim::NUM_PACT,
+    return RowParts(LoadParameterMatrix(file, "PACT2MODES", m_num_modes, mirrorsim::NUM_PACT), mirrorsim::NUM_PACT,
                     m_mode_slices);
 }
 
 LiveParameters::Parts LiveParameters::LoadModes2Pact(const fs::path& file) const
 {
-    const std::vector<float> matrix = LoadMatrix(file, "MODES2PACT", mirrorsim::NUM_PACT, m_num_modes);
+    const std::vector<float> matrix = LoadParameterMatrix(file, "MODES2PACT", mirrorsim::NUM_PACT, m_num_modes);
     Parts parts;
     parts.reserve(m_mode_slices.size());
     for (const ModeSlice& slice : m_mode_slices) {

@@ -1,8 +1,11 @@
 #include "loopAnalysis.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <set>
+#include <tuple>
 
 namespace lumo::ravelctl {
 
@@ -30,11 +33,12 @@ double Bisect(const std::function<double(double)>& f, double low, double high)
     return 0.5 * (low + high);
 }
 
+constexpr int POINTS_PER_DECADE = 400;
+constexpr double LOWEST_HZ = 0.01;
+
 /// The lowest frequency at which `f` falls from above 0 to 0 or below, or 0.
 double FirstFall(const std::function<double(double)>& f, double highest_hz)
 {
-    constexpr int POINTS_PER_DECADE = 400;
-    constexpr double LOWEST_HZ = 0.01;
     const double decades = std::log10(highest_hz / LOWEST_HZ);
     double previous = LOWEST_HZ;
     for (int point = 1; point < POINTS_PER_DECADE * decades; ++point) {
@@ -119,6 +123,43 @@ Margins ComputeMargins(const ravelcore::PidFilterContext& channel, const Plant& 
         margins.gain_margin_db = -20.0 * std::log10(std::abs(OpenLoopResponse(channel, plant, turn_hz)));
     }
     return margins;
+}
+
+double ComputeSensitivityPeak(const ravelcore::PidFilterContext& channel, const Plant& plant)
+{
+    const double half_rate_hz = 0.5 / plant.period_s;
+    double peak = 0.0;
+    for (int point = 0;; ++point) {
+        const double frequency = LOWEST_HZ * std::pow(10.0, static_cast<double>(point) / POINTS_PER_DECADE);
+        peak = std::max(peak, std::abs(RejectionResponse(channel, plant, std::min(frequency, half_rate_hz))));
+        if (frequency >= half_rate_hz) {
+            return peak;
+        }
+    }
+}
+
+MarginRange ComputeMarginRange(std::span<const ravelcore::PidFilterContext> channels, const Plant& plant)
+{
+    constexpr double NONE = std::numeric_limits<double>::infinity();
+    using Loop = std::tuple<float, float, float, float>;
+    std::set<Loop> seen;
+    MarginRange range{{NONE, NONE, NONE}, 0.0};
+    for (const ravelcore::PidFilterContext& channel : channels) {
+        if (!seen.insert({channel.kp, channel.bi, channel.ad, channel.bd}).second) {
+            continue;
+        }
+        const Margins margins = ComputeMargins(channel, plant);
+        range.lowest.crossover_hz = std::min(range.lowest.crossover_hz, margins.crossover_hz);
+        range.highest_crossover_hz = std::max(range.highest_crossover_hz, margins.crossover_hz);
+        range.lowest.gain_margin_db = std::min(range.lowest.gain_margin_db, margins.gain_margin_db);
+        if (margins.crossover_hz > 0.0) {
+            range.lowest.phase_margin_deg = std::min(range.lowest.phase_margin_deg, margins.phase_margin_deg);
+        }
+    }
+    if (range.highest_crossover_hz == 0.0) {
+        range.lowest.phase_margin_deg = 0.0;
+    }
+    return range;
 }
 
 }  // namespace lumo::ravelctl

@@ -4,6 +4,7 @@
 
 #include <complex>
 #include <functional>
+#include <span>
 
 /// The loop of one mode in the frequency domain, computed from the channel's coefficients as they really are.
 ///
@@ -52,5 +53,19 @@ struct Margins
 
 /// Searched on a fine grid from 0.01 Hz to half the sampling rate, refined by bisection. Real time: no.
 Margins ComputeMargins(const ravelcore::PidFilterContext& channel, const Plant& plant);
+
+/// The largest factor by which the loop amplifies a disturbance: max |1 / (1 + L)|, on the same grid. Its inverse is
+/// how near L comes to -1. Real time: no.
+double ComputeSensitivityPeak(const ravelcore::PidFilterContext& channel, const Plant& plant);
+
+/// The margins of many loops: each figure is the lowest of all of them. A loop without a crossover has no phase margin.
+struct MarginRange
+{
+    Margins lowest{0.0, 0.0, 0.0};
+    double highest_crossover_hz = 0.0;
+};
+
+/// Real time: no. `channels`: at least one.
+MarginRange ComputeMarginRange(std::span<const ravelcore::PidFilterContext> channels, const Plant& plant);
 
 }  // namespace lumo::ravelctl

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <map>
+#include <tuple>
 #include <utility>
 
 namespace lumo::ravelctl {
@@ -52,7 +54,47 @@ ThinnedSeries ThinSurface(const SurfaceLog& surface, double rate_hz)
     return Thin(rms_nm, static_cast<double>(step) / rate_hz, MOST_POINTS);
 }
 
-ModeSpectra MakeSpectra(const ReportSources& sources, const std::vector<double>& before,
+/// The rejection of all modes together at a frequency, each mode counted by its mean square before the loop closed. The
+/// gains are those with which the run began.
+class ComputedRejection
+{
+public:
+    ComputedRejection(const ReportSources& sources, const std::vector<double>& rms_before) : m_plant(sources.plant)
+    {
+        std::vector<ravelcore::PidFilterContext> channels;
+        ravelcore::PidFilterCopy(static_cast<float>(m_plant.period_s), 0.0F, sources.pid_params, channels);
+        for (std::size_t mode = 0; mode < channels.size() && mode < rms_before.size(); ++mode) {
+            const ravelcore::PidFilterContext& channel = channels[mode];
+            const auto key = std::make_tuple(channel.kp, channel.bi, channel.ad, channel.bd);
+            Loop& loop = m_loops.try_emplace(key, Loop{channel, 0.0}).first->second;
+            loop.weight += rms_before[mode] * rms_before[mode];
+            m_sum += rms_before[mode] * rms_before[mode];
+        }
+    }
+
+    double At(double frequency_hz) const
+    {
+        double rejected = 0.0;
+        for (const auto& [key, loop] : m_loops) {
+            rejected += loop.weight * std::norm(RejectionResponse(loop.channel, m_plant, frequency_hz));
+        }
+        return std::sqrt(rejected / m_sum);
+    }
+
+private:
+    /// Of modes with equal gains.
+    struct Loop
+    {
+        ravelcore::PidFilterContext channel;
+        double weight;
+    };
+
+    Plant m_plant;
+    std::map<std::tuple<float, float, float, float>, Loop> m_loops;
+    double m_sum = 0.0;
+};
+
+ModeSpectra MakeSpectra(const ComputedRejection& rejection, const std::vector<double>& before,
                         const std::vector<double>& after, double step_hz)
 {
     ModeSpectra spectra;
@@ -66,12 +108,9 @@ ModeSpectra MakeSpectra(const ReportSources& sources, const std::vector<double>&
     spectra.before = MeanOfBins(before, bins);
     spectra.after = MeanOfBins(after, bins);
 
-    std::vector<ravelcore::PidFilterContext> channels;
-    ravelcore::PidFilterCopy(static_cast<float>(sources.plant.period_s), 0.0F, sources.pid_params, channels);
     for (std::size_t i = 0; i < spectra.frequency_hz.size(); ++i) {
         spectra.rejection_measured.push_back(std::sqrt(spectra.after[i] / spectra.before[i]));
-        spectra.rejection_computed.push_back(
-            std::abs(RejectionResponse(channels.front(), sources.plant, spectra.frequency_hz[i])));
+        spectra.rejection_computed.push_back(rejection.At(spectra.frequency_hz[i]));
     }
     for (std::vector<double>* values : {&spectra.frequency_hz, &spectra.before, &spectra.after,
                                         &spectra.rejection_measured, &spectra.rejection_computed}) {
@@ -109,7 +148,8 @@ void AddModes(const ReportSources& sources, ReportData& data)
         return;
     }
     const double rate_hz = plan.rate_hz / recording.decimation;
-    data.spectra = MakeSpectra(sources, ComputeModeDensity(modes, before, length, rate_hz),
+    const ComputedRejection rejection(sources, ComputeModeRms(modes, before));
+    data.spectra = MakeSpectra(rejection, ComputeModeDensity(modes, before, length, rate_hz),
                                ComputeModeDensity(modes, after, length, rate_hz), rate_hz / length);
     if (recording.decimation > 1) {
         data.left_out.push_back(fmt::format(
@@ -289,7 +329,9 @@ ReportData CollectReport(const ReportSources& sources)
         data.edge_sensors = Thin(sources.loop.GetEsRmsNm(), period_s, MOST_POINTS);
     }
     AddModes(sources, data);
-    data.crossover_hz = report.margins.crossover_hz;
+    if (report.options.gains.empty()) {  // else each mode may have its own
+        data.crossover_hz = report.margins.crossover_hz;
+    }
     if (const auto percentiles = sources.loop.GetCycleTimes().ComputePercentiles()) {
         data.cycle_times = CycleTimes{CountDurations(sources.loop.GetCycleTimes().GetValuesUs(), report.missed_before),
                                       *percentiles, period_s * 1.0e6, plan.paced, report.missed_cycles};

@@ -70,14 +70,21 @@ ParameterGroup DescribeDesign(const ReportSources& sources)
     const Margins& margins = sources.report.margins;
     ParameterGroup group{"Loop design", {}};
     auto& rows = group.rows;
-    rows.emplace_back("crossover designed", fmt::format("{:g} Hz", design.crossover_hz));
-    rows.emplace_back("crossover", fmt::format("{:.1f} Hz", margins.crossover_hz));
+    const RunReport& report = sources.report;
+    const bool is_designed = report.options.gains.empty();
+    rows.emplace_back(is_designed ? "crossover designed" : "gains from",
+                      is_designed ? fmt::format("{:g} Hz", design.crossover_hz) : report.options.gains.string());
+    const std::string lowest = fmt::format("{:.1f}", margins.crossover_hz);
+    const std::string highest = fmt::format("{:.1f}", report.highest_crossover_hz);
+    rows.emplace_back("crossover", lowest == highest ? lowest + " Hz" : fmt::format("{} to {} Hz", lowest, highest));
     rows.emplace_back("phase margin", fmt::format("{:.0f} deg", margins.phase_margin_deg));
     rows.emplace_back("gain margin", std::isfinite(margins.gain_margin_db)
                                          ? fmt::format("{:.1f} dB", margins.gain_margin_db)
                                          : "no limit");
-    rows.emplace_back("set-point filter", fmt::format("{:g} Hz", design.setpoint_filter_hz));
-    rows.emplace_back("anti-windup tracking time", fmt::format("{:g} s", design.tracking_time_s));
+    if (is_designed) {
+        rows.emplace_back("set-point filter", fmt::format("{:g} Hz", design.setpoint_filter_hz));
+        rows.emplace_back("anti-windup tracking time", fmt::format("{:g} s", design.tracking_time_s));
+    }
     rows.emplace_back("command delay", fmt::format("{} cycle(s)", sources.plant.delay_cycles));
     rows.emplace_back("actuators' lag per cycle", fmt::format("{:.4f}", sources.plant.lag_coefficient));
     return group;

@@ -70,6 +70,8 @@ void AddDataOptions(CLI::App& run, RunArguments& arguments)
         ->type_name("N")
         ->capture_default_str();
     run.add_flag("--inject-loop", options.inject.loop, "Begin again after the last injected sample");
+    run.add_option("--gains", options.gains, "Begin with these gains, such as ravelctl tune writes [designed ones]")
+        ->type_name("FILE");
     run.add_option("--script", options.script, "TOML file of changes to make while the loop runs")->type_name("FILE");
 }
 
@@ -110,7 +112,8 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
         "  ravelctl run --record modes,es,pact --output first\n"
         "  ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second\n"
         "  ravelctl run --inject chirp.fits --script changes.toml\n"
-        "  ravelctl run first/config.toml --output again\n\n"
+        "  ravelctl run first/config.toml --output again\n"
+        "  ravelctl run first/config.toml --gains tuned/gains.fits --output second\n\n"
         "Exit status: 0 the loop held and every file was written; 1 it did not; 2 bad input; 130 after Ctrl-C.");
 }
 

@@ -266,6 +266,8 @@ std::vector<Section> MakeRunSections()
           Tones(),
           Path("matrices", "folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]",
                "\"matrices\"", options(&RunOptions::matrices)),
+          Path("gains", "file of gains to begin with, such as ravelctl tune writes [designed ones]",
+               "\"tuned/gains.fits\"", options(&RunOptions::gains)),
           Path("script", "file of changes to make while the loop runs", "\"changes.toml\"",
                options(&RunOptions::script)),
           Path("output", "folder for the run's files [ravelctl-<time> here]", "\"first\"",

@@ -26,6 +26,35 @@ namespace {
 
 constexpr const char* SUMMARY = "summary.json";
 
+std::optional<Plant> ReadPlant(const nlohmann::json& summary)
+{
+    if (!summary.contains("plant")) {
+        return std::nullopt;
+    }
+    const nlohmann::json& plant = summary.at("plant");
+    return Plant{plant.at("lag_coefficient").get<double>(), plant.at("delay_cycles").get<int>(), 0.0};
+}
+
+/// The first cycle from which on a step of the script made the measured modes something else.
+std::int64_t FindRedefinition(const nlohmann::json& summary)
+{
+    std::int64_t first = std::numeric_limits<std::int64_t>::max();
+    for (const nlohmann::json& step : summary.value("script", nlohmann::json::array())) {
+        const auto cycle = step.value("before_cycle", std::int64_t{-1});
+        if (step.value("redefines_modes", false) && cycle >= 0) {
+            first = std::min(first, cycle);
+        }
+    }
+    return first;
+}
+
+std::optional<double> ReadSurfaceNm(const nlohmann::json& summary)
+{
+    const nlohmann::json rms = summary.value("controlled_rms_nm", nlohmann::json::object());
+    const auto after = rms.find("after");
+    return after == rms.end() || after->is_null() ? std::nullopt : std::optional<double>(after->get<double>());
+}
+
 }  // namespace
 
 RunFolder::RunFolder(fs::path folder) : m_folder(std::move(folder))
@@ -65,10 +94,35 @@ void RunFolder::ReadSummary()
     for (const nlohmann::json& entry : summary.at("gains")) {
         m_gains.push_back({entry.at("before_cycle").get<std::int64_t>(), entry.at("file").get<std::string>()});
     }
+    m_first_judged = summary.value("first_judged_cycle", m_cycles);
+    m_plant = ReadPlant(summary);
+    m_before_redefinition = std::min(m_cycles, FindRedefinition(summary));
+    const nlohmann::json played = summary.value("played", nlohmann::json::object());
+    m_was_played = !played.value("es", std::string()).empty();
+    m_surface_nm = ReadSurfaceNm(summary);
     const auto files = summary.at("files").get<std::vector<std::string>>();
     m_saved_meanwhile = std::any_of(files.begin(), files.end(), [](const std::string& file) {
         return file.find('/') != std::string::npos;  // in the folder of a script's save
     });
+}
+
+Plant RunFolder::GetPlant() const
+{
+    const std::string file = (m_folder / SUMMARY).string();
+    if (!m_plant) {
+        throw InputError(
+            fmt::format("{}: expected the plant but there is none; repeat the run if an older version made it", file));
+    }
+    constexpr int MOST_DELAY = 1000;
+    if (!(m_plant->lag_coefficient > 0.0 && m_plant->lag_coefficient <= 1.0)) {
+        throw InputError(fmt::format("{}: plant: lag_coefficient: expected more than 0, at most 1, but got {}", file,
+                                     m_plant->lag_coefficient));
+    }
+    if (m_plant->delay_cycles < 0 || m_plant->delay_cycles > MOST_DELAY) {
+        throw InputError(fmt::format("{}: plant: delay_cycles: expected 0 to {} but got {}", file, MOST_DELAY,
+                                     m_plant->delay_cycles));
+    }
+    return {m_plant->lag_coefficient, m_plant->delay_cycles, 1.0 / m_rate_hz};
 }
 
 void RunFolder::CheckSummary() const

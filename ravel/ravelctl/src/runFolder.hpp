@@ -1,5 +1,7 @@
 #pragma once
 
+#include "loopAnalysis.hpp"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -43,6 +45,19 @@ public:
     std::int64_t GetOpenCycles() const { return m_open_cycles; }  // with the loop open, at the beginning
     int GetModes() const { return m_modes; }
     double GetRateHz() const { return m_rate_hz; }
+    std::int64_t GetFirstJudgedCycle() const { return m_first_judged; }  // from which on the run's result was judged
+
+    /// The plant of each mode. Failure also: InputError where the run is of a version that did not say.
+    Plant GetPlant() const;
+
+    /// The cycles before a script replaced measured modes or a matrix; all of them where none did.
+    std::int64_t GetCyclesBeforeRedefinition() const { return m_before_redefinition; }
+
+    /// Whether recorded frames took the place of the edge sensors, so that no command could be seen.
+    bool WasPlayed() const { return m_was_played; }
+
+    /// Rms of the surface in the controlled modes, nm, from the first judged cycle on; none where nobody saw it.
+    std::optional<double> GetSurfaceNm() const { return m_surface_nm; }
 
     /// Loads the recording `name`, such as modes_in, which must hold every cycle of the run: of one that does not it
     /// says why, and how to run so that it will.
@@ -68,6 +83,11 @@ private:
     std::int64_t m_open_cycles = 0;
     int m_modes = 0;
     double m_rate_hz = 0.0;
+    std::int64_t m_first_judged = 0;
+    std::optional<Plant> m_plant;
+    std::int64_t m_before_redefinition = 0;
+    bool m_was_played = false;
+    std::optional<double> m_surface_nm;
     bool m_recorded_modes = false;
     int m_decimation = 1;
     std::optional<double> m_last_s;

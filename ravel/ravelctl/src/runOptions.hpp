@@ -60,6 +60,7 @@ struct RunOptions
     RecordOptions record;
     PlayOptions play;
     InjectOptions inject;
+    std::filesystem::path gains;             // those of the channels to begin with; designed ones where it is empty
     std::filesystem::path script;            // changes while the loop runs; none where it is empty
     std::map<std::string, std::string> cfg;  // the library's own keys, as Task::Configure takes them
 };

@@ -46,6 +46,7 @@ Json ScriptToJson(const RunReport& report)
                          {"last_cycle", event.last_cycle},
                          {"take_over_us", event.take_over_us},
                          {"missed_cycles", report.CountMissed(event)},
+                         {"redefines_modes", event.redefines_modes},
                          {"problem", event.problem}});
     }
     return steps;
@@ -82,7 +83,9 @@ Json ToJson(const RunReport& report)
         {"modes", report.options.modes},
         {"workers", report.options.workers},
         {"seed", report.options.seed},
+        {"plant", {{"lag_coefficient", report.plant.lag_coefficient}, {"delay_cycles", report.plant.delay_cycles}}},
         {"crossover_hz", report.margins.crossover_hz},
+        {"highest_crossover_hz", report.highest_crossover_hz},
         {"phase_margin_deg", report.margins.phase_margin_deg},
         {"gain_margin_db", ToJson(std::optional<double>(report.margins.gain_margin_db))},
         {"cycle_time_us", ToJson(report.cycle_time_us)},

@@ -35,7 +35,9 @@ struct RunReport
     std::string started_utc;  // ISO 8601
     RunOptions options;
     LoopPlan plan;
-    Margins margins{};
+    Plant plant;
+    Margins margins{};  // of the gains with which it began: each figure the lowest of all modes
+    double highest_crossover_hz = 0.0;
     std::int64_t cycles_done = 0;
     std::int64_t missed_cycles = 0;
     std::vector<std::int64_t> missed_before;  // the cycle after each missed instant

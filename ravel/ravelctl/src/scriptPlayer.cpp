@@ -102,6 +102,8 @@ void ScriptPlayer::Play(const ScriptStep& step)
     ScriptEvent event;
     event.time_s = step.time_s;
     event.what = Describe(step, m_num_modes);
+    event.redefines_modes =
+        step.pdc || step.fdc || !step.p2edc.empty() || !step.pact2modes.empty() || !step.modes2pact.empty();
     event.begin_cycle = m_loop.requests.GetCycle();
     try {
         if (ChangesParameters(step)) {

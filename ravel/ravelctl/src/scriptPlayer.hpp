@@ -26,6 +26,7 @@ struct ScriptEvent
     double take_over_us = 0.0;       // for which the cycle thread was busy with it, between two cycles
     std::vector<std::string> files;  // saved, as seen from the run's output
     std::int64_t last_cycle = -1;    // from which on nobody was busy with it any more: after `cycle` for a save
+    bool redefines_modes = false;    // from `cycle` on the measured modes are not what they were: replaced, or a matrix
     std::vector<float> gains;        // of all channels from `cycle` on, 10 floats per mode, where it changed them
 };
 

@@ -52,7 +52,7 @@ TEST(CommandLineTest, RunAloneMeansTheDefaults)
     EXPECT_TRUE(options.inject.file.empty());
     EXPECT_EQ(options.inject.decimation, 1);
     EXPECT_FALSE(options.inject.loop);
-    EXPECT_TRUE(options.script.empty());
+    EXPECT_TRUE(options.script.empty() && options.gains.empty());
 }
 
 TEST(CommandLineTest, OneModeGetsOneWorkerUnlessToldOtherwise)
@@ -110,9 +110,10 @@ TEST(CommandLineTest, TonesAreModeFrequencyAndAmplitudeInNanometres)
 
 TEST(CommandLineTest, EveryOptionOfWhatGoesInAndComesOutReachesItsPlace)
 {
-    const RunOptions options = ParseRun({"--record", "es", "--record-decimation", "7", "--record-last", "2.5",
-                                         "--play-es", "e 1.fits", "--play-pact", "p.fits", "--inject", "i.fits",
-                                         "--inject-decimation", "3", "--inject-loop", "--script", "s.toml"});
+    const RunOptions options =
+        ParseRun({"--record", "es", "--record-decimation", "7", "--record-last", "2.5", "--play-es", "e 1.fits",
+                  "--play-pact", "p.fits", "--inject", "i.fits", "--inject-decimation", "3", "--inject-loop",
+                  "--script", "s.toml", "--gains", "g.fits"});
     EXPECT_TRUE(options.record.es);
     EXPECT_FALSE(options.record.modes || options.record.pact);
     EXPECT_EQ(options.record.decimation, 7);
@@ -123,6 +124,7 @@ TEST(CommandLineTest, EveryOptionOfWhatGoesInAndComesOutReachesItsPlace)
     EXPECT_EQ(options.inject.decimation, 3);
     EXPECT_TRUE(options.inject.loop);
     EXPECT_EQ(options.script, "s.toml");
+    EXPECT_EQ(options.gains, "g.fits");
 }
 
 TEST(CommandLineTest, ExactlyWhatIsNamedIsRecordedHoweverItIsSeparated)
@@ -299,6 +301,7 @@ TEST(CommandLineTest, HelpAndVersionAreNoErrors)
                                "--inject",
                                "--inject-decimation",
                                "--inject-loop",
+                               "--gains",
                                "--script"}) {
         EXPECT_THAT(help.str(), HasSubstr(option));
     }

@@ -1,6 +1,7 @@
 #include "controller.hpp"
 #include "error.hpp"
 #include "resources.hpp"
+#include "runConfig.hpp"
 #include "support/describedLoop.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
@@ -8,6 +9,8 @@
 #include "support/sanitizer.hpp"
 #include "support/textFile.hpp"
 #include "support/thrown.hpp"
+
+#include <lumo/ravelcore/utils.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,6 +43,47 @@ TEST(ControllerTest, TheLoopBringsTheControlledModesDownAtLeastTwentyfold)
     EXPECT_GE(before, 20.0 * after);
     EXPECT_LT(run.report.surface_rms_nm.after.value(), run.report.surface_rms_nm.before.value());
     EXPECT_THAT(run.text, HasSubstr("phase margin 68 deg, gain margin 12.0 dB"));
+}
+
+TEST(ControllerTest, ARunBeginsWithTheGainsOfAFileAndSaysWhatTheyMean)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "designed");
+    RunInProcess(options);
+    std::vector<float> gains = test::LoadRecording(options.output / "gains.fits").values;
+    gains[5 * 10] *= 1.5F;   // kp of mode 5
+    gains[7 * 10] *= 0.25F;  // and of mode 7
+    options.gains = folder / "mine.fits";
+    ravelcore::SaveMatrix(options.gains.string(), "gains", 1, static_cast<int>(gains.size()), gains);
+    options.output = folder / "mine";
+    const FinishedRun run = RunInProcess(options);
+    EXPECT_EQ(run.status, EXIT_OK) << run.text;
+    EXPECT_EQ(test::LoadRecording(options.output / "gains.fits").values, gains);
+    EXPECT_THAT(run.text, HasSubstr("gains from " + options.gains.string() + "\n"));
+    EXPECT_THAT(run.text,
+                testing::ContainsRegex("open-loop crossover 5.0 to 30.[0-9] Hz, lowest phase margin 5[0-9] deg, "
+                                       "lowest gain margin 8.5 dB\n"));
+    const Recording designed = test::LoadRecording(folder / "designed" / "modes_out.fits");
+    const Recording mine = test::LoadRecording(folder / "mine" / "modes_out.fits");
+    const auto difference = [&](int mode) {
+        return std::abs(static_cast<double>(designed.At(40, mode)) - static_cast<double>(mine.At(40, mode)));
+    };
+    EXPECT_GT(difference(5), 100.0 * difference(6)) << "the gains of mode 6 are the designed ones";
+
+    RunArguments repeated;
+    LoadConfig(options.output / "config.toml", repeated);
+    EXPECT_EQ(repeated.options.gains, std::filesystem::absolute(options.gains));
+}
+
+TEST(ControllerTest, GainsOfAnotherNumberOfModesAreRefusedBeforeAnythingIsWritten)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.gains = folder / "gains.fits";
+    ravelcore::SaveMatrix(options.gains.string(), "gains", 1, 190, std::vector<float>(190, 1.0F));
+    EXPECT_EQ(test::ThrownLine<InputError>([&] { RunInProcess(options); }),
+              "Matrix gains (" + options.gains.string() + ") has dimension [1,190], expecting [1,200]");
+    EXPECT_FALSE(std::filesystem::exists(options.output));
 }
 
 /// A disturbance of one mode, and how much larger than the wind on that mode it must be at that frequency.

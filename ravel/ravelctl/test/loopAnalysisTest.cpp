@@ -218,5 +218,40 @@ TEST(LoopAnalysisTest, AnOpenLoopWithoutGainHasNoCrossoverAndAnInfiniteMargin)
     EXPECT_TRUE(std::isinf(margins.gain_margin_db));
 }
 
+TEST(LoopAnalysisTest, TheSensitivityPeakIsTheLargestRejectionFactorOfAllFrequencies)
+{
+    for (const ravelcore::PidFilterContext& channel : Channels()) {
+        const double peak = ComputeSensitivityPeak(channel, PLANT);
+        double largest = 0.0;
+        for (double frequency_hz = 0.05; frequency_hz <= 250.0; frequency_hz += 0.05) {
+            largest = std::max(largest, std::abs(RejectionResponse(channel, PLANT, frequency_hz)));
+        }
+        EXPECT_NEAR(peak, largest, 1e-3 * largest);
+        EXPECT_GT(peak, 1.0);
+    }
+    EXPECT_EQ(ComputeSensitivityPeak(MakeChannel(0.0, 0.0), PLANT), 1.0) << "an open loop amplifies nothing";
+}
+
+TEST(LoopAnalysisTest, OfManyLoopsEachFigureIsTheLowest)
+{
+    const std::vector<ravelcore::PidFilterContext> channels = {MakeChannel(0.5, 200.0), MakeChannel(0.05, 400.0),
+                                                               MakeChannel(0.3, 200.0)};
+    const Margins fast = ComputeMargins(channels[0], PLANT);
+    const Margins slow = ComputeMargins(channels[1], PLANT);
+    const MarginRange range = ComputeMarginRange(channels, PLANT);
+    EXPECT_EQ(range.highest_crossover_hz, fast.crossover_hz);
+    EXPECT_EQ(range.lowest.crossover_hz, slow.crossover_hz);
+    EXPECT_EQ(range.lowest.gain_margin_db, std::min(fast.gain_margin_db, slow.gain_margin_db));
+    EXPECT_EQ(range.lowest.phase_margin_deg, std::min(fast.phase_margin_deg, slow.phase_margin_deg));
+}
+
+TEST(LoopAnalysisTest, AmongManyLoopsOneWithoutACrossoverHasNoPhaseMarginToCount)
+{
+    const std::vector<ravelcore::PidFilterContext> channels = {MakeChannel(0.5, 200.0), MakeChannel(0.0, 0.0)};
+    const MarginRange range = ComputeMarginRange(channels, PLANT);
+    EXPECT_EQ(range.lowest.crossover_hz, 0.0);
+    EXPECT_EQ(range.lowest.phase_margin_deg, ComputeMargins(channels[0], PLANT).phase_margin_deg);
+}
+
 }  // namespace
 }  // namespace lumo::ravelctl

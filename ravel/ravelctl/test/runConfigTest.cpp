@@ -56,6 +56,7 @@ RunOptions OptionsOfEveryKind()
     options.record = {false, true, true, 4, 1.5};
     options.play = {"e.fits", "p.fits"};
     options.inject = {"i.fits", 3, true};
+    options.gains = "g.fits";
     options.script = "s.toml";
     options.cfg = {
         {"cfg.task_sgemv.num_rows", "600"}, {"cfg.task_sgemv.num_cols", "4788"}, {"cfg.task_sgemv.numa_node", "-1"}};
@@ -95,6 +96,7 @@ void ExpectSame(const RunOptions& found, const RunOptions& expected)
     EXPECT_EQ(found.inject.file, expected.inject.file);
     EXPECT_EQ(found.inject.decimation, expected.inject.decimation);
     EXPECT_EQ(found.inject.loop, expected.inject.loop);
+    EXPECT_EQ(found.gains, expected.gains);
     EXPECT_EQ(found.script, expected.script);
     EXPECT_EQ(found.cfg, expected.cfg);
 }

@@ -92,6 +92,49 @@ TEST_F(RunFolderTest, WhatTheRunLeftIsRead)
     EXPECT_EQ(sut.LoadGains()[0].params, std::vector<float>(20, 1.0F));
 }
 
+TEST_F(RunFolderTest, WhatTheRunWentThroughIsRead)
+{
+    m_summary["first_judged_cycle"] = 2;
+    m_summary["plant"] = {{"lag_coefficient", 0.5}, {"delay_cycles", 2}};
+    m_summary["played"] = {{"es", "es.fits"}, {"pact", ""}};
+    m_summary["controlled_rms_nm"] = {{"before", 9.0}, {"after", 3.5}};
+    m_summary["script"] = {{{"before_cycle", -1}, {"redefines_modes", true}},  // it was refused
+                           {{"before_cycle", 0}, {"redefines_modes", false}},
+                           {{"before_cycle", 2}, {"redefines_modes", true}}};
+    WriteSummary();
+    const RunFolder sut(m_folder.GetPath());
+    EXPECT_EQ(sut.GetFirstJudgedCycle(), 2);
+    EXPECT_EQ(sut.GetPlant().lag_coefficient, 0.5);
+    EXPECT_EQ(sut.GetPlant().delay_cycles, 2);
+    EXPECT_EQ(sut.GetPlant().period_s, 0.01);
+    EXPECT_TRUE(sut.WasPlayed());
+    EXPECT_EQ(sut.GetSurfaceNm(), 3.5);
+    EXPECT_EQ(sut.GetCyclesBeforeRedefinition(), 2);
+}
+
+TEST_F(RunFolderTest, WhatAnOlderVersionDidNotSayIsOnlyMissedWhereItIsNeeded)
+{
+    const RunFolder sut(m_folder.GetPath());
+    EXPECT_FALSE(sut.WasPlayed());
+    EXPECT_FALSE(sut.GetSurfaceNm());
+    EXPECT_EQ(sut.GetCyclesBeforeRedefinition(), 3);
+    EXPECT_EQ(test::ThrownLine<InputError>([&] { sut.GetPlant(); }),
+              (m_folder / "summary.json").string() +
+                  ": expected the plant but there is none; repeat the run if an older version made it");
+}
+
+TEST_F(RunFolderTest, APlantThatThereCannotBeIsRefused)
+{
+    const auto refusal = [this](double lag_coefficient, int delay_cycles) {
+        m_summary["plant"] = {{"lag_coefficient", lag_coefficient}, {"delay_cycles", delay_cycles}};
+        WriteSummary();
+        return test::ThrownLine<InputError>([this] { RunFolder(m_folder.GetPath()).GetPlant(); });
+    };
+    const std::string file = (m_folder / "summary.json").string();
+    EXPECT_EQ(refusal(0.0, 1), file + ": plant: lag_coefficient: expected more than 0, at most 1, but got 0");
+    EXPECT_EQ(refusal(0.5, -1), file + ": plant: delay_cycles: expected 0 to 1000 but got -1");
+}
+
 TEST_F(RunFolderTest, OfALoopThatStayedOpenTheOutputsAreWhatWasMeasuredWhateverTheGains)
 {
     std::ostringstream out;

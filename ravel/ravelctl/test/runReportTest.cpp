@@ -29,7 +29,9 @@ RunReport MakeReport()
     report.plan.cycles = 10000;
     report.plan.open_cycles = 1000;
     report.plan.rate_hz = 500.0;
+    report.plant = {0.5, 1, 0.002};
     report.margins = {20.0, 68.0, 12.0};
+    report.highest_crossover_hz = 35.0;
     report.cycles_done = 10000;
     report.missed_cycles = 4;
     report.cycle_time_us = Percentiles{1.0, 2.0, 3.0, 4.0, 5.0};
@@ -57,6 +59,10 @@ TEST(RunReportTest, TheSummaryHoldsEveryFigureUnderItsKey)
     EXPECT_EQ(summary.at("modes"), 300);
     EXPECT_EQ(summary.at("workers"), 2);
     EXPECT_EQ(summary.at("seed"), 18446744073709551615U);
+    const nlohmann::json plant = {{"lag_coefficient", 0.5}, {"delay_cycles", 1}};
+    EXPECT_EQ(summary.at("plant"), plant);
+    EXPECT_EQ(summary.at("crossover_hz"), 20.0);
+    EXPECT_EQ(summary.at("highest_crossover_hz"), 35.0);
     const nlohmann::json cycle_time = {{"min", 1.0}, {"p50", 2.0}, {"p99", 3.0}, {"p999", 4.0}, {"max", 5.0}};
     EXPECT_EQ(summary.at("cycle_time_us"), cycle_time);
     const nlohmann::json exec_time = {{"min", 0.5}, {"p50", 1.5}, {"p99", 2.5}, {"p999", 3.5}, {"max", 4.5}};
@@ -181,12 +187,16 @@ TEST(RunReportTest, TheSummaryTellsEachStepOfTheScript)
     RunReport report = MakeReport();
     report.script = {MakeStep(5.0, "references", 2500, 2501), MakeRefusedStep()};
     report.missed_before = {2499, 2500, 2501, 2502, 2502, 2503};
+    report.script.front().redefines_modes = true;
     const nlohmann::json done = {{"time_s", 5.0},        {"what", "references"}, {"begin_cycle", -1},
                                  {"ready_cycle", -1},    {"before_cycle", 2500}, {"last_cycle", 2501},
-                                 {"take_over_us", 12.6}, {"missed_cycles", 4},   {"problem", ""}};
-    const nlohmann::json refused = {{"time_s", 15.25},     {"what", "gains"},    {"begin_cycle", -1},
-                                    {"ready_cycle", -1},   {"before_cycle", -1}, {"last_cycle", -1},
-                                    {"take_over_us", 0.0}, {"missed_cycles", 0}, {"problem", "there is no g.fits"}};
+                                 {"take_over_us", 12.6}, {"missed_cycles", 4},   {"redefines_modes", true},
+                                 {"problem", ""}};
+    const nlohmann::json refused = {{"time_s", 15.25},          {"what", "gains"},
+                                    {"begin_cycle", -1},        {"ready_cycle", -1},
+                                    {"before_cycle", -1},       {"last_cycle", -1},
+                                    {"take_over_us", 0.0},      {"missed_cycles", 0},
+                                    {"redefines_modes", false}, {"problem", "there is no g.fits"}};
     EXPECT_EQ(WriteAndRead(report).at("script"), nlohmann::json::array({done, refused}));
 }
 
