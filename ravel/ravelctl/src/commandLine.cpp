@@ -8,6 +8,7 @@
 #include "replayArguments.hpp"
 #include "runArguments.hpp"
 #include "runConfig.hpp"
+#include "tuneArguments.hpp"
 #include "version.hpp"
 #include "workerGroup.hpp"
 
@@ -88,6 +89,9 @@ public:
             [this](CLI::App& command) { AddReplayOptions(command, m_replay); },
             [this] { return ReadReplayOptions(m_replay); });
         Add(
+            "tune", "Propose gains that leave less of what a run recorded",
+            [this](CLI::App& command) { AddTuneOptions(command, m_tune); }, [this] { return m_tune; });
+        Add(
             "qualify", "Load and time the processors, as the loop would",
             [this](CLI::App& command) { AddQualifyOptions(command, m_qualify); }, [this] { return m_qualify; });
         Add(
@@ -131,6 +135,7 @@ private:
     ModulationArguments m_modulation;
     InspectArguments m_inspect;
     ReplayArguments m_replay;
+    TuneOptions m_tune;
     QualifyOptions m_qualify;
     DoctorOptions m_doctor;
 };

@@ -6,6 +6,7 @@
 #include "qualifyOptions.hpp"
 #include "replay.hpp"
 #include "runOptions.hpp"
+#include "tuneOptions.hpp"
 
 #include <ostream>
 #include <variant>
@@ -14,8 +15,8 @@ namespace lumo::ravelctl {
 
 /// What a command line asks for: the options of a command, or to leave with this status (help, version or a
 /// configuration have been printed).
-using Command =
-    std::variant<RunOptions, ModulationOptions, InspectOptions, ReplayOptions, QualifyOptions, DoctorOptions, int>;
+using Command = std::variant<RunOptions, ModulationOptions, InspectOptions, ReplayOptions, TuneOptions, QualifyOptions,
+                             DoctorOptions, int>;
 
 /// Help and version go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);

@@ -8,6 +8,7 @@
 #include "replay.hpp"
 #include "runReport.hpp"
 #include "stopSignals.hpp"
+#include "tune.hpp"
 
 #include <exception>
 #include <iostream>
@@ -51,6 +52,13 @@ int Replay(const ReplayOptions& options)
     return ReplayRun(options, std::cout);
 }
 
+int TuneGains(const TuneOptions& options)
+{
+    SurviveFailedWrites();
+    SetUpLogging({});
+    return Tune(options, std::cout);
+}
+
 int QualifyMachine(const QualifyOptions& options)
 {
     StopSignals signals;
@@ -87,6 +95,7 @@ struct Commands
     int operator()(const ModulationOptions& options) const { return MakeModulation(options); }
     int operator()(const InspectOptions& options) const { return Inspect(options); }
     int operator()(const ReplayOptions& options) const { return Replay(options); }
+    int operator()(const TuneOptions& options) const { return TuneGains(options); }
     int operator()(const QualifyOptions& options) const { return QualifyMachine(options); }
     int operator()(const DoctorOptions& options) const { return ExamineMachine(options); }
     int operator()(int status) const { return status; }

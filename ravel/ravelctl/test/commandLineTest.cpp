@@ -405,6 +405,33 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{{"replay", "a", "--set", "kd=-1"}, "--set: kd: expected 0 or above but got -1"},
         BadLine{{"replay", "a", "--modes", "3"}, "--modes: expected --set besides"}));
 
+INSTANTIATE_TEST_SUITE_P(
+    Tune, CommandLineErrorTest,
+    testing::Values(BadLine{{"tune"}, "RUN is required"}, BadLine{{"tune", "a", "b"}, "(try: ravelctl tune --help)"},
+                    BadLine{{"tune", "a", "--from", "both"}, "--from: expected open, closed or auto but got both"},
+                    BadLine{{"tune", "a", "--phase-margin", "x"}, "--phase-margin"}));
+
+TEST(CommandLineTest, EveryOptionOfATuningReachesItsPlace)
+{
+    std::ostringstream out;
+    const auto options = std::get<TuneOptions>(
+        Parse({"tune", "night 1", "--from", "open", "--phase-margin", "50", "--gain-margin", "7.5", "--max-sensitivity",
+               "1.8", "--max-crossover", "30", "--output", "o", "--overwrite", "--check", "t.json"},
+              out));
+    EXPECT_EQ(options.run, "night 1");
+    EXPECT_EQ(options.from, TuneFrom::Open);
+    EXPECT_EQ(options.demands.phase_margin_deg, 50.0);
+    EXPECT_EQ(options.demands.gain_margin_db, 7.5);
+    EXPECT_EQ(options.demands.sensitivity_peak, 1.8);
+    EXPECT_EQ(options.demands.max_crossover_hz, 30.0);
+    EXPECT_EQ(options.output, "o");
+    EXPECT_TRUE(options.overwrite);
+    EXPECT_EQ(options.check, "t.json");
+    const auto defaults = std::get<TuneOptions>(Parse({"tune", "a"}, out));
+    EXPECT_EQ(defaults.from, TuneFrom::Auto);
+    EXPECT_FALSE(defaults.demands.max_crossover_hz);
+}
+
 TEST(CommandLineTest, EveryOptionOfAReplayReachesItsPlace)
 {
     std::ostringstream out;

@@ -368,6 +368,31 @@ TEST(RavelctlTest, ReplaySaysWhetherARunIsComputedAgainToTheLastBitAndWhatIsAske
     ExpectOneLine(bad.err);
 }
 
+TEST(RavelctlTest, TuneProposesGainsThatARunTakesAndSaysWhetherItsPredictionCameTrue)
+{
+    const test::TestFolder folder;
+    const std::string run = (folder / "run").string();
+    const std::string tuned = (folder / "tuned").string();
+    const std::string next = (folder / "next").string();
+    ASSERT_EQ(RunChild(RunArguments(run, {"--duration", "6", "--as-fast-as-possible", "--quiet"})).status, EXIT_OK);
+    const ChildProcess::Result proposal = RunChild({RAVELCTL_PROGRAM, "tune", run, "--output", tuned});
+    EXPECT_EQ(proposal.status, EXIT_OK) << proposal.err;
+    EXPECT_EQ(proposal.err, "");
+    EXPECT_THAT(proposal.out, HasSubstr("ravelctl run " + run + "/config.toml --gains " + tuned + "/gains.fits"));
+
+    const ChildProcess::Result again = RunChild(
+        {RAVELCTL_PROGRAM, "run", run + "/config.toml", "--gains", tuned + "/gains.fits", "--output", next, "--quiet"});
+    EXPECT_EQ(again.status, EXIT_OK) << again.err;
+    const ChildProcess::Result check = RunChild({RAVELCTL_PROGRAM, "tune", next, "--check", tuned + "/tune.json"});
+    EXPECT_EQ(check.status, EXIT_OK) << check.out << check.err;
+    EXPECT_THAT(check.out, HasSubstr("confirmed within 20 %"));
+
+    const ChildProcess::Result bad = RunChild({RAVELCTL_PROGRAM, "tune", folder.GetPath().string()});
+    EXPECT_EQ(bad.status, EXIT_BAD_INPUT);
+    EXPECT_EQ(bad.out, "");
+    ExpectOneLine(bad.err);
+}
+
 TEST(RavelctlTest, AQualificationEndsWithZeroItsTableAndItsFile)
 {
     const test::TestFolder folder;

@@ -1,0 +1,117 @@
+#include "tune.hpp"
+
+#include "argumentChecks.hpp"
+#include "error.hpp"
+#include "parameterFile.hpp"
+#include "progressText.hpp"
+#include "resources.hpp"
+#include "runFolder.hpp"
+#include "tuneCheck.hpp"
+#include "tuneReport.hpp"
+#include "tuning.hpp"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <chrono>
+
+namespace lumo::ravelctl {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* GAINS_FILE = "gains.fits";
+constexpr const char* JSON_FILE = "tune.json";
+
+/// Keeps every run as it is: its gains stand under the same name in its folder.
+void PrepareOutput(const TuneOptions& options)
+{
+    if (options.output.empty()) {
+        return;
+    }
+    const std::string folder = options.output.string();
+    std::error_code ignored;
+    if (fs::exists(options.output / "summary.json", ignored)) {
+        throw InputError(fmt::format("--output: {} holds a run, whose gains are kept; choose another folder", folder));
+    }
+    for (const char* name : {GAINS_FILE, JSON_FILE}) {
+        if (!options.overwrite && fs::exists(options.output / name, ignored)) {
+            throw InputError(
+                fmt::format("--output: {} holds a {} already; choose another folder, or replace it with --overwrite",
+                            folder, name));
+        }
+    }
+    constexpr std::uint64_t MOST_BYTES = 2'000'000;
+    PrepareOutputFolder(options.output, true, MOST_BYTES);
+}
+
+std::string DescribeDisturbance(const Tuning& tuning, const RunFolder& run)
+{
+    return fmt::format("disturbance of {} modes in {}: {} cycles ({:.1f} s), {}\n", tuning.modes.size(),
+                       run.GetPath().string(), tuning.cycles, static_cast<double>(tuning.cycles) / tuning.rate_hz,
+                       tuning.is_from_open ? "measured with the loop open"
+                                           : "derived from the closed loop: measured less what the commands did");
+}
+
+std::string DescribeDemands(const LoopDemands& demands)
+{
+    return fmt::format(
+        "gains that leave the least, with a phase margin of {:g} deg, a gain margin of {:g} dB, a "
+        "sensitivity peak up to {:g}{}\n\n",
+        demands.phase_margin_deg, demands.gain_margin_db, demands.sensitivity_peak,
+        demands.max_crossover_hz ? fmt::format(", a crossover up to {:g} Hz", *demands.max_crossover_hz) : "");
+}
+
+void WriteFiles(const TuneOptions& options, const Tuning& tuning, std::ostream& out)
+{
+    if (options.output.empty()) {
+        return;
+    }
+    SaveGainsFile(fs::absolute(options.output / GAINS_FILE), tuning.params);
+    WriteTuning(tuning, options.run, options.output / JSON_FILE);
+    const std::string folder = options.output.string();
+    out << fmt::format("files                   {}: {}, {}\n", folder, GAINS_FILE, JSON_FILE)
+        << fmt::format("to try them             ravelctl run {} --gains {} --output NEXT\n",
+                       (options.run / "config.toml").string(), (options.output / GAINS_FILE).string())
+        << fmt::format("and to compare          ravelctl tune NEXT --check {}\n",
+                       (options.output / JSON_FILE).string());
+}
+
+}  // namespace
+
+void CheckTuneOptions(const TuneOptions& options)
+{
+    CheckRange("--phase-margin", options.demands.phase_margin_deg, 1.0, 89.0, " deg");
+    CheckRange("--gain-margin", options.demands.gain_margin_db, 0.1, 60.0, " dB");
+    CheckRange("--max-sensitivity", options.demands.sensitivity_peak, 1.01, 100.0, "");
+    if (options.demands.max_crossover_hz) {
+        CheckRange("--max-crossover", *options.demands.max_crossover_hz, 0.002, 2500.0, " Hz");
+    }
+    if (!options.check.empty() && !options.output.empty()) {
+        throw InputError("--check: expected no --output besides: nothing is proposed then");
+    }
+}
+
+int Tune(const TuneOptions& options, std::ostream& out)
+{
+    CheckTuneOptions(options);
+    const RunFolder run(options.run);
+    if (!options.check.empty()) {
+        const PredictionCheck check = CheckPrediction(ReadPrediction(options.check), run);
+        out << check.text << std::flush;
+        return check.is_confirmed ? EXIT_OK : EXIT_FAILED;
+    }
+    PrepareOutput(options);
+    ProgressText progress(StatusLine::StyleFor(false, STDOUT_FILENO), out, ProgressText::Clock::now());
+    const Tuning tuning = TuneModes(run, options, [&](std::size_t mode) {
+        progress.Update(fmt::format("tuning mode {} of {}", mode, run.GetModes()), ProgressText::Clock::now());
+    });
+    progress.Finish();
+    out << DescribeDisturbance(tuning, run) << DescribeDemands(options.demands) << FormatTuning(tuning);
+    WriteFiles(options, tuning, out);
+    out << std::flush;
+    return EXIT_OK;
+}
+
+}  // namespace lumo::ravelctl
