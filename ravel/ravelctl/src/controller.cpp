@@ -213,7 +213,8 @@ void Controller::CheckResources() const
                             FormatBytes(recorded), FormatBytes(saving)),
                 "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
                 "--record-last");
-    constexpr std::uint64_t HEADERS = 200'000;  // of the files, and the summary
+    RefuseFolderOf("a qualification", "qualify.json", m_options.output);  // whose page would be replaced
+    constexpr std::uint64_t HEADERS = 200'000;                            // of the files, and the summary
     const std::uint64_t gains = (1 + m_script.size()) * modes * ravelcore::NUM_PID_FILTER_PARAMS * sizeof(float);
     PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS);
 }
@@ -477,14 +478,15 @@ void Controller::SaveConfig()
 void Controller::SavePage()
 {
     if (ReportTemplate().empty()) {
-        Say("no report.html: this ravelctl was built without npm");
+        Say(NO_PAGE);
         return;
     }
     const std::string page = "report.html";
     m_report.files.push_back(page);  // it lists itself
     try {
         WriteHtmlReport(
-            CollectReport({m_report, *m_loop, *m_slices, *m_recordings, m_recording_plan, m_pid_params, m_plant}),
+            CollectReport({m_report, *m_loop, *m_slices, *m_recordings, m_recording_plan, m_pid_params, m_plant,
+                           m_injection ? std::int64_t{m_injection->GetNumSamples()} * m_options.inject.decimation : 0}),
             m_options.output / page);
     } catch (const std::exception& e) {
         m_report.files.pop_back();

@@ -79,18 +79,59 @@ Json ToJson(const CycleTimes& times)
     const Percentiles& of = times.percentiles_us;
     return {{"edges_us", ToJson(times.histogram.edges_us)},
             {"counts", times.histogram.counts},
-            {"before_missed", times.histogram.before_missed},
+            {"marked", times.histogram.late},
             {"percentiles_us", {{"min", of.min}, {"p50", of.p50}, {"p99", of.p99}, {"p999", of.p999}, {"max", of.max}}},
-            {"deadline_us", times.deadline_us},
+            {"deadline_us", ToJson(times.deadline_us)},
             {"paced", times.paced},
-            {"missed", times.missed}};
+            {"missed", times.missed},
+            {"late", times.late ? Json(*times.late) : Json(nullptr)}};
+}
+
+Json ToJson(const std::vector<NamedDurations>& all)
+{
+    Json json = Json::array();
+    for (const NamedDurations& one : all) {
+        json.push_back({{"name", one.name},
+                        {"edges_us", ToJson(one.histogram.edges_us)},
+                        {"counts", one.histogram.counts},
+                        {"median_us", one.percentiles_us.p50},
+                        {"max_us", one.percentiles_us.max}});
+    }
+    return json;
+}
+
+Json ToJson(const std::vector<WorkerSpeed>& speeds)
+{
+    Json json = Json::array();
+    for (const WorkerSpeed& speed : speeds) {
+        json.push_back(
+            {{"name", speed.name}, {"product_gb_per_s", ToJson(speed.product)}, {"read_gb_per_s", ToJson(speed.read)}});
+    }
+    return json;
+}
+
+Json TablesToJson(const std::vector<ReportTable>& tables)
+{
+    Json json = Json::array();
+    for (const ReportTable& table : tables) {
+        Json rows = Json::array();
+        for (const auto& [name, values] : table.rows) {
+            Json figures = Json::array();
+            for (const std::optional<double>& value : values) {
+                figures.push_back(ToJson(value));
+            }
+            rows.push_back({{"name", name}, {"values", figures}});
+        }
+        json.push_back({{"title", table.title}, {"columns", table.columns}, {"rows", rows}});
+    }
+    return json;
 }
 
 Json MarksToJson(const std::vector<ReportMark>& marks)
 {
     Json json = Json::array();
     for (const ReportMark& mark : marks) {
-        json.push_back({{"time_s", mark.time_s}, {"what", mark.what}, {"script", mark.is_script}});
+        json.push_back({{"time_s", mark.time_s}, {"what", mark.what}, {"numbered", mark.is_numbered}});
     }
     return json;
 }
@@ -148,6 +189,16 @@ std::string ReportJson(const ReportData& data)
     AddSection("edge_sensors", data.edge_sensors, json);
     AddSection("spectra", data.spectra, json);
     AddSection("cycle_times", data.cycle_times, json);
+    for (const auto& [name, times] :
+         {std::pair("execution_times", &data.execution_times), std::pair("start_latencies", &data.start_latencies)}) {
+        if (!times->empty()) {
+            json[name] = ToJson(*times);
+        }
+    }
+    if (!data.speeds.empty()) {
+        json["speeds"] = ToJson(data.speeds);
+    }
+    json["tables"] = TablesToJson(data.tables);
     if (data.mode_rms) {
         json["mode_rms_nm"] = {{"before", ToJson(data.mode_rms->before)}, {"after", ToJson(data.mode_rms->after)}};
     }

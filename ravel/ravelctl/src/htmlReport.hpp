@@ -8,6 +8,9 @@
 
 namespace lumo::ravelctl {
 
+/// What is said where there is no page to write.
+inline constexpr const char* NO_PAGE = "no report.html: this ravelctl was built without npm";
+
 /// The page without its data, as it was built in; empty where this program was built without npm.
 std::string_view ReportTemplate();
 

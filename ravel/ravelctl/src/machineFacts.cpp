@@ -85,6 +85,19 @@ std::optional<std::string> FindChosen(const std::optional<std::string>& choices)
     return text.substr(begin + 1, end - begin - 1);
 }
 
+/// What the first line "model name : ..." of the kernel's list of processors says; not every architecture has one.
+std::optional<std::string> FindCpuModel(const fs::path& file)
+{
+    std::ifstream stream(file);
+    for (std::string line; std::getline(stream, line);) {
+        const std::size_t colon = line.find(": ");
+        if (line.starts_with("model name") && colon != std::string::npos) {
+            return line.substr(colon + 2);
+        }
+    }
+    return std::nullopt;
+}
+
 std::vector<std::string> ReadGovernors(const fs::path& root)
 {
     std::set<std::string> governors;
@@ -159,6 +172,7 @@ MachineFacts ReadMachineFiles(const fs::path& root)
     const fs::path kernel = root / "proc/sys/kernel";
     const fs::path clock = root / "sys/devices/system/clocksource/clocksource0";
     MachineFacts facts;
+    facts.cpu_model = FindCpuModel(root / "proc/cpuinfo");
     facts.kernel_release = ReadLine(kernel / "osrelease");
     facts.kernel_version = ReadLine(kernel / "version");
     facts.kernel_realtime = ReadLine(root / "sys/kernel/realtime");

@@ -14,6 +14,7 @@ namespace lumo::ravelctl {
 struct MachineFacts
 {
     // From files.
+    std::optional<std::string> cpu_model;
     std::optional<std::string> kernel_release;
     std::optional<std::string> kernel_version;   // "#1 SMP PREEMPT_RT ..."
     std::optional<std::string> kernel_realtime;  // "1" on a real-time kernel

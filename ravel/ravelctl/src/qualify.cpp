@@ -1,8 +1,10 @@
 #include "qualify.hpp"
 
 #include "error.hpp"
+#include "htmlReport.hpp"
 #include "progressText.hpp"
 #include "qualifyLoop.hpp"
+#include "qualifyPage.hpp"
 #include "resources.hpp"
 #include "version.hpp"
 
@@ -28,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* FILE_NAME = "qualify.json";
+constexpr const char* PAGE_NAME = "report.html";
 
 /// The thread of the cycle. What ends the loop early is kept by the platform.
 class LoopThread : public brisk::ConfigurablePthreadActivity
@@ -149,8 +152,8 @@ private:
             report.workers.push_back({task->GetPlace(), static_cast<std::int64_t>(own.size()),
                                       static_cast<std::int64_t>(task->GetReads().GetValuesUs().size()),
                                       task->GetExecutions().ComputePercentiles(),
-                                      task->GetLatencies().ComputePercentiles(),
-                                      task->GetReads().ComputePercentiles()});
+                                      task->GetLatencies().ComputePercentiles(), task->GetReads().ComputePercentiles(),
+                                      CountDurations(own, {}), CountDurations(task->GetLatencies().GetValuesUs(), {})});
         }
         report.cycles_done = m_loop->GetProgress().cycles_done.load();
         report.late_cycles = m_loop->GetProgress().late.load();
@@ -159,6 +162,7 @@ private:
         report.wake_up_us = m_loop->GetWakeUps().ComputePercentiles();
         report.execution_histogram = MakeHistogram(executions);
         report.cycle_histogram = MakeHistogram(m_loop->GetCycleTimes().GetValuesUs());
+        report.cycle_counts = CountAgainstDeadline(m_loop->GetCycleTimes().GetValuesUs(), m_plan.deadline_us);
         if (m_plan.longest_s && m_loop->GetCycleTimes().IsFull()) {
             report.problems.push_back(
                 fmt::format("the memory for {} cycles was full before {} s were over; set --cycles", m_plan.most_cycles,
@@ -176,17 +180,44 @@ private:
 
 void PrepareOutput(const QualifyOptions& options)
 {
-    constexpr std::uint64_t MOST_BYTES = 100'000;
-    if (options.output.empty()) {
-        return;
-    }
+    constexpr std::uint64_t MOST_BYTES = 2'000'000;
     std::error_code ignored;
     if (!options.overwrite && fs::exists(options.output / FILE_NAME, ignored)) {
         throw InputError(fmt::format(
             "--output: {} holds a qualification already; choose another folder, or replace it with --overwrite",
             options.output.string()));
     }
+    RefuseFolderOf("a run", "summary.json", options.output);  // whose page would be replaced
     PrepareOutputFolder(options.output, true, MOST_BYTES);
+    if (options.overwrite) {
+        fs::remove(options.output / PAGE_NAME, ignored);  // also where this program writes none
+    }
+}
+
+/// Notes a file that `write` writes, or what went wrong. The file is noted first: it lists itself.
+template <typename Write>
+void WriteFile(const char* name, QualifyReport& report, Write write)
+{
+    report.files.emplace_back(name);
+    try {
+        write(report.options.output / name);
+    } catch (const std::exception& e) {
+        report.files.pop_back();
+        report.problems.emplace_back(e.what());
+    }
+}
+
+/// The page, and the figures for programs, which name what went wrong with the page.
+void WriteResults(QualifyReport& report, std::ostream& out)
+{
+    if (!ReportTemplate().empty()) {
+        WriteFile(PAGE_NAME, report, [&report](const fs::path& file) {
+            WriteHtmlReport(DescribeQualification(report, ReadMachineFiles("/")), file);
+        });
+    } else if (!report.options.quiet) {
+        out << NO_PAGE << '\n';
+    }
+    WriteFile(FILE_NAME, report, [&report](const fs::path& file) { WriteQualification(report, file); });
 }
 
 std::string Describe(const QualifyOptions& options, const QualifyPlan& plan)
@@ -209,12 +240,16 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
 {
     QualifyReport report;
     report.options = options;
+    const std::tm now = fmt::gmtime(std::time(nullptr));
+    if (options.output.empty()) {
+        report.options.output = fmt::format("ravelctl-qualify-{:%Y%m%dT%H%M%SZ}", now);
+    }
     report.plan = PlanQualification(options, AllowedCpus());
     report.version = VERSION;
     report.blas = DescribeBlas();
     CheckMemory(report.plan.memory_bytes, fmt::format("matrices and figures of {} cycles", report.plan.most_cycles),
                 "ask for a smaller matrix, fewer workers or fewer cycles");
-    PrepareOutput(options);
+    PrepareOutput(report.options);
     if (!options.quiet) {
         out << fmt::format("ravelctl {}: {}\n{}\n", VERSION, report.blas, Describe(options, report.plan)) << std::flush;
     }
@@ -224,13 +259,7 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
         Qualification qualification(options, report.plan);
         qualification.Run(is_interrupted, progress, report);
     }
-    if (!options.output.empty()) {
-        try {
-            WriteQualification(report, options.output / FILE_NAME);
-        } catch (const RunError& e) {
-            report.problems.emplace_back(e.what());
-        }
-    }
+    WriteResults(report, out);
     if (!options.quiet) {
         out << FormatQualification(report) << std::flush;
     }

@@ -9,7 +9,7 @@
 namespace lumo::ravelctl {
 
 /// Loads and times the processors: one TaskSgemv per worker, in the loop's handshake. Says to `out` what it does, how
-/// far it is and, unless quiet, what came out of it; writes qualify.json where a folder is given.
+/// far it is and, unless quiet, what came out of it; writes qualify.json and the page.
 ///
 /// `is_interrupted` is asked again and again while the workers run and takes its time (StopSignals::Await); what was
 /// measured until then is reported.

@@ -20,8 +20,9 @@ void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
                        "Longest time in us from a start to all workers ready [the period; flat out: none]");
     command.add_option("--priority", options.priority, "Real-time priority of the workers, 0 to 89 [50; flat out: 0]");
     command.add_option("--numa-node", options.numa_node, "NUMA node of the workers' memory [-1: any]");
-    command.add_option("--output", options.output, "Folder to write qualify.json into");
-    command.add_flag("--overwrite", options.overwrite, "Replace the qualify.json that the folder holds");
+    command.add_option("--output", options.output,
+                       "Folder for qualify.json and report.html [ravelctl-qualify-<time> here]");
+    command.add_flag("--overwrite", options.overwrite, "Replace the qualification that the output folder holds");
     command.add_flag("--quiet", options.quiet, "Print nothing but errors");
     command.footer(
         "Examples:\n"

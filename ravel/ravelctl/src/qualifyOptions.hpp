@@ -24,7 +24,7 @@ struct QualifyOptions
     std::optional<double> deadline_us;  // the period; flat out: none
     std::optional<int> priority;        // of the workers: 50; flat out: 0
     int numa_node = -1;
-    std::filesystem::path output;  // folder of qualify.json; empty: nothing is written
+    std::filesystem::path output;  // a new folder named after the time where it is empty
     bool overwrite = false;
     bool quiet = false;
 };

@@ -4,6 +4,7 @@
 #include "wholeFile.hpp"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 namespace lumo::ravelctl {
@@ -86,6 +87,7 @@ Json ToJson(const QualifyReport& report)
         {"workers", WorkersToJson(report)},
         {"execution_histogram_us", ToJson(report.execution_histogram)},
         {"cycle_histogram_us", ToJson(report.cycle_histogram)},
+        {"files", report.files},
         {"problems", report.problems},
     };
 }
@@ -113,21 +115,6 @@ std::string FormatHeading(const char* what)
 std::string NameWorker(std::size_t index, const WorkerFigures& worker)
 {
     return fmt::format("  worker{} on CPU {}", index, worker.place.cpu);
-}
-
-/// Whether the system gave the workers the priority that they asked for.
-std::string DescribePriority(const QualifyReport& report)
-{
-    const int asked = report.plan.placements.empty() ? 0 : report.plan.placements.front().priority;
-    if (asked == 0) {
-        return "ordinary scheduling";
-    }
-    for (const WorkerFigures& worker : report.workers) {
-        if (worker.place.priority != asked) {
-            return fmt::format("priority {} was NOT granted; see ravelctl doctor", asked);
-        }
-    }
-    return fmt::format("priority {} granted", asked);
 }
 
 std::string FormatSpeed(const QualifyReport& report)
@@ -187,6 +174,20 @@ std::string QualifyReport::FormatVerdict() const
     return fmt::format("{}: {}", interrupted ? "interrupted" : DidHold() ? "holds" : "does NOT hold", within);
 }
 
+std::string DescribePriority(const QualifyReport& report)
+{
+    const int asked = report.plan.placements.empty() ? 0 : report.plan.placements.front().priority;
+    if (asked == 0) {
+        return "ordinary scheduling";
+    }
+    for (const WorkerFigures& worker : report.workers) {
+        if (worker.place.priority != asked) {
+            return fmt::format("priority {} was NOT granted; see ravelctl doctor", asked);
+        }
+    }
+    return fmt::format("priority {} granted", asked);
+}
+
 std::string FormatQualification(const QualifyReport& report)
 {
     std::string text = FormatHeading("execution, us");
@@ -207,6 +208,9 @@ std::string FormatQualification(const QualifyReport& report)
     text += "\nexecution of all workers, us\n" + FormatHistogram(report.execution_histogram);
     text += "\nstart to ready, us\n" + FormatHistogram(report.cycle_histogram);
     text += fmt::format("\nscheduling   {}\n", DescribePriority(report));
+    if (!report.files.empty()) {
+        text += fmt::format("files        {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
+    }
     text += fmt::format("verdict      {}\n", report.FormatVerdict());
     return text;
 }

@@ -2,6 +2,7 @@
 
 #include "durations.hpp"
 #include "qualifyOptions.hpp"
+#include "reportMath.hpp"
 #include "sgemvTask.hpp"
 #include "terminalHistogram.hpp"
 
@@ -22,6 +23,8 @@ struct WorkerFigures
     std::optional<Percentiles> execution_us;
     std::optional<Percentiles> latency_us;  // from giving the start to the beginning of Execute
     std::optional<Percentiles> read_us;     // of the same bytes without a product
+    DurationHistogram execution_counts{};
+    DurationHistogram latency_counts{};
 
     /// Of the matrix in the median time; missing where there was no cycle, or no read.
     std::optional<double> ComputeGbPerS(std::uint64_t matrix_bytes) const;
@@ -47,6 +50,8 @@ struct QualifyReport
     std::optional<Percentiles> wake_up_us;          // from the instant to giving the start
     std::vector<HistogramBin> execution_histogram;  // of all workers
     std::vector<HistogramBin> cycle_histogram;
+    DurationHistogram cycle_counts;     // finer, and those beyond the deadline
+    std::vector<std::string> files;     // names in the output folder
     std::vector<std::string> problems;  // one line each
     bool interrupted = false;
 
@@ -57,6 +62,9 @@ struct QualifyReport
     /// One line.
     std::string FormatVerdict() const;
 };
+
+/// Whether the system gave the workers the priority that they asked for.
+std::string DescribePriority(const QualifyReport& report);
 
 /// For people, several lines of at most 80 columns, but for the names of files.
 std::string FormatQualification(const QualifyReport& report);

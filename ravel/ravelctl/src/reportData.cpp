@@ -1,6 +1,7 @@
 #include "reportData.hpp"
 
 #include "controlLoop.hpp"
+#include "machineFacts.hpp"
 #include "reportText.hpp"
 
 #include <lumo/mirrorsim/geometry.hpp>
@@ -159,8 +160,27 @@ void AddModes(const ReportSources& sources, ReportData& data)
     }
 }
 
-void AddMarks(const RunReport& report, ReportData& data)
+/// Where samples begin to be added to the references, and where they end.
+void AddInjectionMarks(const ReportSources& sources, ReportData& data)
 {
+    const RunReport& report = sources.report;
+    const InjectOptions& inject = report.options.inject;
+    const std::int64_t begin =
+        report.plan.open_cycles + report.plan.lead_cycles + 1;  // references are led to 0 by then
+    if (inject.file.empty() || report.cycles_done <= begin) {
+        return;
+    }
+    data.marks.push_back(
+        {report.plan.TimeOf(begin), fmt::format("injected references begin: {}", inject.file.string()), true});
+    const std::int64_t end = begin + sources.injected_cycles;
+    if (!inject.loop && report.cycles_done > end) {
+        data.marks.push_back({report.plan.TimeOf(end), "injected references end", true});
+    }
+}
+
+void AddMarks(const ReportSources& sources, ReportData& data)
+{
+    const RunReport& report = sources.report;
     const LoopPlan& plan = report.plan;
     if (report.cycles_done > plan.open_cycles) {
         data.marks.push_back({plan.TimeOf(plan.open_cycles), "loop closes", false});
@@ -169,12 +189,52 @@ void AddMarks(const RunReport& report, ReportData& data)
         const std::string refused = event.problem.empty() ? "" : "; refused: " + event.problem;
         data.marks.push_back({event.time_s, event.what + refused, true});
     }
+    AddInjectionMarks(sources, data);
+    std::stable_sort(data.marks.begin(), data.marks.end(),
+                     [](const ReportMark& a, const ReportMark& b) { return a.time_s < b.time_s; });
     if (report.cycles_done > plan.FirstJudgedCycle()) {
         data.judged_s = plan.TimeOf(plan.FirstJudgedCycle());
     }
 }
 
+void AddTimes(const ReportSources& sources, ReportData& data)
+{
+    constexpr double US_PER_S = 1.0e6;
+    const RunReport& report = sources.report;
+    const Durations& cycles = sources.loop.GetCycleTimes();
+    const Durations& executions = sources.loop.GetExecTimes();
+    if (const auto percentiles = cycles.ComputePercentiles()) {
+        data.cycle_times = CycleTimes{CountDurations(cycles.GetValuesUs(), report.missed_before),
+                                      *percentiles,
+                                      US_PER_S / report.plan.rate_hz,
+                                      report.plan.paced,
+                                      report.missed_cycles,
+                                      {}};
+    }
+    if (const auto percentiles = executions.ComputePercentiles()) {
+        data.execution_times.push_back({report.options.workers == 1 ? "the worker" : "the slowest worker of each cycle",
+                                        CountDurations(executions.GetValuesUs(), {}), *percentiles});
+    }
+    data.tables.push_back({"Time",
+                           NamePercentiles(),
+                           {{"cycle", ListPercentiles(cycles.ComputePercentiles())},
+                            {"task execution", ListPercentiles(executions.ComputePercentiles())}}});
+}
+
 }  // namespace
+
+std::vector<std::string> NamePercentiles()
+{
+    return {"min", "median", "99 %", "99.9 %", "99.99 %", "max"};
+}
+
+std::vector<std::optional<double>> ListPercentiles(const std::optional<Percentiles>& times_us)
+{
+    if (!times_us) {
+        return std::vector<std::optional<double>>(NamePercentiles().size());
+    }
+    return {times_us->min, times_us->p50, times_us->p99, times_us->p999, times_us->p9999, times_us->max};
+}
 
 MirrorFrames ChooseFrames(const SurfaceLog& surface, const LoopPlan& plan)
 {
@@ -311,7 +371,7 @@ ReportData CollectReport(const ReportSources& sources)
         data.figures.push_back({"surface, total", report.surface_rms_nm});
     }
     data.figures.push_back({"edge sensors", report.edge_sensor_rms_nm});
-    AddMarks(report, data);
+    AddMarks(sources, data);
     data.end_s = plan.TimeOf(report.cycles_done);
 
     const double period_s = 1.0 / plan.rate_hz;
@@ -332,12 +392,9 @@ ReportData CollectReport(const ReportSources& sources)
     if (report.options.gains.empty()) {  // else each mode may have its own
         data.crossover_hz = report.margins.crossover_hz;
     }
-    if (const auto percentiles = sources.loop.GetCycleTimes().ComputePercentiles()) {
-        data.cycle_times = CycleTimes{CountDurations(sources.loop.GetCycleTimes().GetValuesUs(), report.missed_before),
-                                      *percentiles, period_s * 1.0e6, plan.paced, report.missed_cycles};
-    }
+    AddTimes(sources, data);
     data.parameters = DescribeRun(sources);
-    data.parameters.push_back(DescribeMachine(report.blas));
+    data.parameters.push_back(DescribeMachine(ReadMachineFiles("/"), report.blas));
     return data;
 }
 

@@ -48,13 +48,39 @@ struct ModeRms
     std::vector<double> after;
 };
 
+/// Of a run: from the cycle's instant to its commands. Of a qualification: from giving the start to all workers ready.
 struct CycleTimes
 {
     DurationHistogram histogram;
     Percentiles percentiles_us{};
-    double deadline_us = 0.0;
+    std::optional<double> deadline_us;  // of a run the period
     bool paced = true;
-    std::int64_t missed = 0;
+    std::int64_t missed = 0;           // instants
+    std::optional<std::int64_t> late;  // cycles beyond the deadline; of a qualification only
+};
+
+/// Durations of the cycles as one worker, or all of them together, took them.
+struct NamedDurations
+{
+    std::string name;
+    DurationHistogram histogram;
+    Percentiles percentiles_us{};
+};
+
+/// How fast a worker went through its matrix, GB/s; missing where it did not.
+struct WorkerSpeed
+{
+    std::string name;
+    std::optional<double> product;
+    std::optional<double> read;  // without a product
+};
+
+/// Durations in microseconds, a line for each name; a missing one is shown as a dash.
+struct ReportTable
+{
+    std::string title;
+    std::vector<std::string> columns;
+    std::vector<std::pair<std::string, std::vector<std::optional<double>>>> rows;
 };
 
 /// A title and its lines: what, and how much of it.
@@ -69,7 +95,7 @@ struct ReportMark
 {
     double time_s = 0.0;
     std::string what;
-    bool is_script = false;
+    bool is_numbered = false;  // its text is in a list; otherwise it stands at the mark
 };
 
 /// A figure of the run's result.
@@ -100,6 +126,10 @@ struct ReportData
     std::optional<double> crossover_hz;
     std::optional<ModeRms> mode_rms;
     std::optional<CycleTimes> cycle_times;
+    std::vector<NamedDurations> execution_times;
+    std::vector<NamedDurations> start_latencies;
+    std::vector<WorkerSpeed> speeds;
+    std::vector<ReportTable> tables;
     std::vector<ParameterGroup> parameters;
     std::vector<std::string> left_out;  // what the page cannot show, and why
 };
@@ -114,13 +144,17 @@ struct ReportSources
     const RecordingPlan& recording_plan;
     const std::vector<float>& pid_params;  // of all modes, as they were when the run began
     const Plant& plant;
+    std::int64_t injected_cycles = 0;  // for which what is injected lasts if it is not begun again
 };
 
 /// Works out everything that the page of a finished run shows. Thread: a slow one, after the run. Real time: no.
 ReportData CollectReport(const ReportSources& sources);
 
-/// The machine: processor, system, library of linear algebra.
-ParameterGroup DescribeMachine(const std::string& blas);
+/// The line of a table: minimum, median, 99 %, 99.9 %, 99.99 %, maximum.
+std::vector<std::optional<double>> ListPercentiles(const std::optional<Percentiles>& times_us);
+
+/// What ListPercentiles lists.
+std::vector<std::string> NamePercentiles();
 
 /// Up to some 60 of the logged surfaces, closest together where the loop closes.
 MirrorFrames ChooseFrames(const SurfaceLog& surface, const LoopPlan& plan);

@@ -9,6 +9,45 @@
 
 namespace lumo::ravelctl {
 
+namespace {
+
+/// `is_late` is asked about each duration in turn.
+template <typename IsLate>
+DurationHistogram Count(std::span<const float> durations_us, IsLate is_late)
+{
+    constexpr double BINS_PER_DECADE = 20.0;
+    DurationHistogram histogram;
+    float shortest = std::numeric_limits<float>::infinity();
+    float longest = 0.0F;
+    for (const float duration : durations_us) {
+        if (duration > 0.0F) {
+            shortest = std::min(shortest, duration);
+            longest = std::max(longest, duration);
+        }
+    }
+    if (longest == 0.0F) {
+        return histogram;
+    }
+    const auto bin_of = [](float duration) {
+        return static_cast<int>(std::floor(BINS_PER_DECADE * std::log10(static_cast<double>(duration))));
+    };
+    const int first = bin_of(shortest);
+    const int last = bin_of(longest);
+    for (int bin = first; bin <= last + 1; ++bin) {
+        histogram.edges_us.push_back(std::pow(10.0, bin / BINS_PER_DECADE));
+    }
+    histogram.counts.assign(histogram.edges_us.size() - 1, 0);
+    histogram.late = histogram.counts;
+    for (std::size_t i = 0; i < durations_us.size(); ++i) {
+        const auto bin = static_cast<std::size_t>(bin_of(std::max(durations_us[i], shortest)) - first);
+        ++histogram.counts[bin];
+        histogram.late[bin] += is_late(i) ? 1 : 0;
+    }
+    return histogram;
+}
+
+}  // namespace
+
 ThinnedSeries Thin(std::span<const float> samples, double period_s, std::size_t most_points)
 {
     const std::size_t step = std::max<std::size_t>(1, (samples.size() + most_points - 1) / most_points);
@@ -113,42 +152,21 @@ std::vector<double> MeanOfBins(std::span<const double> values, std::span<const s
 
 DurationHistogram CountDurations(std::span<const float> durations_us, std::span<const std::int64_t> missed_before)
 {
-    constexpr double BINS_PER_DECADE = 20.0;
-    DurationHistogram histogram;
-    float shortest = std::numeric_limits<float>::infinity();
-    float longest = 0.0F;
-    for (const float duration : durations_us) {
-        if (duration > 0.0F) {
-            shortest = std::min(shortest, duration);
-            longest = std::max(longest, duration);
-        }
-    }
-    if (longest == 0.0F) {
-        return histogram;
-    }
-    const auto bin_of = [](float duration) {
-        return static_cast<int>(std::floor(BINS_PER_DECADE * std::log10(static_cast<double>(duration))));
-    };
-    const int first = bin_of(shortest);
-    const int last = bin_of(longest);
-    for (int bin = first; bin <= last + 1; ++bin) {
-        histogram.edges_us.push_back(std::pow(10.0, bin / BINS_PER_DECADE));
-    }
-    histogram.counts.assign(histogram.edges_us.size() - 1, 0);
-    histogram.before_missed = histogram.counts;
     std::size_t missed = 0;
-    for (std::size_t i = 0; i < durations_us.size(); ++i) {
-        const auto bin = static_cast<std::size_t>(bin_of(std::max(durations_us[i], shortest)) - first);
-        ++histogram.counts[bin];
-        const auto next = static_cast<std::int64_t>(i) + 1;
+    return Count(durations_us, [missed_before, missed](std::size_t index) mutable {
+        const auto next = static_cast<std::int64_t>(index) + 1;
         while (missed < missed_before.size() && missed_before[missed] < next) {
             ++missed;
         }
-        if (missed < missed_before.size() && missed_before[missed] == next) {
-            ++histogram.before_missed[bin];
-        }
-    }
-    return histogram;
+        return missed < missed_before.size() && missed_before[missed] == next;
+    });
+}
+
+DurationHistogram CountAgainstDeadline(std::span<const float> durations_us, std::optional<double> deadline_us)
+{
+    return Count(durations_us, [&](std::size_t index) {
+        return deadline_us && static_cast<double>(durations_us[index]) > *deadline_us;
+    });
 }
 
 double RoundToDigits(double value)

@@ -5,6 +5,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -70,14 +71,17 @@ std::vector<double> MeanOfBins(std::span<const double> values, std::span<const s
 /// How many durations fall between two edges.
 struct DurationHistogram
 {
-    std::vector<double> edges_us;             // ascending by equal ratios; one more than there are counts
-    std::vector<std::int64_t> counts;         // edge i <= duration < edge i + 1
-    std::vector<std::int64_t> before_missed;  // those of them after which an instant was missed
+    std::vector<double> edges_us;      // ascending by equal ratios; one more than there are counts
+    std::vector<std::int64_t> counts;  // edge i <= duration < edge i + 1
+    std::vector<std::int64_t> late;    // those of them that were late, or after which an instant was missed
 };
 
 /// Counts every duration, 20 bins a decade; one that is not above 0 counts as the shortest above 0. `missed_before`:
 /// numbers of the durations before which an instant was missed, ascending, perhaps repeated.
 DurationHistogram CountDurations(std::span<const float> durations_us, std::span<const std::int64_t> missed_before);
+
+/// The same for durations of which those beyond `deadline_us` are late; none is without a deadline.
+DurationHistogram CountAgainstDeadline(std::span<const float> durations_us, std::optional<double> deadline_us);
 
 /// To four significant digits, so that it takes no more letters than it is worth. What is not finite stays.
 double RoundToDigits(double value);

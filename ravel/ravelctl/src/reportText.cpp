@@ -7,10 +7,10 @@
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
-#include <sys/utsname.h>
 
 #include <cmath>
-#include <fstream>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace lumo::ravelctl {
@@ -90,17 +90,51 @@ ParameterGroup DescribeDesign(const ReportSources& sources)
     return group;
 }
 
-/// The value after "model name : " in the kernel's list of processors.
-std::string ProcessorModel()
+void AddRow(const char* name, const std::optional<std::string>& value, ParameterGroup& group)
 {
-    std::ifstream stream("/proc/cpuinfo");
-    for (std::string line; std::getline(stream, line);) {
-        const std::size_t colon = line.find(": ");
-        if (line.starts_with("model name") && colon != std::string::npos) {
-            return line.substr(colon + 2);
-        }
+    if (value && !value->empty()) {
+        group.rows.emplace_back(name, *value);
     }
-    return "unknown";
+}
+
+/// "0-3 of 0-7 online".
+std::optional<std::string> DescribeCpus(const MachineFacts& facts)
+{
+    if (!facts.cpus_allowed) {
+        return std::nullopt;
+    }
+    return *facts.cpus_allowed + (facts.cpus_online ? fmt::format(" of {} online", *facts.cpus_online) : "");
+}
+
+std::optional<std::string> DescribeKernel(const MachineFacts& facts)
+{
+    if (!facts.kernel_release) {
+        return std::nullopt;
+    }
+    return fmt::format("Linux {}{}{}", *facts.kernel_release, facts.kernel_version ? ", " : "",
+                       facts.kernel_version.value_or(""));
+}
+
+std::optional<std::string> DescribeMemory(const MachineFacts& facts)
+{
+    if (!facts.memory_bytes) {
+        return std::nullopt;
+    }
+    return FormatBytes(*facts.memory_bytes) +
+           (facts.memory_available_bytes ? fmt::format(", {} available", FormatBytes(*facts.memory_available_bytes))
+                                         : "");
+}
+
+std::string DescribeHugePages(const MachineFacts& facts)
+{
+    std::vector<std::string> parts;
+    if (facts.huge_pages) {
+        parts.push_back(fmt::format("{} reserved", *facts.huge_pages));
+    }
+    if (facts.transparent_huge_pages) {
+        parts.push_back("transparent: " + *facts.transparent_huge_pages);
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
 }
 
 }  // namespace
@@ -112,17 +146,22 @@ std::vector<ParameterGroup> DescribeRun(const ReportSources& sources)
     return groups;
 }
 
-ParameterGroup DescribeMachine(const std::string& blas)
+ParameterGroup DescribeMachine(const MachineFacts& facts, const std::string& blas)
 {
+    const std::string unknown = "the system does not tell";
     ParameterGroup group{"Machine", {}};
-    group.rows.emplace_back("processor", fmt::format("{}, {} usable", ProcessorModel(), AllowedCpus().size()));
-    utsname system{};
-    if (uname(&system) == 0) {
-        group.rows.emplace_back(
-            "kernel", fmt::format("{} {} {}", static_cast<const char*>(system.sysname),
-                                  static_cast<const char*>(system.release), static_cast<const char*>(system.machine)));
-    }
-    group.rows.emplace_back("linear algebra", blas);
+    AddRow("processor", facts.cpu_model, group);
+    AddRow("usable CPUs", DescribeCpus(facts), group);
+    AddRow("isolated CPUs",
+           facts.cpus_isolated ? facts.cpus_isolated->empty() ? "none" : *facts.cpus_isolated : unknown, group);
+    AddRow("frequency governor",
+           facts.governors.empty() ? unknown : fmt::format("{}", fmt::join(facts.governors, ", ")), group);
+    AddRow("kernel", DescribeKernel(facts), group);
+    AddRow("memory", DescribeMemory(facts), group);
+    AddRow("huge pages", DescribeHugePages(facts), group);
+    AddRow("NUMA nodes", facts.numa_nodes, group);
+    AddRow("clock", facts.clock_source, group);
+    AddRow("linear algebra", blas, group);
     return group;
 }
 

@@ -62,6 +62,16 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
     }
 }
 
+void RefuseFolderOf(const char* what, const char* file, const fs::path& folder)
+{
+    std::error_code ignored;
+    if (fs::exists(folder / file, ignored)) {
+        throw InputError(
+            fmt::format("--output: expected a folder of its own but {} holds {} ({}); choose another folder",
+                        folder.string(), what, file));
+    }
+}
+
 void RemoveOldRun(const fs::path& folder)
 {
     const fs::path summary = folder / "summary.json";

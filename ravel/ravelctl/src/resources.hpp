@@ -12,6 +12,10 @@ namespace lumo::ravelctl {
 /// Failure: InputError that says what stands in the way and what to do; an empty folder may be left behind.
 void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes);
 
+/// Refuses a folder that holds `file`, the sign of something else (`what`) whose files would be replaced.
+/// Failure: InputError.
+void RefuseFolderOf(const char* what, const char* file, const std::filesystem::path& folder);
+
 /// Removes the run that the folder holds: what its summary names, and the summary. What somebody else has put there
 /// stays. Never throws: what cannot be removed is replaced or stays.
 void RemoveOldRun(const std::filesystem::path& folder);

@@ -1,5 +1,7 @@
 #include "error.hpp"
 #include "htmlReport.hpp"
+#include "makeModulation.hpp"
+#include "support/recording.hpp"
 #include "support/runInProcess.hpp"
 #include "support/textFile.hpp"
 #include "support/thrown.hpp"
@@ -9,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include <limits>
+#include <sstream>
 
 namespace lumo::ravelctl {
 namespace {
@@ -28,6 +31,15 @@ json DataOf(const std::string& page)
 json DataOf(const ReportData& data)
 {
     return json::parse(ReportJson(data));
+}
+
+std::int64_t CountAll(const json& counts)
+{
+    std::int64_t sum = 0;
+    for (const json& count : counts) {
+        sum += count.get<std::int64_t>();
+    }
+    return sum;
 }
 
 TEST(HtmlReportTest, NoTextCanEndTheElementThatItStandsIn)
@@ -52,10 +64,11 @@ TEST(HtmlReportTest, ATextThatIsNotUtf8IsShownAllTheSame)
 TEST(HtmlReportTest, SectionsWithoutDataAreAbsent)
 {
     ReportData data;
-    data.cycle_times = CycleTimes{CountDurations(std::vector<float>{100.0F, 200.0F}, {}), {}, 2000.0, true, 0};
+    data.cycle_times = CycleTimes{CountDurations(std::vector<float>{100.0F, 200.0F}, {}), {}, 2000.0, true, 0, {}};
     const json sut = DataOf(data);
     EXPECT_TRUE(sut.contains("cycle_times"));
-    for (const char* section : {"mirror", "residual", "surface", "edge_sensors", "spectra", "mode_rms_nm"}) {
+    for (const char* section : {"mirror", "residual", "surface", "edge_sensors", "spectra", "mode_rms_nm",
+                                "execution_times", "start_latencies", "speeds"}) {
         EXPECT_FALSE(sut.contains(section)) << section;
     }
     EXPECT_TRUE(sut.at("judged_s").is_null());
@@ -99,12 +112,47 @@ TEST(HtmlReportTest, ThePageOfARunShowsTheFiguresOfItsReport)
     EXPECT_EQ(sut.at("mode_rms_nm").at("after").size(), 20U);
     EXPECT_EQ(sut.at("marks").at(0).at("time_s"), 0.2);
     EXPECT_TRUE(sut.contains("spectra"));
-    std::int64_t counted = 0;
-    for (const json& count : sut.at("cycle_times").at("counts")) {
-        counted += count.get<std::int64_t>();
-    }
-    EXPECT_EQ(counted, 300);
+    EXPECT_EQ(CountAll(sut.at("cycle_times").at("counts")), 300);
+    ASSERT_EQ(sut.at("execution_times").size(), 1U);
+    EXPECT_EQ(CountAll(sut.at("execution_times").at(0).at("counts")), 300);
+    EXPECT_EQ(sut.at("execution_times").at(0).at("max_us"), run.report.execution_time_us->max);
+    const json& times = sut.at("tables").at(0).at("rows");
+    EXPECT_EQ(times.at(0).at("values").at(1), run.report.cycle_time_us->p50);
+    EXPECT_EQ(times.at(1).at("values").at(4), run.report.execution_time_us->p9999);
     EXPECT_TRUE(sut.at("left_out").empty()) << sut.at("left_out");
+}
+
+TEST(HtmlReportTest, InjectedReferencesAreMarkedWhereTheyBeginAndEnd)
+{
+    if (ReportTemplate().empty()) {
+        GTEST_SKIP() << "built without npm";
+    }
+    const test::TestFolder folder;
+    std::ostringstream ignored;
+    ModulationOptions step;
+    step.shape = ModulationShape::Step;
+    step.output = folder / "step.fits";
+    step.modes = 20;
+    step.duration_s = 0.1;
+    MakeModulationFile(step, ignored);
+    RunOptions options = test::ShortRun(folder, "run");
+    options.open_loop_s = 0.2;
+    options.inject.file = step.output;
+    const test::FinishedRun run = test::RunInProcess(options);
+    const LoopPlan& plan = run.report.plan;
+    const std::int64_t begin = plan.open_cycles + plan.lead_cycles + 1;
+    const json marks = DataOf(test::ReadBytes(folder / "run" / "report.html")).at("marks");
+    ASSERT_EQ(marks.size(), 3U);
+    EXPECT_EQ(marks.at(0).at("what"), "loop closes");
+    EXPECT_EQ(marks.at(1).at("what"), "injected references begin: " + step.output.string());
+    EXPECT_NEAR(marks.at(1).at("time_s"), plan.TimeOf(begin), 1.0e-9);
+    EXPECT_EQ(marks.at(2).at("what"), "injected references end");
+    EXPECT_NEAR(marks.at(2).at("time_s"), plan.TimeOf(begin + 50), 1.0e-9);
+
+    // The moment is where the recorded references leave 0 for the step.
+    const test::Recording references = test::LoadRecording(folder / "run" / "modes_ref.fits");
+    EXPECT_NE(references.At(static_cast<int>(begin), 0), 0.0F);
+    EXPECT_EQ(references.At(static_cast<int>(begin) + 50, 0), 0.0F);
 }
 
 TEST(HtmlReportTest, WhatWasNotRecordedIsLeftOutAndSaid)

@@ -21,6 +21,8 @@ void Write(const test::TestFolder& root, const std::string& name, const std::str
 TEST(MachineFactsTest, EveryFileReachesItsPlace)
 {
     const test::TestFolder root;
+    Write(root, "proc/cpuinfo",
+          "processor\t: 0\nmodel\t\t: 85\nmodel name\t: Some CPU @ 3.00GHz\n\nmodel name\t: Another\n");
     Write(root, "proc/sys/kernel/osrelease", "6.1.0-13-rt-amd64\n");
     Write(root, "proc/sys/kernel/version", "#1 SMP PREEMPT_RT Debian 6.1.55-1\n");
     Write(root, "sys/kernel/realtime", "1\n");
@@ -41,6 +43,7 @@ TEST(MachineFactsTest, EveryFileReachesItsPlace)
     Write(root, "sys/devices/system/clocksource/clocksource0/current_clocksource", "hpet\n");
     Write(root, "sys/devices/system/clocksource/clocksource0/available_clocksource", "hpet tsc \n");
     const MachineFacts facts = ReadMachineFiles(root.GetPath());
+    EXPECT_EQ(facts.cpu_model, "Some CPU @ 3.00GHz");
     EXPECT_EQ(facts.kernel_release, "6.1.0-13-rt-amd64");
     EXPECT_EQ(facts.kernel_version, "#1 SMP PREEMPT_RT Debian 6.1.55-1");
     EXPECT_EQ(facts.kernel_realtime, "1");
@@ -66,6 +69,7 @@ TEST(MachineFactsTest, WhatHasNoFileIsMissing)
 {
     const test::TestFolder root;
     const MachineFacts facts = ReadMachineFiles(root.GetPath());
+    EXPECT_FALSE(facts.cpu_model);
     EXPECT_FALSE(facts.kernel_release || facts.kernel_version || facts.kernel_realtime);
     EXPECT_FALSE(facts.cpus_online || facts.cpus_allowed || facts.cpus_isolated || facts.cpus_nohz_full);
     EXPECT_THAT(facts.governors, IsEmpty());

@@ -43,6 +43,8 @@ QualifyReport MakeReport()
     report.cycles_done = 1000;
     report.cycle_us = Percentiles{1100.0, 1300.0, 1400.0, 1500.0, 1700.0, 1600.0};
     report.wake_up_us = Percentiles{10.0, 20.0, 30.0, 40.0, 60.0, 50.0};
+    report.options.output = "cpu23";
+    report.files = {"qualify.json"};
     report.execution_histogram = {{79.43, 100.0, 400}, {100.0, 125.9, 1}};
     report.cycle_histogram = {{1000.0, 1259.0, 7}};
     return report;
@@ -79,6 +81,7 @@ TEST(QualifyReportTest, TheTableHasALinePerWorkerAndFitsATerminal)
               "      1000 to 1259                7  ########################################\n"
               "\n"
               "scheduling   priority 50 granted\n"
+              "files        cpu23: qualify.json\n"
               "verdict      holds: 0 of 1000 cycles took longer than 2000 us, 0 instants missed\n");
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -155,6 +158,7 @@ TEST(QualifyReportTest, TheFileHasEverythingThatTheTextHas)
     EXPECT_EQ(json.at("workers").at(1).at("ratio_to_read"), nullptr);
     EXPECT_EQ(json.at("execution_histogram_us").at(0).at("count"), 400);
     EXPECT_EQ(json.at("cycle_histogram_us").size(), 1U);
+    EXPECT_EQ(json.at("files"), nlohmann::json({"qualify.json"}));
 }
 
 TEST(QualifyReportTest, AFileThatCannotBeWrittenIsNamed)

@@ -1,4 +1,5 @@
 #include "error.hpp"
+#include "htmlReport.hpp"
 #include "qualify.hpp"
 #include "support/quietLog.hpp"
 #include "support/testFolder.hpp"
@@ -6,11 +7,13 @@
 #include "support/thrown.hpp"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <numeric>
 #include <sstream>
 #include <thread>
 
@@ -20,6 +23,7 @@ namespace lumo::ravelctl {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 /// Flat out: a loaded machine is slow, but misses nothing.
 QualifyOptions Small(int workers, std::int64_t cycles)
@@ -48,13 +52,25 @@ std::int64_t CountAll(const std::vector<HistogramBin>& bins)
     return count;
 }
 
+std::int64_t Sum(const std::vector<std::int64_t>& counts)
+{
+    return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
+}
+
 class QualifyTest : public testing::Test
 {
 protected:
     QualifyTest() { test::QuietLog(); }
 
-    QualifyReport Run(const QualifyOptions& options) { return Qualify(options, NeverInterrupted, m_out); }
+    QualifyReport Run(QualifyOptions options)
+    {
+        if (options.output.empty()) {
+            options.output = m_folder / "result";
+        }
+        return Qualify(options, NeverInterrupted, m_out);
+    }
 
+    const test::TestFolder m_folder;
     std::ostringstream m_out;
 };
 
@@ -89,6 +105,7 @@ TEST_F(QualifyTest, ADeadlineThatNothingCanHoldIsMissedInEveryCycle)
     options.deadline_us = 1.0;
     const QualifyReport report = Run(options);
     EXPECT_EQ(report.late_cycles, 30);
+    EXPECT_EQ(Sum(report.cycle_counts.late), 30);
     EXPECT_FALSE(report.DidHold());
     EXPECT_THAT(m_out.str(), HasSubstr("does NOT hold: 30 of 30 cycles took longer than 1 us"));
 }
@@ -141,7 +158,64 @@ TEST_F(QualifyTest, TheFileAgreesWithTheTable)
                                             times.at("p50").get<double>(), times.at("p99").get<double>());
         EXPECT_THAT(m_out.str(), HasSubstr(row));
     }
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(options.output), {}), 1);
+}
+
+TEST_F(QualifyTest, ItLeavesItsFileAndItsPageAndNamesThem)
+{
+    const QualifyReport report = Run(Small(1, 40));
+    std::vector<std::string> expected = {"qualify.json"};
+    if (!ReportTemplate().empty()) {
+        expected.insert(expected.begin(), "report.html");
+        const std::string page = test::ReadBytes(m_folder / "result" / "report.html");
+        EXPECT_THAT(page, HasSubstr("Qualification of " + report.started_utc));
+        EXPECT_THAT(page, HasSubstr("\"execution_times\":[{\"name\":\"worker 0, CPU "));
+        EXPECT_THAT(page, Not(HasSubstr("@REPORT_DATA@")));
+    } else {
+        EXPECT_THAT(m_out.str(), HasSubstr(NO_PAGE));
+    }
+    EXPECT_EQ(report.files, expected);
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder / "result")) {
+        found.push_back(entry.path().filename().string());
+    }
+    EXPECT_THAT(found, testing::UnorderedElementsAreArray(expected));
+    const auto json = nlohmann::json::parse(test::ReadBytes(m_folder / "result" / "qualify.json"));
+    EXPECT_EQ(json.at("files"), expected);
+    EXPECT_THAT(m_out.str(), HasSubstr(fmt::format("files        {}: {}\n", (m_folder / "result").string(),
+                                                   fmt::join(expected, ", "))));
+}
+
+TEST_F(QualifyTest, ThePagesHistogramsHoldEveryCycle)
+{
+    const QualifyReport report = Run(Small(2, 105));
+    for (const WorkerFigures& worker : report.workers) {
+        EXPECT_EQ(Sum(worker.execution_counts.counts), 105);
+        EXPECT_EQ(Sum(worker.latency_counts.counts), 105);
+    }
+    EXPECT_EQ(Sum(report.cycle_counts.counts), 105);
+    EXPECT_EQ(Sum(report.cycle_counts.late), report.late_cycles);
+}
+
+TEST_F(QualifyTest, WithoutAFolderItMakesOneNamedAfterTheTime)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_folder.GetPath());
+    const QualifyReport report = Qualify(Small(1, 5), NeverInterrupted, m_out);
+    std::filesystem::current_path(before);
+    EXPECT_THAT(report.options.output.string(), testing::MatchesRegex("ravelctl-qualify-[0-9]{8}T[0-9]{6}Z"));
+    EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / report.options.output / "qualify.json"));
+    EXPECT_THAT(m_out.str(), HasSubstr("files        " + report.options.output.string() + ": "));
+}
+
+TEST_F(QualifyTest, ThePageOfARunIsNeverReplaced)
+{
+    test::WriteBytes(m_folder / "summary.json", "{}");
+    test::WriteBytes(m_folder / "report.html", "of the run");
+    QualifyOptions options = Small(1, 5);
+    options.output = m_folder.GetPath();
+    options.overwrite = true;
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { Run(options); }), HasSubstr("holds a run (summary.json)"));
+    EXPECT_EQ(test::ReadBytes(m_folder / "report.html"), "of the run");
 }
 
 TEST_F(QualifyTest, AFileIsNotReplacedUnlessAskedFor)
@@ -169,6 +243,7 @@ TEST_F(QualifyTest, QuietPrintsNothing)
 TEST_F(QualifyTest, AnInterruptionEndsItWithWhatWasMeasured)
 {
     QualifyOptions options = Small(2, 1'000'000);
+    options.output = m_folder / "result";
     const QualifyReport report = Qualify(
         options, [] { return true; }, m_out);
     EXPECT_TRUE(report.interrupted);

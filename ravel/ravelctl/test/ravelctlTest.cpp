@@ -409,8 +409,10 @@ TEST(RavelctlTest, AQualificationEndsWithZeroItsTableAndItsFile)
 
 TEST(RavelctlTest, AQualificationThatDoesNotHoldSaysSoAndEndsWithOne)
 {
-    const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, "qualify", "--rows", "2000", "--cols", "300",
-                                                  "--flat-out", "--cycles", "20", "--deadline-us", "1", "--quiet"});
+    const test::TestFolder folder;
+    const ChildProcess::Result result =
+        RunChild({RAVELCTL_PROGRAM, "qualify", "--rows", "2000", "--cols", "300", "--flat-out", "--cycles", "20",
+                  "--deadline-us", "1", "--quiet", "--output", folder.GetPath().string()});
     EXPECT_EQ(result.status, EXIT_FAILED);
     EXPECT_EQ(result.out, "");
     ExpectOneLine(result.err);

@@ -1,4 +1,4 @@
-"""Opens the pages of two short runs in a browser and compares what is drawn with the runs' files.
+"""Opens the pages of short runs and qualifications in a browser and compares what is drawn with their files.
 
 The expected figures are worked out here, from the recordings, by other means than the program's.
 
@@ -31,7 +31,12 @@ SEGMENTS = 798
 NUM_PACT = 2394
 SEGMENT_LENGTH = 128  # the longest power of two of which two that overlap by half fit into the open cycles
 NM_PER_UM = 1e3 / numpy.sqrt(NUM_PACT)  # surface of a mode
-CHARTS = {"residual", "edge_sensors", "spectra", "rejection", "modes", "cycle_times"}
+TIMES = {"cycle_times", "execution_times"}
+CHARTS = {"residual", "edge_sensors", "spectra", "rejection", "modes"} | TIMES
+WORKER_CHARTS = TIMES | {"start_latencies", "speeds"}
+PERCENTILES = ("min", "p50", "p99", "p999", "p9999", "max")
+FLOOR = 0.5  # where a logarithmic axis draws a count of 0
+PAPER = (718, 1047)  # px within the margins of A4
 SCRIPT = '[[at]]\ntime = 2\ngains = { modes = "0-39", kp = 0.3 }\n'
 
 
@@ -52,6 +57,14 @@ def run(ravelctl, matrices, folder, *more):
     command += ["--modes", str(MODES), "--rate", str(RATE_HZ), "--duration", str(CYCLES / RATE_HZ)]
     command += ["--open-loop", str(OPEN_CYCLES / RATE_HZ), *more]
     subprocess.run(command, check=True)
+
+
+def qualify(ravelctl, folder, status, *more):
+    """Of small matrices, flat out: nothing depends on how busy the machine is."""
+    command = [ravelctl, "qualify", "--quiet", "--flat-out", "--rows", "20", "--cols", "300", "--output", str(folder)]
+    done = subprocess.run(command + list(more), capture_output=True)
+    expect(done.returncode == status, f"qualify ended with {done.returncode}, expected {status}: {done.stderr}")
+    return json.loads((folder / "qualify.json").read_text())
 
 
 def welch(modes):
@@ -178,6 +191,17 @@ def check_figures(browser, folder):
     bars = browser.js("return document.querySelectorAll('#chart-cycle_times svg path[fill=\"#0063a3\"]').length")
     expect(bars >= len(cycle_times["cycles"]), f"{bars} bars for {len(cycle_times['cycles'])} counts")
 
+    executions = dict(browser.series("execution_times"))
+    expect(sum(count for _, _, count in executions["the worker"]) == CYCLES, "not every execution counts")
+    times = ("min", "p50", "p99", "p999", "max")
+    for row, key in (("cycle", "cycle_time_us"), ("task execution", "execution_time_us")):
+        lines = browser.texts(".figures[aria-label='Time'] tbody tr")
+        (line,) = [line for line in lines if line.startswith(row)]
+        found = [float(text) for text in line.removeprefix(row).split()]
+        found.pop(4)  # 99.99 %, which the summary has not
+        expected = [summary[key][time] for time in times]
+        expect(max(abs(a - b) for a, b in zip(found, expected)) < 0.051, f"{row}: {found}, expected {expected}")
+
     marks = browser.js("return ravelReport.charts.residual.getOption().series[0].markLine.data.map(m => m.xAxis)")
     expect(marks == [OPEN_CYCLES / RATE_HZ, 2], f"marks at {marks}")
     drawn = browser.find("#chart-residual").get_attribute("textContent")
@@ -187,7 +211,8 @@ def check_figures(browser, folder):
     expect(f"{summary['edge_sensor_rms_nm']['before']:.1f}" in figures["edge"], f"the result says {figures}")
     expect("the loop held" in browser.find(".verdict").text, "another verdict")
     parameters = " ".join(browser.texts(".parameters tr"))
-    for text in (f"control modes {MODES}", f"cycle rate {RATE_HZ} Hz", "phase margin", "kernel Linux", summary["blas"]):
+    for text in (f"control modes {MODES}", f"cycle rate {RATE_HZ} Hz", "phase margin",
+                 f"kernel Linux {os.uname().release}", "frequency governor", "isolated CPUs", "memory", summary["blas"]):
         expect(text in parameters, f"the parameters do not say {text}")
 
 
@@ -263,7 +288,9 @@ def check_keyboard(browser, charts):
         details.find_element(By.TAG_NAME, "summary").send_keys(Keys.ENTER)
         count = "return arguments[0].querySelectorAll('tbody tr').length"
         browser.wait(f"the table of {chart}", lambda: browser.js(count, details) > 0)
-        expect(browser.js(count, details) >= len(browser.series(chart)[0][1]), f"the table of {chart} is short")
+        points = browser.series(chart)[0][1]
+        is_outline = points[0] == [points[0][0], FLOOR] if isinstance(points[0], list) else False  # begins and ends at 0
+        expect(browser.js(count, details) >= len(points) - (2 if is_outline else 0), f"the table of {chart} is short")
     outline = browser.js("const b = document.getElementById('theme'); b.focus({focusVisible: true});"
                          "return getComputedStyle(b).outlineStyle")
     expect(outline == "solid", "the focus cannot be seen")
@@ -272,12 +299,25 @@ def check_keyboard(browser, charts):
     expect(browser.js("return document.documentElement.dataset.theme") != theme, "the theme does not change")
 
 
+DARK = [{"name": "prefers-color-scheme", "value": "dark"}]
+
+
 def check_paper(browser):
     """The printed charts fit and are light."""
     browser.js("window.dispatchEvent(new Event('beforeprint'))")
     expect(browser.js("return document.documentElement.dataset.theme") == "light", "paper is not dark")
-    widths = browser.js("return [...document.querySelectorAll('.chart svg')].map(s => s.getBoundingClientRect().width)")
-    expect(max(widths) < 700, f"charts of {widths} px do not fit on paper")
+    browser.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print", "features": DARK})
+    browser.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                   {"width": PAPER[0], "height": PAPER[1], "deviceScaleFactor": 1, "mobile": False})
+    cut = browser.js("""return [...document.querySelectorAll('.card')].filter(card => {
+            const box = card.getBoundingClientRect();
+            const inner = [...card.querySelectorAll('.chart svg, .map svg, table')]
+                .map(part => part.getBoundingClientRect());
+            return box.right > arguments[0] || (box.height > arguments[1] && !card.matches('.parameters'))
+                || inner.some(part => part.left < box.left || part.right > box.right);
+        }).map(card => card.textContent.slice(0, 60))""", *PAPER)
+    expect(not cut, f"on paper these are cut: {cut}")
+    browser.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "", "features": DARK})
     browser.js("window.dispatchEvent(new Event('afterprint'))")
     expect(browser.js("return document.documentElement.dataset.theme") == "dark", "the screen is not dark again")
 
@@ -296,19 +336,85 @@ def write_timings_only(page, reduced):
     times = data["cycle_times"]
     times["paced"] = True
     times["missed"] = 3
-    times["before_missed"][-1] = 1
+    times["marked"][-1] = 1
     reduced.write_text(text[:begin] + json.dumps(data).replace("<", "\\u003c") + text[end:])
 
 
 def check_timings_only(browser, width):
-    check_layout(browser, width, "light", {"cycle_times"})
+    check_layout(browser, width, "light", TIMES)
     (name, late) = browser.series("cycle_times")[1]
     expect(name == "before a missed cycle" and len(late) == 1, f"missed cycles are drawn as {name}: {late}")
     expect("deadline" in browser.find("#chart-cycle_times").get_attribute("textContent"), "no mark at the deadline")
-    expect("4000 µs; 3 missed" in browser.find("figcaption").text, browser.find("figcaption").text)
+    caption = browser.find("#chart-cycle_times").find_element(By.XPATH, "../figcaption").text
+    expect("4000 µs; 3 missed" in caption, caption)
     expect(not browser.texts(".map"), "there is a mirror")
-    check_keyboard(browser, {"cycle_times"})
+    check_keyboard(browser, TIMES)
     check_console(browser)
+
+
+def check_table(browser, title, row, expected):
+    """A line of a table of durations: its name begins with `row`."""
+    lines = browser.texts(f".figures[aria-label='{title}'] tbody tr")
+    found = [line for line in lines if line.startswith(row)]
+    expect(len(found) == 1, f"{title}: {row} in {lines}")
+    values = [float(text) for text in found[0].removeprefix(row).split()]
+    expect(len(values) == len(expected) and max(abs(a - b) for a, b in zip(values, expected)) < 0.051,
+           f"{title}, {row}: {values}, expected {expected}")
+
+
+def caption_of(browser, chart):
+    return browser.find(f"#chart-{chart}").find_element(By.XPATH, "../figcaption").text
+
+
+def check_qualification(browser, result):
+    """Every chart and table against the qualification's own file."""
+    workers = result["workers"]
+    names = [f"worker {index}, CPU {worker['cpu']}" for index, worker in enumerate(workers)]
+    for name, worker in zip(names, workers):
+        check_table(browser, "Execution", name, [worker["execution_us"][key] for key in PERCENTILES])
+        check_table(browser, "Start latency", name, [worker["start_latency_us"][key] for key in PERCENTILES])
+    check_table(browser, "Whole cycle", "start to ready", [result["cycle_us"][key] for key in PERCENTILES])
+    for chart in ("execution_times", "start_latencies"):
+        series = browser.series(chart)
+        if len(workers) > 6:
+            ((name, bars),) = series
+            expect(name == "all workers", f"{chart} draws {name}")
+            expect(sum(count for _, _, count in bars) == len(workers) * result["cycles"], f"{chart}: not every cycle")
+        else:
+            expect([name for name, _ in series] == names, f"{chart} draws {[name for name, _ in series]}")
+            for name, points in series:
+                counted = sum(count for _, count in points if count > FLOOR)
+                expect(counted == result["cycles"], f"{chart} counts {counted} cycles of {name}")
+    speeds = dict(browser.series("speeds"))
+    expect_close("the product's speed", speeds["product"], [worker["gb_per_s"] for worker in workers], 1e-9)
+    expect_close("the read's speed", speeds["read"], [worker["read_gb_per_s"] for worker in workers], 1e-9)
+    cycle_times = dict(browser.series("cycle_times"))
+    expect(sum(count for _, _, count in cycle_times["cycles"]) == result["cycles"], "not every cycle counts")
+    late = sum(count for _, _, count in cycle_times.get("beyond the deadline", []))
+    expect(late == result["late_cycles"], f"{late} cycles are marked as late")
+    drawn = browser.find("#chart-cycle_times").get_attribute("textContent")
+    expect(("deadline" in drawn) == (result["deadline_us"] is not None), f"the deadline in {drawn}")
+    said = f"{result['late_cycles']} cycles took longer" if result["deadline_us"] else "No deadline was set."
+    expect(said in caption_of(browser, "cycle_times"), caption_of(browser, "cycle_times"))
+    expect(browser.find(".verdict").text == result["verdict"], f"the verdict is {browser.find('.verdict').text}")
+    good = "good" in browser.find(".verdict").get_attribute("class")
+    expect(good == result["held"], "the verdict's colour says something else")
+    parameters = " ".join(browser.texts(".parameters tr"))
+    for text in ("matrix of each worker 20 x 300", "pace flat out", result["blas"], os.uname().release):
+        expect(text in parameters, f"the parameters do not say {text}: {parameters}")
+    expect(not browser.texts(".map"), "there is a mirror")
+
+
+def check_tabulator(browser):
+    """Everything can be reached from the top by the tabulator alone."""
+    browser.js("document.activeElement.blur(); window.scrollTo(0, 0)")
+    reached = []
+    for _ in range(60):
+        browser.press(Keys.TAB)
+        reached.append(browser.js("const a = document.activeElement;"
+                                  "return a.id || a.type || a.tagName.toLowerCase()"))
+    wanted = ["theme", "range", *(f"chart-{chart}" for chart in CHARTS)]
+    expect(not set(wanted) - set(reached), f"the tabulator does not reach {set(wanted) - set(reached)}")
 
 
 def main():
@@ -320,6 +426,10 @@ def main():
         run(ravelctl, matrices, folder, "--script", str(script))
         frames = pathlib.Path(directory) / "frames"
         run(ravelctl, matrices, frames, "--record", "es")
+        late = pathlib.Path(directory) / "late"
+        many = pathlib.Path(directory) / "many"
+        results = {late: qualify(ravelctl, late, 1, "--workers", "2", "--cycles", "400", "--deadline-us", "1"),
+                   many: qualify(ravelctl, many, 0, "--workers", "7", "--cycles", "100")}
         browser = Browser(chromium, chromedriver)
         try:
             for width in (1280, 390):
@@ -329,12 +439,13 @@ def main():
                     check_console(browser)
                     if scheme == "light":
                         check_figures(browser, folder)
+                        check_tabulator(browser)
                         check_mirror(browser)
                         check_keyboard(browser, CHARTS)
                     else:
                         check_paper(browser)
                     check_console(browser)
-            recorded = {"residual", "edge_sensors", "cycle_times"}
+            recorded = {"residual", "edge_sensors"} | TIMES
             browser.open(frames / "report.html", 390, "dark")
             check_layout(browser, 390, "dark", recorded)
             expect("were not recorded" in " ".join(browser.texts(".note li")), "it does not say what is left out")
@@ -344,9 +455,16 @@ def main():
             for width in (1280, 390):
                 browser.open(reduced, width, "light")
                 check_timings_only(browser, width)
+            for page, result in results.items():
+                for width, scheme in ((1280, "light"), (390, "dark")):
+                    browser.open(page / "report.html", width, scheme)
+                    check_layout(browser, width, scheme, WORKER_CHARTS)
+                    check_qualification(browser, result)
+                    check_keyboard(browser, WORKER_CHARTS)
+                    check_console(browser)
         finally:
             browser.driver.quit()
-    print("the pages show what the runs' files say")
+    print("the pages show what their files say")
 
 
 main()

@@ -172,14 +172,5 @@ TEST(ReportDataTest, ARunThatNeverHadTheLoopOpenHasNoFrameBefore)
     EXPECT_DOUBLE_EQ(sut.time_s.back(), 0.09);
 }
 
-TEST(ReportDataTest, TheMachineIsNamedByProcessorKernelAndLibrary)
-{
-    const ParameterGroup machine = DescribeMachine("some library");
-    ASSERT_EQ(machine.rows.size(), 3U);
-    EXPECT_EQ(machine.rows[0].first, "processor");
-    EXPECT_THAT(machine.rows[1].second, testing::StartsWith("Linux "));
-    EXPECT_EQ(machine.rows[2].second, "some library");
-}
-
 }  // namespace
 }  // namespace lumo::ravelctl

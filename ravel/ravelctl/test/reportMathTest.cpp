@@ -166,7 +166,7 @@ TEST(ReportMathTest, AHistogramCountsEveryDurationBetweenItsEdges)
             return us >= histogram.edges_us[bin] && us < histogram.edges_us[bin + 1];
         });
         EXPECT_EQ(histogram.counts[bin], expected) << "from " << histogram.edges_us[bin];
-        EXPECT_EQ(histogram.before_missed[bin], 0);
+        EXPECT_EQ(histogram.late[bin], 0);
     }
     EXPECT_THAT(CountDurations({}, {}).counts, IsEmpty());
 }
@@ -176,9 +176,20 @@ TEST(ReportMathTest, DurationsBeforeMissedInstantsAreCountedOnceEach)
     const std::vector<float> durations = {100.0F, 5000.0F, 100.0F, 100.0F, 300.0F};
     const std::vector<std::int64_t> missed_before = {2, 2, 2, 4};  // three instants at once, and one
     const DurationHistogram histogram = CountDurations(durations, missed_before);
-    EXPECT_EQ(histogram.before_missed.back(), 1) << "5000 us";
-    EXPECT_EQ(histogram.before_missed.front(), 1) << "the last one of 100 us";
-    EXPECT_EQ(std::accumulate(histogram.before_missed.begin(), histogram.before_missed.end(), std::int64_t{0}), 2);
+    EXPECT_EQ(histogram.late.back(), 1) << "5000 us";
+    EXPECT_EQ(histogram.late.front(), 1) << "the last one of 100 us";
+    EXPECT_EQ(std::accumulate(histogram.late.begin(), histogram.late.end(), std::int64_t{0}), 2);
+}
+
+TEST(ReportMathTest, DurationsBeyondTheDeadlineAreLate)
+{
+    const std::vector<float> durations = {100.0F, 1000.0F, 1000.5F, 5000.0F, 5000.0F};
+    const DurationHistogram histogram = CountAgainstDeadline(durations, 1000.0);
+    EXPECT_EQ(histogram.late.front(), 0);
+    EXPECT_EQ(histogram.late.back(), 2);
+    EXPECT_EQ(std::accumulate(histogram.late.begin(), histogram.late.end(), std::int64_t{0}), 3);
+    EXPECT_EQ(histogram.counts, CountDurations(durations, {}).counts);
+    EXPECT_EQ(CountAgainstDeadline(durations, {}).late, CountDurations(durations, {}).late);
 }
 
 TEST(ReportMathTest, NumbersAreRoundedToFourDigits)

@@ -47,6 +47,16 @@ TEST(ResourcesTest, AFolderIntoWhichNothingCanBeWrittenIsRefused)
     EXPECT_THAT(line, HasSubstr("/proc/self"));
 }
 
+TEST(ResourcesTest, AFolderThatHoldsSomethingElseIsRefused)
+{
+    const test::TestFolder folder;
+    EXPECT_NO_THROW(RefuseFolderOf("a qualification", "qualify.json", folder.GetPath()));
+    test::WriteBytes(folder / "qualify.json", "{}");
+    const std::string line =
+        ThrownLine<InputError>([&] { RefuseFolderOf("a qualification", "qualify.json", folder.GetPath()); });
+    EXPECT_THAT(line, HasSubstr(folder.GetPath().string() + " holds a qualification (qualify.json); choose another"));
+}
+
 TEST(ResourcesTest, AFolderThatHoldsARunIsRefusedUnlessItIsToBeReplaced)
 {
     const test::TestFolder folder;

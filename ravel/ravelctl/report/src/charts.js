@@ -1,114 +1,23 @@
 // The charts: what each shows, in words, as a drawing and as a table.
 
-import { element, foldedTable, format, formatPower } from './page.js';
+import { axis, base, line, logAxis, marks, range } from './drawing.js';
+import { element, foldedTable, format } from './page.js';
 import { colours } from './theme.js';
+import { cycleChart, workerCharts } from './timing.js';
 
 const times = (series) => series.rms.map((_, index) => series.first_s + index * series.step_s);
 const pairs = (xs, ys) => xs.map((x, index) => [x, ys[index] > 0 ? ys[index] : null]);
 
-function axis(name, more = {}) {
-  const { text, quiet, line } = colours();
-  return {
-    type: 'value',
-    name,
-    nameLocation: 'middle',
-    nameGap: 30,
-    nameTextStyle: { color: text, fontSize: 12 },
-    axisLine: { show: true, onZero: false, lineStyle: { color: quiet } },
-    axisTick: { lineStyle: { color: quiet } },
-    splitLine: { lineStyle: { color: line } },
-    ...more,
-    axisLabel: { color: quiet, fontSize: 12, hideOverlap: true, ...more.axisLabel },
-  };
-}
-
-function logAxis(name, more = {}) {
-  const axisLabel = { formatter: formatPower, ...more.axisLabel };
-  return { ...axis(name, { ...more, axisLabel }), type: 'log' };
-}
-
-/** `symbols`: the series are single points rather than lines. */
-function base(x, y, series, symbols = false) {
-  const { text, quiet, card } = colours();
-  return {
-    animation: false,
-    aria: { enabled: true },
-    textStyle: { fontFamily: 'system-ui, "DejaVu Sans", sans-serif' },
-    grid: { left: 66, right: 18, top: 44, bottom: 48 },
-    legend: {
-      top: 0,
-      left: 0,
-      textStyle: { color: text, fontSize: 12 },
-      itemWidth: 28,
-      inactiveColor: quiet,
-      itemStyle: { opacity: symbols ? 1 : 0 },
-    },
-    tooltip: {
-      trigger: 'axis',
-      confine: true,
-      backgroundColor: card,
-      borderColor: quiet,
-      textStyle: { color: text, fontSize: 12 },
-      axisPointer: { lineStyle: { color: quiet } },
-    },
-    xAxis: x,
-    yAxis: { ...y, nameGap: 48 },
-    series,
-  };
-}
-
-function line(name, data, colour, more = {}) {
-  return {
-    type: 'line',
-    name,
-    data,
-    symbol: 'none',
-    connectNulls: false,
-    emphasis: { disabled: true },
-    itemStyle: { color: colour },
-    ...more,
-    lineStyle: { color: colour, width: 1.8, ...more.lineStyle },
-  };
-}
-
-/** Lines across the chart at moments or frequencies. */
-function marks(places, letters = true) {
-  const { mark, text, card } = colours();
-  return {
-    symbol: 'none',
-    silent: true,
-    animation: false,
-    data: places.map(({ at, name, dotted }, index) => ({
-      xAxis: at,
-      lineStyle: { color: mark, type: dotted ? 'dotted' : 'dashed', width: 1.5 },
-      label: {
-        formatter: letters && dotted ? String(index) : name,
-        position: 'insideEndTop',
-        rotate: letters && dotted ? 0 : 90,
-        color: text,
-        textBorderColor: card,
-        textBorderWidth: 2,
-        fontSize: 11,
-      },
-    })),
-  };
-}
-
-/** Where the loop closes, with its name, and the script's steps, with their numbers. */
+/** Where the loop closes, with its name, and the script's steps and the like, with their numbers. */
 function timeMarks(data) {
-  const closing = data.marks.filter((mark) => !mark.script).map((mark) => ({ at: mark.time_s, name: mark.what }));
-  const steps = data.marks.filter((mark) => mark.script).map((mark) => ({ at: mark.time_s, dotted: true }));
+  const closing = data.marks.filter((mark) => !mark.numbered).map((mark) => ({ at: mark.time_s, name: mark.what }));
+  const steps = data.marks.filter((mark) => mark.numbered).map((mark) => ({ at: mark.time_s, dotted: true }));
   const lines = marks([...closing, ...steps]);
   steps.forEach((_, index) => {
     lines.data[closing.length + index].label.formatter = String(index + 1);
   });
   return lines;
 }
-
-const range = (values) => {
-  const known = values.filter((value) => value !== null && Number.isFinite(value));
-  return known.length ? `${format(Math.min(...known))} to ${format(Math.max(...known))}` : 'nothing';
-};
 
 function beforeAfter(data, name) {
   const figure = data.figures.find((one) => one.name === name);
@@ -154,8 +63,8 @@ function timeTable(columns) {
 /** Every chart that the data have something for: name, title, summary, option and table. */
 export function chartsOf(data) {
   const charts = [];
-  const steps = data.marks.filter((mark) => mark.script);
-  const closing = data.marks.find((mark) => !mark.script);
+  const steps = data.marks.filter((mark) => mark.numbered);
+  const closing = data.marks.find((mark) => !mark.numbered);
   const closes = closing ? ` The loop closes at ${format(closing.time_s)} s.` : '';
 
   if (data.residual) {
@@ -199,6 +108,7 @@ export function chartsOf(data) {
   if (data.cycle_times) {
     charts.push(cycleChart(data));
   }
+  charts.push(...workerCharts(data));
   return charts;
 }
 
@@ -315,67 +225,11 @@ function modeChart(data) {
   };
 }
 
-function cycleChart(data) {
-  const cycle = data.cycle_times;
-  const { edges_us: edges, counts, before_missed: missed, percentiles_us: of } = cycle;
-  const FLOOR = 0.5; // a logarithmic axis has no 0
-  const bars = (name, values, colour) => ({
-    type: 'custom',
-    name,
-    itemStyle: { color: colour },
-    dimensions: ['from', 'to', 'count'],
-    encode: { x: [0, 1], y: 2, tooltip: [2] },
-    data: values.map((count, index) => [edges[index], edges[index + 1], count]).filter(([, , count]) => count > 0),
-    renderItem: (_, api) => {
-      const [left, top] = api.coord([api.value(0), api.value(2)]);
-      const [right, bottom] = api.coord([api.value(1), FLOOR]);
-      return {
-        type: 'rect',
-        shape: { x: left, y: top, width: Math.max(1, right - left - 1), height: bottom - top },
-        style: { fill: colour },
-      };
-    },
-  });
-  return {
-    name: 'cycle_times',
-    group: 'Timing',
-    title: 'Cycle times',
-    summary:
-      `From the cycle’s instant to its commands: median ${format(of.p50)} µs, 99.9 % ${format(of.p999)} µs, largest ` +
-      `${format(of.max)} µs. ` +
-      (cycle.paced
-        ? `The next cycle is due after ${format(cycle.deadline_us)} µs; ${cycle.missed} missed.`
-        : 'The cycles were not paced, so none could be missed.'),
-    notes: [],
-    option: () => {
-      const all = bars('cycles', counts, colours().after);
-      const late = bars('before a missed cycle', missed, colours().missed);
-      if (cycle.paced) {
-        all.markLine = marks([{ at: cycle.deadline_us, name: 'deadline' }]);
-      }
-      const option = base(
-        logAxis('time, µs', {
-          min: edges[0],
-          max: Math.max(edges[edges.length - 1], cycle.paced ? 1.1 * cycle.deadline_us : 0),
-        }),
-        logAxis('cycles', { min: FLOOR, axisLabel: { formatter: (value) => (value < 1 ? '' : formatPower(value)) } }),
-        [all, ...(cycle.missed > 0 ? [late] : [])],
-        true,
-      );
-      option.tooltip.trigger = 'item';
-      option.tooltip.formatter = ({ seriesName, value }) =>
-        `${format(value[0])} to ${format(value[1])} µs<br>${seriesName}: ${value[2]}`;
-      return option;
-    },
-    table: {
-      columns: ['from, µs', 'to, µs', 'cycles', 'before a missed cycle'],
-      rows: () => counts.map((count, index) => [edges[index], edges[index + 1], String(count), String(missed[index])]),
-    },
-  };
-}
-
 /** Text of a point for those who do not see the drawing. */
 export function describePoint(chart, option, index) {
+  if (chart.describe) {
+    return chart.describe(index);
+  }
   const shown = option.series.filter((series) => !/, (smallest|largest)$/.test(series.name));
   const first = shown[0].data[Math.min(index, shown[0].data.length - 1)];
   if (first.length === 3) {
@@ -407,7 +261,7 @@ export function chartFigure(chart) {
         element(
           'details',
           chart.notes.length <= 6 ? { open: '' } : {},
-          element('summary', {}, 'Steps of the script'),
+          element('summary', {}, 'What the numbers in the drawing mean'),
           element('ol', { class: 'note' }, ...chart.notes.map((note) => element('li', {}, note))),
         ),
       ]

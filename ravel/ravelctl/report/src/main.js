@@ -1,6 +1,6 @@
 // Builds the page from the data that it holds. Sections without data are left out.
 
-import { CustomChart, LineChart } from 'echarts/charts';
+import { BarChart, CustomChart, LineChart } from 'echarts/charts';
 import { AriaComponent, GridComponent, LegendComponent, MarkLineComponent, TooltipComponent } from 'echarts/components';
 import { init, use } from 'echarts/core';
 import { SVGRenderer } from 'echarts/renderers';
@@ -12,6 +12,7 @@ import { onTheme, startTheme } from './theme.js';
 
 use([
   AriaComponent,
+  BarChart,
   CustomChart,
   GridComponent,
   LegendComponent,
@@ -72,6 +73,37 @@ function resultSection(data) {
   return element('section', { 'aria-label': 'Result' }, element('h2', {}, 'Result'), card);
 }
 
+/** Tables of figures; wide ones scroll by themselves where the page is narrow. */
+function figureTables(tables) {
+  return tables.map(({ title, columns, rows }) =>
+    element(
+      'div',
+      { class: 'card figures', tabindex: 0, role: 'region', 'aria-label': title },
+      element(
+        'table',
+        {},
+        element(
+          'thead',
+          {},
+          element('tr', {}, ...[`${title}, µs`, ...columns].map((text) => element('th', { scope: 'col' }, text))),
+        ),
+        element(
+          'tbody',
+          {},
+          ...rows.map(({ name, values }) =>
+            element(
+              'tr',
+              {},
+              element('th', { scope: 'row' }, name),
+              ...values.map((value) => element('td', {}, value === null ? '-' : value.toFixed(1))),
+            ),
+          ),
+        ),
+      ),
+    ),
+  );
+}
+
 function parameterSection(data) {
   const tables = data.parameters.map(({ title, rows }) =>
     element(
@@ -103,21 +135,21 @@ function parameterSection(data) {
 function addKeys(chart, drawing, readout, drawn) {
   let index = -1;
   drawing.addEventListener('keydown', (event) => {
-    const { data } = chart.option().series[0];
+    const count = chart.count ?? chart.option().series[0].data.length;
     const step = { ArrowRight: 1, ArrowLeft: -1, PageUp: 20, PageDown: -20 }[event.key];
     if (event.key === 'Escape') {
       drawn.dispatchAction({ type: 'hideTip' });
       return;
     }
     if (step !== undefined) {
-      index = Math.max(0, Math.min(data.length - 1, index + step));
+      index = Math.max(0, Math.min(count - 1, index + step));
     } else if (event.key === 'Home' || event.key === 'End') {
-      index = event.key === 'Home' ? 0 : data.length - 1;
+      index = event.key === 'Home' ? 0 : count - 1;
     } else {
       return;
     }
     event.preventDefault();
-    drawn.dispatchAction({ type: 'showTip', seriesIndex: 0, dataIndex: index });
+    drawn.dispatchAction({ type: 'showTip', seriesIndex: 0, dataIndex: index + (chart.first ?? 0) });
     readout.textContent = describePoint(chart, chart.option(), index);
   });
   drawing.addEventListener('blur', () => drawn.dispatchAction({ type: 'hideTip' }));
@@ -138,12 +170,13 @@ function build(data) {
   for (const group of new Set(charts.map((chart) => chart.group))) {
     const grouped = charts.filter((one) => one.group === group);
     const columns = element('div', { class: grouped.length > 1 ? 'columns' : '' });
+    const tables = group === 'Timing' ? figureTables(data.tables) : [];
     for (const chart of grouped) {
       const made = chartFigure(chart);
       columns.append(made.figure);
       drawings.push({ chart, ...made });
     }
-    main.append(element('section', { 'aria-label': group }, element('h2', {}, group), columns));
+    main.append(element('section', { 'aria-label': group }, element('h2', {}, group), ...tables, columns));
   }
   main.append(parameterSection(data));
 
