@@ -80,7 +80,7 @@ export function marks(places, letters = true) {
       lineStyle: { color: mark, type: dotted ? 'dotted' : 'dashed', width: 1.5 },
       label: {
         formatter: letters && dotted ? String(index) : name,
-        position: 'insideEndTop',
+        position: letters && dotted ? 'end' : 'insideEndTop',
         rotate: letters && dotted ? 0 : 90,
         color: text,
         textBorderColor: card,

@@ -22,7 +22,7 @@ use([
   TooltipComponent,
 ]);
 
-const PAPER_WIDTH = 660; // px, of a chart on A4 or letter paper
+const ON_PAPER = { width: 660, height: 300 }; // px, of a chart: two of them go on a page of A4 or letter paper
 
 function verdictOf(data) {
   const count = data.problems.length;
@@ -73,35 +73,31 @@ function resultSection(data) {
   return element('section', { 'aria-label': 'Result' }, element('h2', {}, 'Result'), card);
 }
 
-/** Tables of figures; wide ones scroll by themselves where the page is narrow. */
+/** Tables of durations. The roles say again what a narrow page's style would take from the elements. */
 function figureTables(tables) {
-  return tables.map(({ title, columns, rows }) =>
+  const cell = (name, role, attributes, text) => element(name, { role, ...attributes }, text);
+  const line = ({ name, values }, columns) =>
     element(
+      'tr',
+      { role: 'row' },
+      cell('th', 'rowheader', { scope: 'row' }, name),
+      ...values.map((value, index) =>
+        cell('td', 'cell', { 'data-column': columns[index] }, value === null ? '-' : value.toFixed(1)),
+      ),
+    );
+  return tables.map(({ title, columns, rows }) => {
+    const head = [`${title}, µs`, ...columns].map((text) => cell('th', 'columnheader', { scope: 'col' }, text));
+    return element(
       'div',
-      { class: 'card figures', tabindex: 0, role: 'region', 'aria-label': title },
+      { class: 'card figures' },
       element(
         'table',
-        {},
-        element(
-          'thead',
-          {},
-          element('tr', {}, ...[`${title}, µs`, ...columns].map((text) => element('th', { scope: 'col' }, text))),
-        ),
-        element(
-          'tbody',
-          {},
-          ...rows.map(({ name, values }) =>
-            element(
-              'tr',
-              {},
-              element('th', { scope: 'row' }, name),
-              ...values.map((value) => element('td', {}, value === null ? '-' : value.toFixed(1))),
-            ),
-          ),
-        ),
+        { role: 'table', 'aria-label': title },
+        element('thead', { role: 'rowgroup' }, element('tr', { role: 'row' }, ...head)),
+        element('tbody', { role: 'rowgroup' }, ...rows.map((row) => line(row, columns))),
       ),
-    ),
-  );
+    );
+  });
 }
 
 function parameterSection(data) {
@@ -184,7 +180,7 @@ function build(data) {
   for (const { chart, drawing, readout } of drawings) {
     const drawn = init(drawing, null, { renderer: 'svg' });
     const draw = (printing) => {
-      drawn.resize(printing ? { width: PAPER_WIDTH } : { width: 'auto' });
+      drawn.resize(printing ? ON_PAPER : { width: 'auto', height: 'auto' });
       const option = chart.option();
       option.aria.label = { description: `${chart.title}. ${chart.summary} Arrow keys go from point to point.` };
       drawn.setOption(option, true);

@@ -28,15 +28,16 @@ export function format(value) {
   return value.toFixed(digits).replace('-', '−');
 }
 
-/** Ticks of a logarithmic axis: 0.01, 1, 1000, and powers of ten beyond. */
+/** Ticks of a logarithmic axis: 0.01, 1, 1000, and powers of ten, or 1.8·10⁶ at its ends, beyond. */
 export function formatPower(value) {
   const size = Math.abs(value);
   if (size >= 0.001 && size < 1e5) {
     return String(Number(value.toPrecision(3)));
   }
-  const power = Math.round(Math.log10(size));
+  const power = Math.floor(Math.log10(size) + 1e-9);
+  const factor = size / 10 ** power;
   const raised = String(power).replace(/[-0-9]/g, (letter) => '⁻⁰¹²³⁴⁵⁶⁷⁸⁹'['-0123456789'.indexOf(letter)]);
-  return `10${raised}`;
+  return `${factor > 1.05 ? `${factor.toFixed(1)}·` : ''}10${raised}`;
 }
 
 /** A table that is built when it is unfolded. `rows` makes the rows then. */

@@ -169,16 +169,12 @@ function speedChart(speeds) {
     name,
     data: speeds.map((one) => one[key]),
     itemStyle: { color: colour, ...(decal ? { decal } : {}) },
-    label: {
-      show: speeds.length <= 8,
-      position: 'top',
-      color: colours().text,
-      formatter: ({ value }) => format(value),
-    },
+    label: { show: few, position: 'top', color: colours().text, formatter: ({ value }) => format(value) },
     barMaxWidth: 60,
     emphasis: { disabled: true },
   });
   const ratios = speeds.map(ratio);
+  const few = speeds.length <= 4; // on the narrowest page each has its name below it and its figures above
   return {
     name: 'speeds',
     group: 'Timing',
@@ -194,7 +190,9 @@ function speedChart(speeds) {
           ...axis('', {}),
           type: 'category',
           data: speeds.map((one) => one.name),
-          axisLabel: { color: text, fontSize: 12, interval: 'auto', hideOverlap: true },
+          axisLabel: few
+            ? { color: text, fontSize: 12, interval: 0, formatter: (name) => name.replace(', ', '\n') }
+            : { color: text, fontSize: 12, rotate: 90, hideOverlap: true },
         },
         axis('GB/s', { min: 0 }),
         [
@@ -211,6 +209,7 @@ function speedChart(speeds) {
       );
       option.tooltip.formatter = ([{ dataIndex }]) => describeSpeed(dataIndex).join('<br>');
       option.tooltip.axisPointer = { type: 'shadow' };
+      option.grid.bottom = few ? 48 : 110;
       return option;
     },
     describe: (index) => describeSpeed(index).join('; '),
