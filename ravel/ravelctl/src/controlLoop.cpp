@@ -65,8 +65,10 @@ ControlLoop::ControlLoop(const LoopPlan& plan, const mirrorsim::ControlModes& mo
 {
     m_missed_before.resize(static_cast<std::size_t>(plan.cycles));  // touches every page, as no cycle should
     m_missed_before.clear();
-    m_residuals_nm.reserve(static_cast<std::size_t>(plan.cycles));
-    m_es_rms_nm.reserve(static_cast<std::size_t>(plan.cycles));
+    for (std::vector<float>* series : {&m_residuals_nm, &m_es_rms_nm}) {
+        series->resize(static_cast<std::size_t>(plan.cycles));
+        series->clear();
+    }
     if (m_extras.injection != nullptr) {
         m_extras.injection->Start();
     }

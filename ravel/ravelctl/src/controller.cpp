@@ -30,9 +30,6 @@ namespace lumo::ravelctl {
 namespace {
 
 constexpr std::chrono::milliseconds START_TIMEOUT{5000};
-// Above what the system's own threads have by default, below its watchdogs; the cycle before its workers.
-constexpr int WORKER_PRIORITY = 50;
-constexpr int CYCLE_PRIORITY = 60;
 
 std::string DescribeMargins(const MarginRange& range)
 {
@@ -58,7 +55,10 @@ std::tm UtcNow()
 class Controller::CycleThread : public brisk::ConfigurablePthreadActivity
 {
 public:
-    CycleThread(int priority, ControlLoop& loop) : ConfigurablePthreadActivity("cycle", -1, priority), m_loop(loop) {}
+    CycleThread(const ravelctl::Placement& placement, ControlLoop& loop)
+        : ConfigurablePthreadActivity("cycle", placement.cpu, placement.priority), m_loop(loop)
+    {
+    }
 
     ~CycleThread() override
     {
@@ -68,11 +68,22 @@ public:
 
     void Run() override
     {
+        TouchOwnStack();
+        m_place = FindOwnPlace();
+        const std::int64_t faults_before = CountOwnPageFaults();
         m_loop.Run([this] { return IsStopRequested(); });
+        m_page_faults = CountOwnPageFaults() - faults_before;
     }
+
+    // Thread: a slow one, once the thread has been joined.
+
+    const GrantedPlace& GetPlace() const { return m_place; }
+    std::int64_t GetPageFaults() const { return m_page_faults; }
 
 private:
     ControlLoop& m_loop;
+    GrantedPlace m_place;
+    std::int64_t m_page_faults = -1;
 };
 
 Controller::Controller(RunOptions options, std::ostream& out) : m_options(std::move(options)), m_out(out)
@@ -94,6 +105,7 @@ void Controller::Say(const std::string& line)
 void Controller::Configure()
 {
     PlanTheRun();
+    PlaceThreads();
     if (m_options.output.empty()) {
         m_options.output = fmt::format("ravelctl-{:%Y%m%dT%H%M%SZ}", UtcNow());
     }
@@ -241,7 +253,10 @@ void Controller::MakeTasks()
     const int capacity = m_recording_plan.modes ? m_recording_plan.capacity : 1;
     m_slices = std::make_unique<SliceSet>(m_modes, m_options.workers, m_pid_params, 1.0 / m_options.rate_hz,
                                           m_front_end->GetEsMeas().block1.data(), capacity);
-    m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), PlaceWorkers(), START_TIMEOUT,
+    if (m_process->UsesHugePages()) {
+        m_slices->UseHugePages();
+    }
+    m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), m_process->GetPlan().workers, START_TIMEOUT,
                                               log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
     for (ravelcore::Task* task : m_slices->GetTasks()) {
         task->Configure(m_options.cfg);
@@ -258,27 +273,24 @@ void Controller::MakeLoop()
 {
     const LoopExtras extras{m_recordings.get(), m_injection.get(), m_parameters.get(), m_requests.get()};
     m_loop = std::make_unique<ControlLoop>(m_plan, m_modes, *m_front_end, *m_slices, *m_workers, extras);
-    m_cycle_thread = std::make_unique<CycleThread>(m_plan.paced ? CYCLE_PRIORITY : 0, *m_loop);
+    m_cycle_thread = std::make_unique<CycleThread>(m_process->GetPlan().cycle, *m_loop);
     if (m_requests) {
         m_script_player = std::make_unique<ScriptPlayer>(m_script, m_plan, m_options.modes, m_options.output,
                                                          ScriptPlayer::Loop{*m_parameters, *m_requests, *m_recordings});
     }
 }
 
-/// One CPU per worker from the last one down, which leaves the first ones to the cycle and the rest of the system.
-/// Without pacing nothing sleeps, so nothing may have real-time priority.
-std::vector<Placement> Controller::PlaceWorkers() const
+/// Without pacing no time is kept, so nothing is pinned unless that is asked for: runs side by side share the machine.
+void Controller::PlaceThreads()
 {
-    std::vector<Placement> placements(static_cast<std::size_t>(m_options.workers));
-    const std::vector<int> cpus = AllowedCpus();
-    if (!m_plan.paced || cpus.empty()) {
-        return placements;
+    PlacementOptions options = m_options.placement;
+    if (!m_plan.paced) {
+        for (PlaceChoice* choice : {&options.cpus, &options.cycle_cpu}) {
+            choice->kind = choice->IsGiven() ? choice->kind : PlaceChoice::Kind::None;
+        }
     }
-    for (std::size_t i = 0; i < placements.size(); ++i) {
-        placements[i].cpu = cpus[cpus.size() - 1 - i % cpus.size()];
-        placements[i].priority = WORKER_PRIORITY;
-    }
-    return placements;
+    m_process = std::make_unique<RealTimeProcess>(options, NeedsOf(m_options), FindCpuTopology(), ReadMachineFiles("/"),
+                                                  ThisSystem());
 }
 
 void Controller::Start()
@@ -286,7 +298,10 @@ void Controller::Start()
     if (m_options.overwrite) {
         RemoveOldRun(m_options.output);  // from here on only the machine could fail
     }
+    m_process->Enter();
     m_workers->Start();
+    m_process->SetWorkers(m_slices->GetPlaces(), m_slices->GetHugePages());
+    m_process->Say([this](const std::string& line) { Say(line); });
     m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
     m_cycle_thread->StartThread();
@@ -352,9 +367,20 @@ void Controller::Stop()
     }
     m_slices->PrepareStop();
     m_workers->Stop(true);
+    ReportPlacement();
     m_cycle_thread.reset();
     ComputeFigures();
     ReportScript();
+}
+
+/// Of the threads, which have been joined.
+void Controller::ReportPlacement()
+{
+    m_process->SetCycle(m_cycle_thread->GetPlace());
+    m_process->Leave();
+    m_report.placement = m_process->GetReport();
+    m_report.placement.cycle_page_faults = m_cycle_thread->GetPageFaults();
+    m_report.placement.worker_page_faults = m_slices->GetPageFaults();
 }
 
 void Controller::ReportScript()

@@ -4,6 +4,7 @@
 #include "cycleRequests.hpp"
 #include "framePlayer.hpp"
 #include "liveParameters.hpp"
+#include "realTimeProcess.hpp"
 #include "recordings.hpp"
 #include "referenceInjection.hpp"
 #include "runOptions.hpp"
@@ -79,7 +80,8 @@ private:
     void SaveConfig();
     void SaySteps(StatusLine& status);
     void JoinScript();
-    std::vector<Placement> PlaceWorkers() const;
+    void PlaceThreads();
+    void ReportPlacement();
 
     RunOptions m_options;
     std::ostream& m_out;
@@ -94,6 +96,7 @@ private:
     std::unique_ptr<ReferenceInjection> m_injection;
     std::unique_ptr<SimulatedFrontEnd> m_front_end;
     std::unique_ptr<SliceSet> m_slices;
+    std::unique_ptr<RealTimeProcess> m_process;
     std::unique_ptr<WorkerGroup> m_workers;
     std::unique_ptr<Recordings> m_recordings;
     std::unique_ptr<LiveParameters> m_parameters;

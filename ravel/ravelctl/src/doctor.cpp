@@ -1,7 +1,8 @@
 #include "doctor.hpp"
 
 #include "error.hpp"
-#include "modeList.hpp"
+#include "placementOptions.hpp"
+#include "remedies.hpp"
 #include "resources.hpp"
 
 #include <fmt/core.h>
@@ -17,28 +18,6 @@ namespace {
 
 constexpr std::uint64_t NO_LIMIT = std::numeric_limits<std::uint64_t>::max();
 constexpr const char* NOT_TOLD = "the system does not tell";
-
-/// The CPUs to set aside: the upper half of what is online, but never the first one.
-std::string CpusToIsolate(const MachineFacts& facts)
-{
-    const std::vector<int> cpus = ParseCpuList(facts.cpus_online.value_or(""));
-    if (cpus.size() < 2) {
-        return "";
-    }
-    return FormatModeList({cpus.begin() + static_cast<std::ptrdiff_t>((cpus.size() + 1) / 2), cpus.end()});
-}
-
-std::string KernelArguments(const std::string& arguments)
-{
-    return fmt::format(
-        "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot", arguments);
-}
-
-std::string UserLimit(const char* item, const char* value)
-{
-    return fmt::format("echo \"$USER - {} {}\" | sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again",
-                       item, value);
-}
 
 Finding ExamineKernel(const MachineFacts& facts)
 {
@@ -83,9 +62,9 @@ Finding ExamineAside(const char* name, const std::optional<std::string>& cpus, c
     if (!ParseCpuList(cpus.value_or("")).empty()) {
         return {name, *cpus, Health::Ok, ""};
     }
-    const std::string wanted = CpusToIsolate(facts);
+    const std::string wanted = remedies::CpusToSetAside(ParseCpuList(facts.cpus_online.value_or("")));
     return {name, "none", Health::CouldBeBetter,
-            wanted.empty() ? "" : KernelArguments(fmt::format("{}={}", argument, wanted))};
+            wanted.empty() ? "" : remedies::KernelArguments(fmt::format("{}={}", argument, wanted))};
 }
 
 Finding ExamineGovernor(const MachineFacts& facts)
@@ -95,13 +74,13 @@ Finding ExamineGovernor(const MachineFacts& facts)
     }
     const bool fast = facts.governors == std::vector<std::string>{"performance"};
     return {"frequency governor", fmt::format("{}", fmt::join(facts.governors, ", ")),
-            fast ? Health::Ok : Health::CouldBeBetter,
-            fast ? "" : "echo performance | sudo tee /sys/devices/system/cpu/cpu*/cpufreq/scaling_governor"};
+            fast ? Health::Ok : Health::CouldBeBetter, fast ? "" : remedies::Governor()};
 }
 
 Finding ExamineFifo(const MachineFacts& facts)
 {
-    constexpr std::uint64_t NEEDED = 60;  // of the cycle in a run
+    constexpr int NEEDED =
+        PlacementOptions::DEFAULT_PRIORITY + PlacementOptions::PRIORITY_STEP;  // of the cycle in a run
     const std::string limit = !facts.rtprio_limit               ? "unknown"
                               : *facts.rtprio_limit == NO_LIMIT ? "none"
                                                                 : std::to_string(*facts.rtprio_limit);
@@ -110,7 +89,7 @@ Finding ExamineFifo(const MachineFacts& facts)
                 ""};
     }
     return {"real-time priority", fmt::format("SCHED_FIFO {} is refused (limit {})", NEEDED, limit), Health::Bad,
-            UserLimit("rtprio", "89")};
+            remedies::RealTimePriority(NEEDED)};
 }
 
 Finding ExamineThrottling(const MachineFacts& facts)
@@ -135,7 +114,7 @@ Finding ExamineLockedMemory(const MachineFacts& facts)
         return {"locked memory", "no limit", Health::Ok, ""};
     }
     return {"locked memory", fmt::format("at most {}", FormatBytes(*facts.memlock_limit_bytes)), Health::CouldBeBetter,
-            UserLimit("memlock", "unlimited")};
+            remedies::LockedMemory()};
 }
 
 Finding ExamineMemory(const MachineFacts& facts)
@@ -183,8 +162,7 @@ Finding ExamineHugePages(const MachineFacts& facts)
     }
     const bool always = *facts.transparent_huge_pages == "always";  // the kernel may stop a thread to put some together
     return {"huge pages", fmt::format("transparent: {}, {}", *facts.transparent_huge_pages, reserved),
-            always ? Health::CouldBeBetter : Health::Ok,
-            always ? "echo madvise | sudo tee /sys/kernel/mm/transparent_hugepage/enabled" : ""};
+            always ? Health::CouldBeBetter : Health::Ok, always ? remedies::TransparentHugePages() : ""};
 }
 
 Finding ExamineBlas(const MachineFacts& facts)

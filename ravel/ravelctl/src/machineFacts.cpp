@@ -2,6 +2,7 @@
 
 #include "cycleClock.hpp"
 #include "memoryLimit.hpp"
+#include "systemFiles.hpp"
 #include "workerGroup.hpp"
 
 #include <cblas.h>
@@ -11,10 +12,8 @@
 
 #include <charconv>
 #include <chrono>
-#include <fstream>
 #include <limits>
 #include <set>
-#include <sstream>
 #include <system_error>
 #include <thread>
 
@@ -26,41 +25,13 @@ namespace fs = std::filesystem;
 
 constexpr const char* CPU_FOLDER = "sys/devices/system/cpu";
 
-/// The first line of a file, without the spaces at its end.
-std::optional<std::string> ReadLine(const fs::path& file)
-{
-    std::ifstream stream(file);
-    std::string line;
-    if (!stream) {
-        return std::nullopt;
-    }
-    std::getline(stream, line);
-    line.erase(line.find_last_not_of(" \t\r\n") + 1);
-    return line;
-}
-
 template <typename T>
 std::optional<T> ReadNumber(const fs::path& file)
 {
-    const std::string text = ReadLine(file).value_or("");
+    const std::string text = ReadFirstLine(file).value_or("");
     T value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     return error == std::errc() && end == text.data() + text.size() ? std::optional<T>(value) : std::nullopt;
-}
-
-/// What stands behind `name` in a file of lines such as "MemTotal:  1234 kB".
-std::optional<std::string> FindField(const fs::path& file, const std::string& name)
-{
-    std::ifstream stream(file);
-    for (std::string line; std::getline(stream, line);) {
-        std::istringstream words(line);
-        std::string field;
-        std::string value;
-        if (words >> field >> value && field == name) {
-            return value;
-        }
-    }
-    return std::nullopt;
 }
 
 std::optional<std::uint64_t> FindNumber(const fs::path& file, const std::string& name, std::uint64_t unit)
@@ -101,9 +72,9 @@ std::optional<std::string> FindCpuModel(const fs::path& file)
 std::vector<std::string> ReadGovernors(const fs::path& root)
 {
     std::set<std::string> governors;
-    for (const int cpu : ParseCpuList(ReadLine(root / CPU_FOLDER / "online").value_or(""))) {
+    for (const int cpu : ParseCpuList(ReadFirstLine(root / CPU_FOLDER / "online").value_or(""))) {
         const fs::path file = root / CPU_FOLDER / ("cpu" + std::to_string(cpu)) / "cpufreq/scaling_governor";
-        if (const std::optional<std::string> governor = ReadLine(file)) {
+        if (const std::optional<std::string> governor = ReadFirstLine(file)) {
             governors.insert(*governor);
         }
     }
@@ -142,29 +113,6 @@ void TryThread(MachineFacts& facts)
 
 }  // namespace
 
-std::vector<int> ParseCpuList(const std::string& text)
-{
-    constexpr int MOST = 1 << 16;
-    std::vector<int> cpus;
-    std::istringstream ranges(text);
-    for (std::string range; std::getline(ranges, range, ',');) {
-        const char* const end = range.data() + range.size();
-        int first = 0;
-        std::from_chars_result read = std::from_chars(range.data(), end, first);
-        int last = first;
-        if (read.ec == std::errc() && read.ptr != end && *read.ptr == '-') {
-            read = std::from_chars(read.ptr + 1, end, last);
-        }
-        if (read.ec != std::errc() || read.ptr != end || first < 0 || last > MOST) {
-            break;
-        }
-        for (int cpu = first; cpu <= last; ++cpu) {
-            cpus.push_back(cpu);
-        }
-    }
-    return cpus;
-}
-
 MachineFacts ReadMachineFiles(const fs::path& root)
 {
     constexpr std::uint64_t KIB = 1024;
@@ -173,13 +121,13 @@ MachineFacts ReadMachineFiles(const fs::path& root)
     const fs::path clock = root / "sys/devices/system/clocksource/clocksource0";
     MachineFacts facts;
     facts.cpu_model = FindCpuModel(root / "proc/cpuinfo");
-    facts.kernel_release = ReadLine(kernel / "osrelease");
-    facts.kernel_version = ReadLine(kernel / "version");
-    facts.kernel_realtime = ReadLine(root / "sys/kernel/realtime");
-    facts.cpus_online = ReadLine(root / CPU_FOLDER / "online");
+    facts.kernel_release = ReadFirstLine(kernel / "osrelease");
+    facts.kernel_version = ReadFirstLine(kernel / "version");
+    facts.kernel_realtime = ReadFirstLine(root / "sys/kernel/realtime");
+    facts.cpus_online = ReadFirstLine(root / CPU_FOLDER / "online");
     facts.cpus_allowed = FindField(root / "proc/self/status", "Cpus_allowed_list:");
-    facts.cpus_isolated = ReadLine(root / CPU_FOLDER / "isolated");
-    facts.cpus_nohz_full = ReadLine(root / CPU_FOLDER / "nohz_full");
+    facts.cpus_isolated = ReadFirstLine(root / CPU_FOLDER / "isolated");
+    facts.cpus_nohz_full = ReadFirstLine(root / CPU_FOLDER / "nohz_full");
     facts.governors = ReadGovernors(root);
     facts.rt_runtime_us = ReadNumber<std::int64_t>(kernel / "sched_rt_runtime_us");
     facts.rt_period_us = ReadNumber<std::int64_t>(kernel / "sched_rt_period_us");
@@ -191,10 +139,10 @@ MachineFacts ReadMachineFiles(const fs::path& root)
     facts.swap_bytes = FindNumber(meminfo, "SwapTotal:", KIB);
     facts.swap_free_bytes = FindNumber(meminfo, "SwapFree:", KIB);
     facts.huge_pages = FindNumber(meminfo, "HugePages_Total:", 1);
-    facts.numa_nodes = ReadLine(root / "sys/devices/system/node/online");
-    facts.transparent_huge_pages = FindChosen(ReadLine(root / "sys/kernel/mm/transparent_hugepage/enabled"));
-    facts.clock_source = ReadLine(clock / "current_clocksource");
-    facts.clock_sources = ReadLine(clock / "available_clocksource");
+    facts.numa_nodes = ReadFirstLine(root / "sys/devices/system/node/online");
+    facts.transparent_huge_pages = FindChosen(ReadFirstLine(root / "sys/kernel/mm/transparent_hugepage/enabled"));
+    facts.clock_source = ReadFirstLine(clock / "current_clocksource");
+    facts.clock_sources = ReadFirstLine(clock / "available_clocksource");
     return facts;
 }
 

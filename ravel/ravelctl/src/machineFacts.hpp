@@ -1,6 +1,7 @@
 #pragma once
 
 #include "durations.hpp"
+#include "systemFiles.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -45,9 +46,6 @@ struct MachineFacts
     std::string folder;                     // the working one
     std::optional<std::uint64_t> folder_free_bytes;
 };
-
-/// The numbers that a list as the kernel writes it names: "0-3,6". Ends at what is none.
-std::vector<int> ParseCpuList(const std::string& text);
 
 /// What the files say; `root` stands for "/".
 MachineFacts ReadMachineFiles(const std::filesystem::path& root);

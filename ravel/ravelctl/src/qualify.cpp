@@ -5,6 +5,7 @@
 #include "progressText.hpp"
 #include "qualifyLoop.hpp"
 #include "qualifyPage.hpp"
+#include "realTimeProcess.hpp"
 #include "resources.hpp"
 #include "version.hpp"
 
@@ -36,7 +37,10 @@ constexpr const char* PAGE_NAME = "report.html";
 class LoopThread : public brisk::ConfigurablePthreadActivity
 {
 public:
-    LoopThread(int priority, QualifyLoop& loop) : ConfigurablePthreadActivity("cycle", -1, priority), m_loop(loop) {}
+    LoopThread(const ravelctl::Placement& placement, QualifyLoop& loop)
+        : ConfigurablePthreadActivity("cycle", placement.cpu, placement.priority), m_loop(loop)
+    {
+    }
 
     ~LoopThread() override
     {
@@ -49,13 +53,24 @@ public:
         // Also when an exception leaves it.
         const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> mark(
             &m_ended, [](std::atomic<bool>* ended) { ended->store(true); });
+        TouchOwnStack();
+        m_place = FindOwnPlace();
+        const std::int64_t faults_before = CountOwnPageFaults();
         m_loop.Run([this] { return IsStopRequested(); });
+        m_page_faults = CountOwnPageFaults() - faults_before;
     }
 
     bool HasEnded() const { return m_ended.load(); }
 
+    // Thread: a slow one, once the thread has been joined.
+
+    const GrantedPlace& GetPlace() const { return m_place; }
+    std::int64_t GetPageFaults() const { return m_page_faults; }
+
 private:
     QualifyLoop& m_loop;
+    GrantedPlace m_place;
+    std::int64_t m_page_faults = -1;
     std::atomic<bool> m_ended{false};
 };
 
@@ -63,14 +78,15 @@ private:
 class Qualification
 {
 public:
-    Qualification(const QualifyOptions& options, const QualifyPlan& plan)
-        : m_plan(plan), m_gate(static_cast<int>(plan.placements.size())), m_tasks(MakeTasks(options))
+    Qualification(const QualifyOptions& options, const QualifyPlan& plan, RealTimeProcess& process)
+        : m_plan(plan), m_process(process), m_gate(plan.CountWorkers()), m_tasks(MakeTasks(options))
     {
         std::vector<ravelcore::Task*> tasks;
+        tasks.reserve(m_tasks.size());
         for (const auto& task : m_tasks) {
             tasks.push_back(task.get());
         }
-        m_workers = std::make_unique<WorkerGroup>(tasks, plan.placements, Timeout(),
+        m_workers = std::make_unique<WorkerGroup>(tasks, process.GetPlan().workers, Timeout(),
                                                   log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
         m_loop = std::make_unique<QualifyLoop>(plan, m_input, *m_workers);
     }
@@ -81,10 +97,14 @@ public:
     Qualification& operator=(const Qualification&) = delete;
 
     /// Failure: as WorkerGroup::Start.
-    void Run(const std::function<bool()>& is_interrupted, ProgressText& progress, QualifyReport& report)
+    void Run(const std::function<bool()>& is_interrupted, const std::function<void(const std::string&)>& say,
+             ProgressText& progress, QualifyReport& report)
     {
+        m_process.Enter();
         m_workers->Start();
-        LoopThread thread(m_plan.cycle_priority, *m_loop);
+        ReportWorkers();
+        m_process.Say(say);
+        LoopThread thread(m_process.GetPlan().cycle, *m_loop);
         thread.StartThread();
         while (!thread.HasEnded()) {
             if (is_interrupted()) {
@@ -104,18 +124,37 @@ public:
             }
         }
         StopWorkers();
+        m_process.SetCycle(thread.GetPlace());
+        m_process.Leave();
         Fill(report);
+        report.placement.cycle_page_faults = thread.GetPageFaults();
     }
 
 private:
+    void ReportWorkers()
+    {
+        std::vector<GrantedPlace> places;
+        places.reserve(m_tasks.size());
+        HugePages huge_pages;
+        for (const auto& task : m_tasks) {
+            places.push_back(task->GetPlace());
+            huge_pages.Add(task->GetHugePages());
+        }
+        m_process.SetWorkers(places, huge_pages);
+    }
+
     std::vector<std::unique_ptr<SgemvTask>> MakeTasks(const QualifyOptions& options)
     {
         std::vector<std::unique_ptr<SgemvTask>> tasks;
-        for (std::size_t i = 0; i < m_plan.placements.size(); ++i) {
+        tasks.reserve(m_plan.placement.workers.size());
+        for (std::size_t i = 0; i < m_plan.placement.workers.size(); ++i) {
             tasks.push_back(std::make_unique<SgemvTask>(m_gate, m_input, static_cast<std::size_t>(m_plan.most_cycles),
                                                         static_cast<std::size_t>(m_plan.CountReads())));
             tasks.back()->Configure({{ravelcore::KEY_TASK_SGEMV_NUM_ROWS, std::to_string(options.rows)},
                                      {ravelcore::KEY_TASK_SGEMV_NUM_COLS, std::to_string(options.cols)}});
+            if (m_process.UsesHugePages()) {
+                tasks.back()->UseHugePages();
+            }
         }
         return tasks;
     }
@@ -145,10 +184,12 @@ private:
 
     void Fill(QualifyReport& report) const
     {
+        report.placement = m_process.GetReport();
         std::vector<float> executions;
         for (const auto& task : m_tasks) {
             const std::vector<float>& own = task->GetExecutions().GetValuesUs();
             executions.insert(executions.end(), own.begin(), own.end());
+            report.placement.worker_page_faults.push_back(task->GetPageFaults());
             report.workers.push_back({task->GetPlace(), static_cast<std::int64_t>(own.size()),
                                       static_cast<std::int64_t>(task->GetReads().GetValuesUs().size()),
                                       task->GetExecutions().ComputePercentiles(),
@@ -171,6 +212,7 @@ private:
     }
 
     const QualifyPlan m_plan;
+    RealTimeProcess& m_process;
     CycleGate m_gate;
     SgemvInput m_input;
     std::vector<std::unique_ptr<SgemvTask>> m_tasks;
@@ -222,7 +264,7 @@ void WriteResults(QualifyReport& report, std::ostream& out)
 
 std::string Describe(const QualifyOptions& options, const QualifyPlan& plan)
 {
-    const std::size_t workers = plan.placements.size();
+    const int workers = plan.CountWorkers();
     const std::string pace = plan.paced ? fmt::format("at {} Hz", plan.rate_hz) : "flat out";
     const std::string length = plan.longest_s
                                    ? fmt::format("{} s", *plan.longest_s)
@@ -244,7 +286,8 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
     if (options.output.empty()) {
         report.options.output = fmt::format("ravelctl-qualify-{:%Y%m%dT%H%M%SZ}", now);
     }
-    report.plan = PlanQualification(options, AllowedCpus());
+    const CpuTopology topology = FindCpuTopology();
+    report.plan = PlanQualification(options, topology);
     report.version = VERSION;
     report.blas = DescribeBlas();
     CheckMemory(report.plan.memory_bytes, fmt::format("matrices and figures of {} cycles", report.plan.most_cycles),
@@ -255,9 +298,15 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
     }
     report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
     ProgressText progress(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out, ProgressText::Clock::now());
+    const auto say = [&](const std::string& line) {
+        if (!options.quiet) {
+            out << line << '\n' << std::flush;
+        }
+    };
     {
-        Qualification qualification(options, report.plan);
-        qualification.Run(is_interrupted, progress, report);
+        RealTimeProcess process(options.placement, NeedsOf(options), topology, ReadMachineFiles("/"), ThisSystem());
+        Qualification qualification(options, report.plan, process);
+        qualification.Run(is_interrupted, say, progress, report);
     }
     WriteResults(report, out);
     if (!options.quiet) {

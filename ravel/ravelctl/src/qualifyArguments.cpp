@@ -1,5 +1,7 @@
 #include "qualifyArguments.hpp"
 
+#include "placementArguments.hpp"
+
 #include <CLI/CLI.hpp>
 
 namespace lumo::ravelctl {
@@ -8,18 +10,14 @@ void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
 {
     command.add_option("--rows", options.rows, "Rows of each worker's matrix")->capture_default_str();
     command.add_option("--cols", options.cols, "Columns of each worker's matrix")->capture_default_str();
-    command.add_option("--workers", options.workers, "Worker threads, from the last CPU down [1]");
-    command.add_option("--cpus", options.cpus, "CPUs for one worker each, such as 2,3")
-        ->delimiter(',')
-        ->type_name("LIST");
+    command.add_option("--workers", options.workers, "Worker threads [1, or one for each of the CPUs that are given]");
     command.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->capture_default_str();
     command.add_flag("--flat-out", options.flat_out, "Do not wait between cycles");
     command.add_option("--duration", options.duration_s, "Seconds to run for [10]");
     command.add_option("--cycles", options.cycles, "Cycles to run, instead of a duration")->type_name("N");
     command.add_option("--deadline-us", options.deadline_us,
                        "Longest time in us from a start to all workers ready [the period; flat out: none]");
-    command.add_option("--priority", options.priority, "Real-time priority of the workers, 0 to 89 [50; flat out: 0]");
-    command.add_option("--numa-node", options.numa_node, "NUMA node of the workers' memory [-1: any]");
+    AddPlacementOptions(command, options.placement);
     command.add_option("--output", options.output,
                        "Folder for qualify.json and report.html [ravelctl-qualify-<time> here]");
     command.add_flag("--overwrite", options.overwrite, "Replace the qualification that the output folder holds");

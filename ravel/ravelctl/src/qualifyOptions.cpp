@@ -2,7 +2,6 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
-#include "modeList.hpp"
 
 #include <fmt/core.h>
 
@@ -14,10 +13,6 @@ namespace lumo::ravelctl {
 
 namespace {
 
-// As in a run: above what the system's own threads have by default, below its watchdogs; the cycle before its workers.
-constexpr int WORKER_PRIORITY = 50;
-constexpr int PRIORITY_STEP = 10;
-
 void CheckSize(const QualifyOptions& options)
 {
     constexpr int MOST = std::numeric_limits<int>::max();
@@ -27,44 +22,6 @@ void CheckSize(const QualifyOptions& options)
         throw InputError(fmt::format("--rows: expected at most {} elements but {} x {} are {}", MOST, options.rows,
                                      options.cols, std::int64_t{options.rows} * options.cols));
     }
-}
-
-void CheckCpus(const QualifyOptions& options, const std::vector<int>& allowed)
-{
-    for (auto cpu = options.cpus.begin(); cpu != options.cpus.end(); ++cpu) {
-        if (std::find(options.cpus.begin(), cpu, *cpu) != cpu) {
-            throw InputError(fmt::format("--cpus: expected one worker per CPU but got {} twice", *cpu));
-        }
-        if (std::find(allowed.begin(), allowed.end(), *cpu) == allowed.end()) {
-            throw InputError(fmt::format("--cpus: expected CPUs on which this process may run ({}) but got {}",
-                                         FormatModeList(allowed), *cpu));
-        }
-    }
-    const int num_cpus = static_cast<int>(options.cpus.size());
-    if (num_cpus > 0 && options.workers && *options.workers != num_cpus) {
-        throw InputError(
-            fmt::format("--workers: expected {}, one per CPU of --cpus, but got {}", num_cpus, *options.workers));
-    }
-}
-
-std::vector<Placement> PlaceWorkers(const QualifyOptions& options, const std::vector<int>& allowed)
-{
-    constexpr int MOST_WORKERS = 64;  // for more of them the BLAS would map its buffers in the cycles
-    const int default_workers = std::max(1, static_cast<int>(options.cpus.size()));
-    const int num_workers = options.workers.value_or(default_workers);
-    CheckRange("--workers", num_workers, 1, MOST_WORKERS, "");
-    std::vector<Placement> placements(static_cast<std::size_t>(num_workers));
-    for (std::size_t i = 0; i < placements.size(); ++i) {
-        Placement& placement = placements[i];
-        if (!options.cpus.empty()) {
-            placement.cpu = options.cpus[i];
-        } else if (!allowed.empty()) {
-            placement.cpu = allowed[allowed.size() - 1 - i % allowed.size()];
-        }
-        placement.priority = options.priority.value_or(options.flat_out ? 0 : WORKER_PRIORITY);
-        placement.numa_node = options.numa_node;
-    }
-    return placements;
 }
 
 /// Flat out for a time the number of cycles is not known: as many as no processor does.
@@ -83,7 +40,7 @@ std::int64_t CountCycles(const QualifyOptions& options, double duration_s, std::
 
 std::uint64_t CountMemory(const QualifyPlan& plan)
 {
-    const auto workers = static_cast<std::uint64_t>(plan.placements.size());
+    const auto workers = static_cast<std::uint64_t>(plan.placement.workers.size());
     const auto cycles = static_cast<std::uint64_t>(plan.most_cycles);
     constexpr std::uint64_t SERIES_OF_WORKER = 3;  // execution, start latency, and executions again for the histogram
     constexpr std::uint64_t SERIES_OF_LOOP = 3;    // start to ready, wake-up, and one that is being sorted
@@ -94,23 +51,27 @@ std::uint64_t CountMemory(const QualifyPlan& plan)
 
 }  // namespace
 
-QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<int>& allowed_cpus)
+PlacementNeeds NeedsOf(const QualifyOptions& options)
+{
+    constexpr int MOST_WORKERS = 64;  // for more of them the BLAS would map its buffers in the cycles
+    const PlaceChoice& cpus = options.placement.cpus;
+    const int num_cpus = static_cast<int>(cpus.numbers.size());
+    if (cpus.IsGiven() && options.workers && *options.workers != num_cpus) {
+        throw InputError(fmt::format("--workers: expected {}, one per CPU of {}, but got {}", num_cpus, cpus.name,
+                                     *options.workers));
+    }
+    const int num_workers = options.workers.value_or(cpus.IsGiven() ? num_cpus : 1);
+    CheckRange("--workers", num_workers, 1, MOST_WORKERS, "");
+    return {num_workers, options.flat_out ? "--flat-out" : nullptr};
+}
+
+QualifyPlan PlanQualification(const QualifyOptions& options, const CpuTopology& topology)
 {
     constexpr double LONGEST_S = 1.0e6;
     constexpr double LONGEST_DEADLINE_US = 1.0e9;
     constexpr std::int64_t MOST_CYCLES = 1'000'000'000'000;
-    constexpr int HIGHEST_PRIORITY = 89;  // the cycle's is above it, and still below the system's watchdogs
-    constexpr int HIGHEST_NODE = 1023;
     CheckSize(options);
-    CheckCpus(options, allowed_cpus);
     CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
-    CheckRange("--numa-node", options.numa_node, -1, HIGHEST_NODE, "");
-    CheckRange("--priority", options.priority.value_or(0), 0, HIGHEST_PRIORITY, "");
-    if (options.flat_out && options.priority.value_or(0) > 0) {
-        throw InputError(fmt::format(
-            "--priority: expected 0 with --flat-out but got {}; what never sleeps would let nothing else run",
-            *options.priority));
-    }
     if (options.cycles && options.duration_s) {
         throw InputError("--cycles: expected without --duration but both are given; leave one of them out");
     }
@@ -123,7 +84,7 @@ QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<i
 
     constexpr double US_PER_S = 1.0e6;
     QualifyPlan plan;
-    plan.placements = PlaceWorkers(options, allowed_cpus);
+    plan.placement = PlanPlacement(options.placement, NeedsOf(options), topology);
     plan.matrix_bytes =
         sizeof(float) * static_cast<std::uint64_t>(options.rows) * static_cast<std::uint64_t>(options.cols);
     plan.rate_hz = options.rate_hz;
@@ -136,8 +97,6 @@ QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<i
     if (!plan.deadline_us && plan.paced) {
         plan.deadline_us = US_PER_S / options.rate_hz;
     }
-    const int priority = plan.placements.front().priority;
-    plan.cycle_priority = priority > 0 ? priority + PRIORITY_STEP : 0;
     plan.memory_bytes = CountMemory(plan);
     return plan;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "workerGroup.hpp"
+#include "placement.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,15 +15,13 @@ struct QualifyOptions
 {
     int rows = 300;
     int cols = 4788;
-    std::optional<int> workers;  // 1, or one per CPU
-    std::vector<int> cpus;       // one worker each; none: from the last allowed CPU down
+    std::optional<int> workers;  // 1, or one per CPU that is given
     double rate_hz = 500.0;
     bool flat_out = false;             // do not wait between cycles
     std::optional<double> duration_s;  // 10
     std::optional<std::int64_t> cycles;
     std::optional<double> deadline_us;  // the period; flat out: none
-    std::optional<int> priority;        // of the workers: 50; flat out: 0
-    int numa_node = -1;
+    PlacementOptions placement;
     std::filesystem::path output;  // a new folder named after the time where it is empty
     bool overwrite = false;
     bool quiet = false;
@@ -35,21 +33,23 @@ struct QualifyPlan
     static constexpr int WARM_UP_CYCLES = 10;  // before all others; not in the figures
     static constexpr int CYCLES_PER_READ = 20;
 
-    std::vector<Placement> placements;  // one per worker
-    std::int64_t most_cycles = 0;       // that there is memory for
-    std::optional<double> longest_s;    // flat out for a time
+    PlacementPlan placement;
+    std::int64_t most_cycles = 0;     // that there is memory for
+    std::optional<double> longest_s;  // flat out for a time
     double rate_hz = 0.0;
     bool paced = true;
     std::optional<double> deadline_us;
-    int cycle_priority = 0;          // of the thread that gives the starts
     std::uint64_t matrix_bytes = 0;  // of one worker
     std::uint64_t memory_bytes = 0;  // of everything
 
+    int CountWorkers() const { return static_cast<int>(placement.workers.size()); }
     std::int64_t CountReads() const { return most_cycles / CYCLES_PER_READ; }
 };
 
-/// Checks every option but the output folder. `allowed_cpus`: on which this process may run.
-/// Failure: InputError that says what was expected and what came.
-QualifyPlan PlanQualification(const QualifyOptions& options, const std::vector<int>& allowed_cpus);
+/// What the placement is for. Failure: InputError for a number of workers that cannot be.
+PlacementNeeds NeedsOf(const QualifyOptions& options);
+
+/// Checks every option but the output folder. Failure: InputError that says what was expected and what came.
+QualifyPlan PlanQualification(const QualifyOptions& options, const CpuTopology& topology);
 
 }  // namespace lumo::ravelctl

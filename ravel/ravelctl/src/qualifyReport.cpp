@@ -1,6 +1,7 @@
 #include "qualifyReport.hpp"
 
 #include "error.hpp"
+#include "placementJson.hpp"
 #include "wholeFile.hpp"
 
 #include <fmt/core.h>
@@ -42,7 +43,7 @@ Json WorkersToJson(const QualifyReport& report)
     Json json = Json::array();
     for (std::size_t i = 0; i < report.workers.size(); ++i) {
         const WorkerFigures& worker = report.workers[i];
-        const Placement& asked = report.plan.placements.at(i);
+        const Placement& asked = report.plan.placement.workers.at(i);
         json.push_back({{"cpu", worker.place.cpu},
                         {"cpu_asked", asked.cpu},
                         {"priority", worker.place.priority},
@@ -85,6 +86,7 @@ Json ToJson(const QualifyReport& report)
         {"cycle_us", ToJson(report.cycle_us)},
         {"wake_up_us", report.plan.paced ? ToJson(report.wake_up_us) : Json(nullptr)},
         {"workers", WorkersToJson(report)},
+        {"placement", PlacementToJson(report.placement)},
         {"execution_histogram_us", ToJson(report.execution_histogram)},
         {"cycle_histogram_us", ToJson(report.cycle_histogram)},
         {"files", report.files},
@@ -114,7 +116,8 @@ std::string FormatHeading(const char* what)
 
 std::string NameWorker(std::size_t index, const WorkerFigures& worker)
 {
-    return fmt::format("  worker{} on CPU {}", index, worker.place.cpu);
+    const std::string cpu = worker.place.cpu < 0 ? "any CPU" : fmt::format("CPU {}", worker.place.cpu);
+    return fmt::format("  worker{} on {}", index, cpu);
 }
 
 std::string FormatSpeed(const QualifyReport& report)
@@ -176,7 +179,8 @@ std::string QualifyReport::FormatVerdict() const
 
 std::string DescribePriority(const QualifyReport& report)
 {
-    const int asked = report.plan.placements.empty() ? 0 : report.plan.placements.front().priority;
+    const std::vector<Placement>& placements = report.plan.placement.workers;
+    const int asked = placements.empty() ? 0 : placements.front().priority;
     if (asked == 0) {
         return "ordinary scheduling";
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "durations.hpp"
+#include "placementReport.hpp"
 #include "qualifyOptions.hpp"
 #include "reportMath.hpp"
 #include "sgemvTask.hpp"
@@ -42,6 +43,7 @@ struct QualifyReport
     std::string started_utc;  // ISO 8601
     QualifyOptions options;
     QualifyPlan plan;
+    PlacementReport placement;
     std::vector<WorkerFigures> workers;
     std::int64_t cycles_done = 0;
     std::int64_t late_cycles = 0;                   // from start to ready took longer than the deadline

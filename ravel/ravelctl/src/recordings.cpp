@@ -33,7 +33,8 @@ Recordings::Recordings(const RecordingPlan& plan, SliceSet& slices)
     if (plan.pact) {
         m_pact.Init(plan.capacity, static_cast<int>(ravelcore::PACT_SAMPLE_SIZE));
     }
-    m_sample.reserve(std::max(ravelcore::ES_SAMPLE_SIZE, ravelcore::PACT_SAMPLE_SIZE));
+    m_sample.resize(std::max(ravelcore::ES_SAMPLE_SIZE, ravelcore::PACT_SAMPLE_SIZE));  // touches every page
+    m_sample.clear();
 }
 
 void Recordings::Start()

@@ -143,6 +143,7 @@ std::vector<ParameterGroup> DescribeRun(const ReportSources& sources)
 {
     std::vector<ParameterGroup> groups{DescribeLoop(sources.report), DescribeDesign(sources)};
     groups.front().rows.emplace_back("recorded", DescribeRecorded(sources.recording_plan));
+    groups.push_back({"Placement", DescribePlacement(sources.report.placement)});
     return groups;
 }
 

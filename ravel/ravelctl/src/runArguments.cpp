@@ -2,6 +2,7 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "placementArguments.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
@@ -102,6 +103,7 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
                    "Disturb mode MODE with a sine of HZ Hz and NM nm: MODE:HZ:NM; may be repeated")
         ->type_name("MODE:HZ:NM");
     AddDataOptions(run, arguments);
+    AddPlacementOptions(run, options.placement);
     run.add_option("--log-config", options.log_config, "File of log4cplus properties [warnings to standard error]");
     run.add_flag("--quiet", options.quiet, "Print nothing but errors");
     run.footer(
@@ -112,6 +114,7 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
         "  ravelctl run --record modes,es,pact --output first\n"
         "  ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second\n"
         "  ravelctl run --inject chirp.fits --script changes.toml\n"
+        "  ravelctl run --workers 2 --cpus 2,3 --cycle-cpu 1\n"
         "  ravelctl run first/config.toml --output again\n"
         "  ravelctl run first/config.toml --gains tuned/gains.fits --output second\n\n"
         "Exit status: 0 the loop held and every file was written; 1 it did not; 2 bad input; 130 after Ctrl-C.");

@@ -139,6 +139,49 @@ Entry Integer(const char* key, const char* comment, int low, int high, const Get
             }};
 }
 
+Entry OptionalInteger(const char* key, const char* comment, const char* example, int low, int high,
+                      std::optional<int> PlacementOptions::*field)
+{
+    return {key, comment, example,
+            [=](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (const std::optional<int> value = table.GetInteger(name, low, high)) {
+                    arguments.options.placement.*field = value;
+                }
+            },
+            [field](const RunOptions& options) {
+                const std::optional<int>& value = options.placement.*field;
+                return value ? fmt::format("{}", *value) : std::string();
+            }};
+}
+
+/// "auto", "none", an integer, or where there may be `several` also an array of them.
+Entry Place(const char* key, const char* comment, bool several, PlaceChoice PlacementOptions::*field)
+{
+    return {key, comment, "",
+            [=](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (!table.Has(name)) {
+                    return;
+                }
+                PlaceChoice& choice = arguments.options.placement.*field;
+                if (table.IsString(name)) {
+                    choice = ParsePlaceChoice(table.Locate(name), *table.GetString(name));
+                    return;
+                }
+                constexpr int HIGHEST = 1 << 16;
+                const std::string what = several ? "\"auto\", \"none\", an integer or an array of integers"
+                                                 : "\"auto\", \"none\" or an integer";
+                choice = {table.Locate(name), PlaceChoice::Kind::Given, *table.GetIntegers(name, 0, HIGHEST, what)};
+            },
+            [field](const RunOptions& options) {
+                const PlaceChoice& choice = options.placement.*field;
+                if (!choice.IsGiven()) {
+                    return Quote(FormatPlaceChoice(choice));
+                }
+                return choice.numbers.size() == 1 ? fmt::format("{}", choice.numbers.front())
+                                                  : fmt::format("[{}]", fmt::join(choice.numbers, ", "));
+            }};
+}
+
 /// A size that the simulated mirror has: it may be said, but not changed.
 Entry FixedSize(const char* key, const char* comment, int size)
 {
@@ -241,6 +284,26 @@ Entry SliceSize()
             }};
 }
 
+Section MakePlacementSection()
+{
+    using Options = PlacementOptions;
+    return {
+        "placement",
+        "Where the threads run, and what is asked of the system for them. CPUs and nodes: \"auto\" chooses from what "
+        "the\n# machine has, \"none\" leaves it to the system.",
+        {Place("cpus", "of the workers, such as [2, 3]: one each", true, &Options::cpus),
+         Place("cycle_cpu", "of the cycle's thread", false, &Options::cycle_cpu),
+         Place("numa_node", "of the workers and their memory", false, &Options::numa_node),
+         OptionalInteger("priority", "real-time, of the workers, 0 to 89 [50; 0 where cycles are not paced]", "50", 0,
+                         89, &Options::priority),
+         OptionalInteger("cycle_priority", "real-time, of the cycle's thread, 0 to 99 [10 above the workers']", "60", 0,
+                         99, &Options::cycle_priority),
+         Flag("lock_memory", "keep the memory from being paged out, where cycles are paced",
+              [](RunOptions& o) -> bool& { return o.placement.lock_memory; }),
+         Flag("huge_pages", "put the matrices into huge pages",
+              [](RunOptions& o) -> bool& { return o.placement.huge_pages; })}};
+}
+
 std::vector<Section> MakeRunSections()
 {
     constexpr int MOST = std::numeric_limits<int>::max();
@@ -296,6 +359,7 @@ std::vector<Section> MakeRunSections()
           Integer("decimation", "cycles that each sample lasts", 1, MOST,
                   [](RunOptions& o) -> int& { return o.inject.decimation; }),
           Flag("loop", "begin again after the last sample", [](RunOptions& o) -> bool& { return o.inject.loop; })}},
+        MakePlacementSection(),
     };
 }
 

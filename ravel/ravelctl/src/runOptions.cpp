@@ -39,6 +39,11 @@ std::vector<std::string> NameRecorded(const RecordOptions& record)
     return names;
 }
 
+PlacementNeeds NeedsOf(const RunOptions& options)
+{
+    return {options.workers, options.as_fast_as_possible ? "--as-fast-as-possible" : nullptr};
+}
+
 LoopPlan PlanRun(const RunOptions& options)
 {
     constexpr std::int64_t FEWEST_CYCLES = 50;
@@ -71,6 +76,7 @@ LoopPlan PlanRun(const RunOptions& options)
         throw InputError(fmt::format("--workers: {} modes in slices of {} leave {} of {} workers without work; use {}",
                                      options.modes, slice, options.workers - needed, options.workers, needed));
     }
+    CheckPlacementOptions(options.placement, NeedsOf(options));
     return plan;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "placementOptions.hpp"
+
 #include <lumo/mirrorsim/mirrorConfig.hpp>
 
 #include <cstdint>
@@ -60,8 +62,9 @@ struct RunOptions
     RecordOptions record;
     PlayOptions play;
     InjectOptions inject;
-    std::filesystem::path gains;             // those of the channels to begin with; designed ones where it is empty
-    std::filesystem::path script;            // changes while the loop runs; none where it is empty
+    std::filesystem::path gains;   // those of the channels to begin with; designed ones where it is empty
+    std::filesystem::path script;  // changes while the loop runs; none where it is empty
+    PlacementOptions placement;
     std::map<std::string, std::string> cfg;  // the library's own keys, as Task::Configure takes them
 };
 
@@ -83,6 +86,9 @@ struct LoopPlan
     /// First cycle of the closed loop's second half, in which the result is judged.
     std::int64_t FirstJudgedCycle() const { return open_cycles + (cycles - open_cycles) / 2; }
 };
+
+/// What the run's placement is for.
+PlacementNeeds NeedsOf(const RunOptions& options);
 
 /// Checks every option and divides the run. Failure: InputError that says what was expected and what came.
 LoopPlan PlanRun(const RunOptions& options);

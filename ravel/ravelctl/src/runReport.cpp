@@ -1,6 +1,7 @@
 #include "runReport.hpp"
 
 #include "error.hpp"
+#include "placementJson.hpp"
 #include "wholeFile.hpp"
 
 #include <fmt/core.h>
@@ -84,6 +85,7 @@ Json ToJson(const RunReport& report)
         {"workers", report.options.workers},
         {"seed", report.options.seed},
         {"plant", {{"lag_coefficient", report.plant.lag_coefficient}, {"delay_cycles", report.plant.delay_cycles}}},
+        {"placement", PlacementToJson(report.placement)},
         {"crossover_hz", report.margins.crossover_hz},
         {"highest_crossover_hz", report.highest_crossover_hz},
         {"phase_margin_deg", report.margins.phase_margin_deg},

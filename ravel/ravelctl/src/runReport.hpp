@@ -2,6 +2,7 @@
 
 #include "durations.hpp"
 #include "loopAnalysis.hpp"
+#include "placementReport.hpp"
 #include "runOptions.hpp"
 #include "scriptPlayer.hpp"
 
@@ -35,6 +36,7 @@ struct RunReport
     std::string started_utc;  // ISO 8601
     RunOptions options;
     LoopPlan plan;
+    PlacementReport placement;
     Plant plant;
     Margins margins{};  // of the gains with which it began: each figure the lowest of all modes
     double highest_crossover_hz = 0.0;

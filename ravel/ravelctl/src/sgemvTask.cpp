@@ -2,9 +2,6 @@
 
 #include "memoryRead.hpp"
 
-#include <pthread.h>
-#include <sched.h>
-
 namespace lumo::ravelctl {
 
 namespace {
@@ -22,18 +19,6 @@ std::vector<float> Waves(std::size_t size)
     return values;
 }
 
-GrantedPlace FindPlace()
-{
-    GrantedPlace place;
-    place.cpu = sched_getcpu();
-    int policy = SCHED_OTHER;
-    sched_param param{};
-    if (pthread_getschedparam(pthread_self(), &policy, &param) == 0 && policy != SCHED_OTHER) {
-        place.priority = param.sched_priority;
-    }
-    return place;
-}
-
 }  // namespace
 
 SgemvTask::SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads)
@@ -49,7 +34,12 @@ void SgemvTask::Initialize()
     m_executions = Durations(m_num_cycles);
     m_latencies = Durations(m_num_cycles);
     m_reads = Durations(m_num_reads);
-    m_place = FindPlace();
+    if (m_uses_huge_pages) {
+        m_huge_pages = PutIntoHugePages(m_sgemv.GetMatrix().data(), m_sgemv.GetMatrix().size() * sizeof(float));
+    }
+    TouchOwnStack();
+    m_place = FindOwnPlace();
+    m_faults_before = CountOwnPageFaults();
 }
 
 void SgemvTask::Configure(const std::map<std::string, std::string>& cfg)
@@ -67,6 +57,8 @@ void SgemvTask::Execute(double /*time_stamp*/, bool /*first*/)
             m_latencies.Add(start - m_input.given);
         }
         Work();
+    } else {
+        m_page_faults = CountOwnPageFaults() - m_faults_before;
     }
     UpdateExecTime(start);
     m_gate.AwaitAll(m_cycle);

@@ -2,6 +2,8 @@
 
 #include "cycleGate.hpp"
 #include "durations.hpp"
+#include "hugePages.hpp"
+#include "ownThread.hpp"
 
 #include <lumo/ravelcore/task.hpp>
 #include <lumo/ravelcore/taskSgemv.hpp>
@@ -29,13 +31,6 @@ struct SgemvInput
     std::atomic<bool> idle{false};                // do nothing: the group is being stopped
 };
 
-/// How the system runs a worker's thread.
-struct GrantedPlace
-{
-    int cpu = -1;      // on which it was at its start
-    int priority = 0;  // real-time priority; 0: ordinary scheduling
-};
-
 /// Times one TaskSgemv: when each of its executions begins after the start and how long it takes, and how long it takes
 /// to read the matrix alone. The gate makes every start execute every task exactly once.
 class SgemvTask : public ravelcore::Task
@@ -47,6 +42,9 @@ public:
 
     /// Fills the matrix and takes the memory, in the worker's thread: it is on the worker's NUMA node.
     void Initialize() override;
+
+    /// The matrix goes into huge pages when the task is initialised.
+    void UseHugePages() { m_uses_huge_pages = true; }
 
     /// The keys of TaskSgemv.
     void Configure(const std::map<std::string, std::string>& cfg) override;
@@ -60,6 +58,10 @@ public:
     const Durations& GetLatencies() const { return m_latencies; }
     const Durations& GetReads() const { return m_reads; }
     const GrantedPlace& GetPlace() const { return m_place; }
+    const HugePages& GetHugePages() const { return m_huge_pages; }
+
+    /// Page faults of the worker's thread in its cycles; -1 where it was lost before their end.
+    std::int64_t GetPageFaults() const { return m_page_faults; }
 
 private:
     void Work();
@@ -74,6 +76,10 @@ private:
     Durations m_reads{0};
     std::uint64_t m_read_sum = 0;  // so that no read is left out
     GrantedPlace m_place;
+    bool m_uses_huge_pages = false;
+    HugePages m_huge_pages;
+    std::int64_t m_faults_before = 0;
+    std::int64_t m_page_faults = -1;
     std::uint32_t m_cycle = 0;
 };
 

@@ -46,8 +46,13 @@ SliceSet::SliceSet(const mirrorsim::ControlModes& modes, int num_slices, const s
     }
 }
 
-void SliceSet::SetUp(const Slice& slice, ravelcore::TaskEdc& edc) const
+void SliceSet::SetUp(Slice& slice, ravelcore::TaskEdc& edc) const
 {
+    if (m_uses_huge_pages) {
+        for (const std::vector<float>* matrix : {&edc.m_p2edc, &edc.m_pact2modes, &edc.m_modes2pact}) {
+            slice.huge_pages.Add(PutIntoHugePages(matrix->data(), matrix->size() * sizeof(float)));
+        }
+    }
     edc.SetP2EdcMatrix(RowsOf(m_modes.p2edc, mirrorsim::NUM_ES, slice.modes));
     edc.SetPact2ModesMatrix(RowsOf(m_modes.pact2modes, mirrorsim::NUM_PACT, slice.modes));
     edc.SetModes2PactMatrix(ColumnsOf(m_modes.modes2pact, m_modes.num_modes, slice.modes));
@@ -65,6 +70,35 @@ std::vector<ravelcore::Task*> SliceSet::GetTasks() const
         tasks.push_back(slice->task.get());
     }
     return tasks;
+}
+
+std::vector<GrantedPlace> SliceSet::GetPlaces() const
+{
+    std::vector<GrantedPlace> places;
+    places.reserve(m_slices.size());
+    for (const auto& slice : m_slices) {
+        places.push_back(slice->task->GetPlace());
+    }
+    return places;
+}
+
+HugePages SliceSet::GetHugePages() const
+{
+    HugePages pages;
+    for (const auto& slice : m_slices) {
+        pages.Add(slice->huge_pages);
+    }
+    return pages;
+}
+
+std::vector<std::int64_t> SliceSet::GetPageFaults() const
+{
+    std::vector<std::int64_t> faults;
+    faults.reserve(m_slices.size());
+    for (const auto& slice : m_slices) {
+        faults.push_back(slice->task->GetPageFaults());
+    }
+    return faults;
 }
 
 void SliceSet::StartRecording(bool loopback, int decimation)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cycleGate.hpp"
+#include "hugePages.hpp"
 #include "modeSlice.hpp"
 #include "sliceTask.hpp"
 
@@ -30,6 +31,15 @@ public:
 
     /// What a WorkerGroup runs, one task per slice. Thread: a slow one.
     std::vector<ravelcore::Task*> GetTasks() const;
+
+    /// The matrices go into huge pages when the tasks are initialised. Thread: a slow one, before the group starts.
+    void UseHugePages() { m_uses_huge_pages = true; }
+
+    /// How the workers' threads run, once the tasks are initialised; their page faults in all cycles, once the group
+    /// has been stopped. In the order of the tasks. Thread: a slow one.
+    std::vector<GrantedPlace> GetPlaces() const;
+    HugePages GetHugePages() const;
+    std::vector<std::int64_t> GetPageFaults() const;
 
     /// Starts the recorders, as Recorder::Start; stops them.
     void StartRecording(bool loopback, int decimation);
@@ -96,9 +106,10 @@ private:
         std::vector<float> captured;
         std::unique_ptr<ravelcore::TaskEdc> edc;
         std::unique_ptr<SliceTask> task;
+        HugePages huge_pages;
     };
 
-    void SetUp(const Slice& slice, ravelcore::TaskEdc& edc) const;
+    void SetUp(Slice& slice, ravelcore::TaskEdc& edc) const;
     std::vector<const ravelcore::Recorder*> GetRecorders(ravelcore::Recorder Slice::*recorder) const;
 
     const mirrorsim::ControlModes& m_modes;
@@ -107,6 +118,7 @@ private:
     const float* m_es_meas;
     CycleInput m_input;
     CycleGate m_gate;
+    bool m_uses_huge_pages = false;
     std::vector<std::unique_ptr<Slice>> m_slices;
 };
 

@@ -21,6 +21,9 @@ void SliceTask::Initialize()
     m_recorders.ref.Init(m_edc.m_rec_num_samples, m_edc.m_num_modes);
     m_recorders.arw.Init(m_edc.m_rec_num_samples, m_edc.m_num_modes);
     m_set_up(m_edc);
+    TouchOwnStack();
+    m_place = FindOwnPlace();
+    m_faults_before = CountOwnPageFaults();
 }
 
 void SliceTask::Configure(const std::map<std::string, std::string>& cfg)
@@ -37,6 +40,8 @@ void SliceTask::Execute(double /*time_stamp*/, bool /*first*/)
         m_edc.Execute(m_input.sync_time_s, m_input.first);
         m_recorders.ref.AddSample(m_input.sync_time_s, m_edc.m_modes_ref.data());
         m_recorders.arw.AddSample(m_input.sync_time_s, m_edc.m_modes_rate_limited.data());
+    } else {
+        m_page_faults = CountOwnPageFaults() - m_faults_before;
     }
     UpdateExecTime(start);
     m_gate.AwaitAll(m_cycle);

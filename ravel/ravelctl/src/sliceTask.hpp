@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cycleGate.hpp"
+#include "ownThread.hpp"
 
 #include <lumo/ravelcore/recorder.hpp>
 #include <lumo/ravelcore/task.hpp>
@@ -48,6 +49,13 @@ public:
     void Configure(const std::map<std::string, std::string>& cfg) override;
     void Execute(double time_stamp, bool first) override;
 
+    // Thread: a slow one. The place once the task is initialised, the faults once the group has been stopped.
+
+    const GrantedPlace& GetPlace() const { return m_place; }
+
+    /// Page faults of the worker's thread in its cycles; -1 where it was lost before their end.
+    std::int64_t GetPageFaults() const { return m_page_faults; }
+
 private:
     ravelcore::TaskEdc& m_edc;
     Recorders m_recorders;
@@ -55,6 +63,9 @@ private:
     const CycleInput& m_input;
     SetUp m_set_up;
     std::uint32_t m_cycle = 0;
+    GrantedPlace m_place;
+    std::int64_t m_faults_before = 0;
+    std::int64_t m_page_faults = -1;
 };
 
 }  // namespace lumo::ravelctl

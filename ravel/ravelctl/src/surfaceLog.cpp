@@ -24,8 +24,9 @@ SurfaceLog::SurfaceLog(std::int64_t num_cycles)
     : m_step((num_cycles + static_cast<std::int64_t>(MAX_SAMPLES) - 1) / static_cast<std::int64_t>(MAX_SAMPLES))
 {
     const auto samples = static_cast<std::size_t>((num_cycles + m_step - 1) / m_step);
-    m_cycles.reserve(samples);
-    m_surfaces.resize(samples * mirrorsim::NUM_PACT);  // touches every page, as no cycle should
+    m_cycles.resize(samples);  // touches every page, as no cycle should
+    m_cycles.clear();
+    m_surfaces.resize(samples * mirrorsim::NUM_PACT);
     m_surfaces.clear();
 }
 

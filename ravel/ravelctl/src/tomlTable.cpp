@@ -26,13 +26,18 @@ struct Document
     toml::table root;
 };
 
-[[noreturn]] void RefuseAt(const std::string& file, const toml::source_position& position, const std::string& text)
+/// One line. What the file says may hold newlines, and so may its name.
+std::string FormatAt(const std::string& file, const toml::source_position& position, const std::string& text)
 {
     std::string line = fmt::format("{}:{}:{}: {}", file, position.line, position.column, text);
-    // What the file says may hold newlines.
     std::replace_if(
         line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
-    throw InputError(line);
+    return line;
+}
+
+[[noreturn]] void RefuseAt(const std::string& file, const toml::source_position& position, const std::string& text)
+{
+    throw InputError(FormatAt(file, position, text));
 }
 
 /// All bytes of a file. Opening a folder succeeds; reading from it does not.
@@ -382,6 +387,13 @@ void TomlTable::RefuseUnknownKeys() const
         text += fmt::format("; did you mean '{}'?", nearest);
     }
     RefuseAt(m_impl->document->file, first->source().begin, text);
+}
+
+std::string TomlTable::Locate(const std::string& key) const
+{
+    const toml::node* const value = m_impl->table->get(key);
+    const toml::node& node = value == nullptr ? *m_impl->table : *value;
+    return FormatAt(m_impl->document->file, node.source().begin, key);
 }
 
 void TomlTable::Refuse(const std::string& key, const std::string& text) const

@@ -55,6 +55,9 @@ public:
     /// Refuses the first key that nobody has asked for so far.
     void RefuseUnknownKeys() const;
 
+    /// Where `key` stands, for messages about it: "file:line:column: key".
+    std::string Locate(const std::string& key) const;
+
     /// Throws an InputError about `key`, which may be missing: "file:line:column: key: text".
     [[noreturn]] void Refuse(const std::string& key, const std::string& text) const;
 

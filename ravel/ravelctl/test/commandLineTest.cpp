@@ -33,6 +33,41 @@ RunOptions ParseRun(std::vector<std::string> arguments)
     return options;
 }
 
+void ExpectDefaults(const PlacementOptions& options)
+{
+    for (const PlaceChoice* choice : {&options.cpus, &options.cycle_cpu, &options.numa_node}) {
+        EXPECT_EQ(choice->kind, PlaceChoice::Kind::Auto) << choice->name;
+    }
+    EXPECT_FALSE(options.priority || options.cycle_priority);
+    EXPECT_TRUE(options.lock_memory && options.huge_pages);
+}
+
+TEST(CommandLineTest, EveryOptionOfAPlacementReachesItsPlace)
+{
+    const PlacementOptions options = ParseRun({"--cpus", "3,1", "--cycle-cpu", "0", "--numa-node", "none", "--priority",
+                                               "5", "--cycle-priority", "7", "--no-lock-memory", "--no-huge-pages"})
+                                         .placement;
+    EXPECT_EQ(FormatPlaceChoice(options.cpus), "3,1");
+    EXPECT_EQ(FormatPlaceChoice(options.cycle_cpu), "0");
+    EXPECT_EQ(FormatPlaceChoice(options.numa_node), "none");
+    EXPECT_EQ(options.priority, 5);
+    EXPECT_EQ(options.cycle_priority, 7);
+    EXPECT_FALSE(options.lock_memory || options.huge_pages);
+    ExpectDefaults(ParseRun({"--cpus", "auto", "--lock-memory", "--huge-pages"}).placement);
+}
+
+TEST(CommandLineTest, WhatTheFileSaysAboutAPlaceIsOverridden)
+{
+    const test::TestFolder folder;
+    test::WriteBytes(folder / "night.toml", "[placement]\ncpus = 60000\ncycle_cpu = 3\nlock_memory = false\n");
+    const std::string file = (folder / "night.toml").string();
+    const PlacementOptions options = ParseRun({file, "--cpus", "none", "--lock-memory"}).placement;
+    EXPECT_EQ(FormatPlaceChoice(options.cpus), "none");
+    EXPECT_EQ(options.cpus.name, "--cpus");
+    EXPECT_EQ(options.cycle_cpu.name, file + ":3:13: cycle_cpu");
+    EXPECT_TRUE(options.lock_memory);
+}
+
 TEST(CommandLineTest, RunAloneMeansTheDefaults)
 {
     const RunOptions options = ParseRun({});
@@ -53,6 +88,7 @@ TEST(CommandLineTest, RunAloneMeansTheDefaults)
     EXPECT_EQ(options.inject.decimation, 1);
     EXPECT_FALSE(options.inject.loop);
     EXPECT_TRUE(options.script.empty() && options.gains.empty());
+    ExpectDefaults(options.placement);
 }
 
 TEST(CommandLineTest, OneModeGetsOneWorkerUnlessToldOtherwise)
@@ -469,13 +505,13 @@ TEST(CommandLineTest, EveryOptionOfAQualificationReachesItsPlace)
     EXPECT_EQ(options.rows, 7);
     EXPECT_EQ(options.cols, 8);
     EXPECT_EQ(options.workers, 2);
-    EXPECT_EQ(options.cpus, (std::vector<int>{3, 1}));
+    EXPECT_EQ(options.placement.cpus.numbers, (std::vector<int>{3, 1}));
     EXPECT_EQ(options.rate_hz, 100.0);
     EXPECT_EQ(options.duration_s, 1.5);
     EXPECT_EQ(options.cycles, 9);
     EXPECT_EQ(options.deadline_us, 40.5);
-    EXPECT_EQ(options.priority, 5);
-    EXPECT_EQ(options.numa_node, 1);
+    EXPECT_EQ(options.placement.priority, 5);
+    EXPECT_EQ(options.placement.numa_node.numbers, (std::vector<int>{1}));
     EXPECT_EQ(options.output, "o p");
     EXPECT_TRUE(options.flat_out && options.overwrite && options.quiet);
 }
@@ -486,9 +522,9 @@ TEST(CommandLineTest, AQualificationAloneMeansTheDefaults)
     EXPECT_EQ(options.rows, 300);
     EXPECT_EQ(options.cols, 4788);
     EXPECT_EQ(options.rate_hz, 500.0);
-    EXPECT_EQ(options.numa_node, -1);
-    EXPECT_FALSE(options.workers || options.duration_s || options.cycles || options.deadline_us || options.priority);
-    EXPECT_TRUE(options.cpus.empty() && options.output.empty());
+    EXPECT_FALSE(options.workers || options.duration_s || options.cycles || options.deadline_us);
+    EXPECT_TRUE(options.output.empty());
+    ExpectDefaults(options.placement);
     EXPECT_FALSE(options.flat_out || options.overwrite || options.quiet);
 }
 

@@ -26,7 +26,7 @@ QualifyReport MakeReport()
     report.started_utc = "2026-01-02T03:04:05Z";
     report.options.rows = 10;
     report.options.cols = 5000;
-    report.plan.placements = {{3, 50, -1}, {2, 50, -1}};
+    report.plan.placement.workers = {{3, 50, -1}, {2, 50, -1}};
     report.plan.most_cycles = 3;
     report.plan.rate_hz = 500.0;
     report.plan.deadline_us = 1000.0;

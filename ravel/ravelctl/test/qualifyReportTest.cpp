@@ -26,7 +26,7 @@ QualifyReport MakeReport()
     report.version = "1.2.3";
     report.blas = "OpenBLAS";
     report.started_utc = "2026-01-02T03:04:05Z";
-    report.plan.placements = {{3, 50, -1}, {2, 50, -1}};
+    report.plan.placement.workers = {{3, 50, -1}, {2, 50, -1}};
     report.plan.most_cycles = 1000;
     report.plan.rate_hz = 500.0;
     report.plan.deadline_us = 2000.0;
@@ -94,8 +94,15 @@ TEST(QualifyReportTest, APriorityThatAnyWorkerDidNotGetIsSaid)
     QualifyReport report = MakeReport();
     report.workers[1].place.priority = 0;
     EXPECT_THAT(FormatQualification(report), HasSubstr("priority 50 was NOT granted; see ravelctl doctor"));
-    report.plan.placements = {{3, 0, -1}, {2, 0, -1}};
+    report.plan.placement.workers = {{3, 0, -1}, {2, 0, -1}};
     EXPECT_THAT(FormatQualification(report), HasSubstr("scheduling   ordinary scheduling\n"));
+}
+
+TEST(QualifyReportTest, AWorkerThatMayRunAnywhereHasNoCpu)
+{
+    QualifyReport report = MakeReport();
+    report.workers[0].place.cpu = -1;
+    EXPECT_THAT(FormatQualification(report), HasSubstr("\n  worker0 on any CPU       90.0"));
 }
 
 TEST(QualifyReportTest, ItHoldsWhenEveryCycleWasDoneInTimeOnItsInstant)

@@ -115,7 +115,7 @@ TEST_F(QualifyTest, AtARateEveryCycleIsGivenItsOwnInstant)
     QualifyOptions options = Small(2, 20);
     options.flat_out = false;
     options.rate_hz = 200.0;
-    options.priority = 0;
+    options.placement.priority = 0;
     const QualifyReport report = Run(options);
     EXPECT_EQ(report.cycles_done, 20);
     EXPECT_EQ(report.workers.at(1).reads, 1);

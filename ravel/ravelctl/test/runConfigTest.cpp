@@ -58,6 +58,13 @@ RunOptions OptionsOfEveryKind()
     options.inject = {"i.fits", 3, true};
     options.gains = "g.fits";
     options.script = "s.toml";
+    options.placement.cpus = ParsePlaceChoice("--cpus", "5,4,6");
+    options.placement.cycle_cpu = ParsePlaceChoice("--cycle-cpu", "3");
+    options.placement.numa_node = ParsePlaceChoice("--numa-node", "none");
+    options.placement.priority = 40;
+    options.placement.cycle_priority = 70;
+    options.placement.lock_memory = false;
+    options.placement.huge_pages = false;
     options.cfg = {
         {"cfg.task_sgemv.num_rows", "600"}, {"cfg.task_sgemv.num_cols", "4788"}, {"cfg.task_sgemv.numa_node", "-1"}};
     return options;
@@ -71,6 +78,17 @@ void ExpectSameTones(const std::vector<mirrorsim::Tone>& found, const std::vecto
         EXPECT_EQ(found[i].frequency_hz, expected[i].frequency_hz);
         EXPECT_EQ(found[i].amplitude_um, expected[i].amplitude_um);
     }
+}
+
+void ExpectSamePlacement(const PlacementOptions& found, const PlacementOptions& expected)
+{
+    EXPECT_EQ(FormatPlaceChoice(found.cpus), FormatPlaceChoice(expected.cpus));
+    EXPECT_EQ(FormatPlaceChoice(found.cycle_cpu), FormatPlaceChoice(expected.cycle_cpu));
+    EXPECT_EQ(FormatPlaceChoice(found.numa_node), FormatPlaceChoice(expected.numa_node));
+    EXPECT_EQ(found.priority, expected.priority);
+    EXPECT_EQ(found.cycle_priority, expected.cycle_priority);
+    EXPECT_EQ(found.lock_memory, expected.lock_memory);
+    EXPECT_EQ(found.huge_pages, expected.huge_pages);
 }
 
 void ExpectSame(const RunOptions& found, const RunOptions& expected)
@@ -98,6 +116,7 @@ void ExpectSame(const RunOptions& found, const RunOptions& expected)
     EXPECT_EQ(found.inject.loop, expected.inject.loop);
     EXPECT_EQ(found.gains, expected.gains);
     EXPECT_EQ(found.script, expected.script);
+    ExpectSamePlacement(found.placement, expected.placement);
     EXPECT_EQ(found.cfg, expected.cfg);
 }
 
@@ -151,6 +170,30 @@ TEST_F(RunConfigTest, WrongKindsAndValuesOutOfRangeAreRefusedWithTheirPlace)
     EXPECT_EQ(Refusal("[record]\nwhat = [\"mode\"]\n"),
               "night.toml:2:8: what: expected some of modes, es and pact but got 'mode'");
     EXPECT_EQ(Refusal("[record]\nlast = 0\n"), "night.toml:2:8: last: expected 0.001 to 1000000 s but got 0");
+}
+
+TEST_F(RunConfigTest, PlacesAreWordsOrNumbersAndRememberWhereTheyStand)
+{
+    const PlacementOptions options =
+        Load("[placement]\ncpus = [3, 2]\ncycle_cpu = 1\nnuma_node = \"auto\"\n").placement;
+    EXPECT_EQ(options.cpus.numbers, (std::vector<int>{3, 2}));
+    EXPECT_EQ(options.cycle_cpu.numbers, (std::vector<int>{1}));
+    EXPECT_EQ(options.cycle_cpu.name, m_file.string() + ":3:13: cycle_cpu") << "for what this machine does not have";
+    EXPECT_EQ(options.numa_node.kind, PlaceChoice::Kind::Auto);
+    EXPECT_EQ(Load("[placement]\ncpus = \"none\"\n").placement.cpus.kind, PlaceChoice::Kind::None);
+    EXPECT_EQ(Load("").placement.cpus.name, "--cpus");
+}
+
+TEST_F(RunConfigTest, PlacesAndPrioritiesThatCannotBeAreRefused)
+{
+    EXPECT_EQ(Refusal("[placement]\ncpus = \"all\"\n"),
+              "night.toml:2:8: cpus: expected auto, none or numbers such as 3 or 2,3 or 4-7 but got 'all'");
+    EXPECT_EQ(
+        Refusal("[placement]\ncpus = true\n"),
+        "night.toml:2:8: cpus: expected \"auto\", \"none\", an integer or an array of integers but got a boolean");
+    EXPECT_EQ(Refusal("[placement]\ncycle_cpu = -1\n"), "night.toml:2:13: cycle_cpu: expected 0 to 65536 but got -1");
+    EXPECT_EQ(Refusal("[placement]\npriority = 90\n"), "night.toml:2:12: priority: expected 0 to 89 but got 90");
+    EXPECT_THAT(Refusal("[placement]\ncpu = 1\n"), HasSubstr("did you mean 'cpus'?"));
 }
 
 TEST_F(RunConfigTest, TheMirrorsSizesMayBeSaidButNotChanged)

@@ -113,6 +113,22 @@ TEST(RunOptionsTest, WorkersWithoutWorkAreRefusedWithANumberThatFits)
     EXPECT_THAT(Refusal(options), HasSubstr("--workers: expected 1 to 256 but got 0"));
 }
 
+TEST(RunOptionsTest, PlacementsThatNoMachineCanGiveAreRefused)
+{
+    RunOptions options;
+    options.workers = 2;
+    options.placement.cpus = ParsePlaceChoice("night.toml:9:8: cpus", "1");
+    EXPECT_EQ(Refusal(options), "night.toml:9:8: cpus: expected 2 CPUs, one per worker, but got 1 (1)");
+    options.placement.cpus = ParsePlaceChoice("--cpus", "1,65000");
+    EXPECT_NO_THROW(PlanRun(options)) << "another machine may have it";
+    options.placement.priority = 50;
+    EXPECT_NO_THROW(PlanRun(options));
+    options.as_fast_as_possible = true;
+    EXPECT_EQ(Refusal(options),
+              "--priority: expected 0 with --as-fast-as-possible but got 50; what never sleeps would let nothing else "
+              "run");
+}
+
 TEST(RunOptionsTest, TonesThatTheRunCannotMakeAreRefused)
 {
     const std::vector<mirrorsim::Tone> bad = {

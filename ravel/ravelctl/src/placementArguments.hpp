@@ -1,0 +1,15 @@
+#pragma once
+
+#include "placementOptions.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace lumo::ravelctl {
+
+/// Tells the parser what a command takes about the placement of its threads. `options` must live as long as it parses;
+/// the parser throws InputError for what is no placement.
+void AddPlacementOptions(CLI::App& command, PlacementOptions& options);
+
+}  // namespace lumo::ravelctl

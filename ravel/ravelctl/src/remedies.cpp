@@ -1,0 +1,54 @@
+#include "remedies.hpp"
+
+#include "modeList.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace lumo::ravelctl::remedies {
+
+std::string UserLimit(const std::string& item, const std::string& value)
+{
+    return fmt::format("echo \"$USER - {} {}\" | sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again",
+                       item, value);
+}
+
+std::string RealTimePriority(int needed)
+{
+    constexpr int USUAL = 89;  // room for more, and still below the system's watchdogs
+    return UserLimit("rtprio", std::to_string(std::max(needed, USUAL)));
+}
+
+std::string LockedMemory()
+{
+    return UserLimit("memlock", "unlimited");
+}
+
+std::string Governor()
+{
+    return "echo performance | sudo tee /sys/devices/system/cpu/cpu*/cpufreq/scaling_governor";
+}
+
+std::string TransparentHugePages()
+{
+    return "echo madvise | sudo tee /sys/kernel/mm/transparent_hugepage/enabled";
+}
+
+std::string KernelArguments(const std::string& arguments)
+{
+    return fmt::format(
+        "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot", arguments);
+}
+
+std::string CpusToSetAside(const std::vector<int>& online)
+{
+    constexpr std::size_t FEWEST = 2;
+    if (online.size() < FEWEST) {
+        return "";
+    }
+    return FormatModeList({online.begin() + static_cast<std::ptrdiff_t>((online.size() + 1) / 2), online.end()});
+}
+
+}  // namespace lumo::ravelctl::remedies
