@@ -5,6 +5,7 @@
 #include "wholeFile.hpp"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -124,6 +125,13 @@ std::string FormatTuning(const Tuning& tuning)
                         totals.proposed_nm);
     text += fmt::format("  {:<22}{}{:11.2f}{:11.2f}\n", "surface, controlled", FormatFigure(tuning.run_surface_nm),
                         totals.surface_now_nm, totals.surface_proposed_nm);
+    text += fmt::format("surface predicted, by quarters of the recording: {:.2f} nm rms\n",
+                        fmt::join(totals.surface_quarters_nm, ", "));
+    constexpr std::int64_t FEW_CYCLES = 2500;
+    if (tuning.cycles < FEW_CYCLES) {
+        text += fmt::format("a disturbance of {:.1f} s does not tell what changes more slowly; the run may have more\n",
+                            static_cast<double>(tuning.cycles) / tuning.rate_hz);
+    }
     const auto kept =
         std::count_if(tuning.modes.begin(), tuning.modes.end(), [](const ModeTuning& mode) { return mode.is_kept; });
     if (kept > 0) {
@@ -167,7 +175,8 @@ void WriteTuning(const Tuning& tuning, const std::filesystem::path& run, const s
         {"surface_nm",
          {{"recorded", tuning.run_surface_nm ? Json(*tuning.run_surface_nm) : Json(nullptr)},
           {"now", Finite(totals.surface_now_nm)},
-          {"predicted", totals.surface_proposed_nm}}},
+          {"predicted", totals.surface_proposed_nm},
+          {"predicted_by_quarter", totals.surface_quarters_nm}}},
         {"modes", modes},
     };
     try {

@@ -165,6 +165,9 @@ public:
             mode.proposed = mode.now;
             mode.is_kept = true;
         }
+        const ravelcore::PidFilterContext proposed =
+            WithGains(channel, static_cast<double>(mode.proposed.kp), static_cast<double>(mode.proposed.ki));
+        mode.quarters_um2 = ComputeQuarters(disturbance, proposed);
         return mode;
     }
 
@@ -181,6 +184,24 @@ private:
         TunedLoop loop = found->second;
         loop.residual_um2 = ComputeResidual(disturbance, m_skipped, channel, m_plant);
         return loop;
+    }
+
+    /// Mean squares of the quarters, as differences of the sums up to their ends.
+    Quarters ComputeQuarters(std::span<const double> disturbance, const ravelcore::PidFilterContext& channel) const
+    {
+        Quarters quarters{};
+        const auto skipped = static_cast<std::size_t>(m_skipped);
+        double sum = 0.0;
+        std::size_t begin = skipped;
+        for (std::size_t i = 0; i < quarters.size(); ++i) {
+            const std::size_t end = skipped + (disturbance.size() - skipped) * (i + 1) / quarters.size();
+            const double sum_to_end = ComputeResidual(disturbance.first(end), m_skipped, channel, m_plant) *
+                                      static_cast<double>(end - skipped);
+            quarters[i] = (sum_to_end - sum) / static_cast<double>(end - begin);
+            sum = sum_to_end;
+            begin = end;
+        }
+        return quarters;
     }
 
     const LoopSearch& FindSearch(const ravelcore::PidFilterContext& channel)
@@ -215,15 +236,24 @@ TuningTotals Tuning::ComputeTotals() const
     double surface_now = 0.0;
     double surface_proposed = 0.0;
     std::optional<double> recorded = 0.0;
+    Quarters quarters{};
     for (const ModeTuning& mode : modes) {
         now += mode.now.residual_um2;
         proposed += mode.proposed.residual_um2;
         surface_now += std::max(0.0, mode.now.residual_um2 - mode.noise_um2);
         surface_proposed += std::max(0.0, mode.proposed.residual_um2 - mode.noise_um2);
+        for (std::size_t i = 0; i < quarters.size(); ++i) {
+            quarters[i] += mode.quarters_um2[i] - mode.noise_um2;
+        }
         recorded = recorded && mode.recorded_um2 ? std::optional(*recorded + *mode.recorded_um2) : std::nullopt;
     }
-    return {recorded ? std::optional(SurfaceNm(*recorded)) : std::nullopt, SurfaceNm(now), SurfaceNm(proposed),
-            SurfaceNm(surface_now), SurfaceNm(surface_proposed)};
+    std::transform(quarters.begin(), quarters.end(), quarters.begin(), SurfaceNm);
+    return {recorded ? std::optional(SurfaceNm(*recorded)) : std::nullopt,
+            SurfaceNm(now),
+            SurfaceNm(proposed),
+            SurfaceNm(surface_now),
+            SurfaceNm(surface_proposed),
+            quarters};
 }
 
 std::int64_t FirstMeasuredCycle(const RunFolder& run, std::span<const GainsInForce> gains)

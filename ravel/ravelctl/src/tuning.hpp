@@ -4,6 +4,7 @@
 #include "runFolder.hpp"
 #include "tuneOptions.hpp"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -23,6 +24,9 @@ struct TunedLoop
     double residual_um2 = 0.0;  // mean square of what is measured, sensor noise included
 };
 
+/// A figure of each quarter of a recording: how much they differ shows how far a prediction can be trusted.
+using Quarters = std::array<double, 4>;
+
 /// The gains of one mode, as they were and as they are proposed.
 struct ModeTuning
 {
@@ -31,6 +35,7 @@ struct ModeTuning
     double noise_um2 = 0.0;              // variance of the sensor noise in it
     std::optional<double> recorded_um2;  // mean square of what was measured, where the run's result was judged
     bool is_kept = false;                // the gains are proposed as they were
+    Quarters quarters_um2{};             // the residual with the proposed gains
 };
 
 /// Sums over all modes, nm rms of surface.
@@ -41,6 +46,7 @@ struct TuningTotals
     double proposed_nm = 0.0;
     double surface_now_nm = 0.0;  // of the surface itself: without the noise of the moment
     double surface_proposed_nm = 0.0;
+    Quarters surface_quarters_nm{};  // of the proposed gains
 };
 
 /// What `ravelctl tune` finds out of a run.

@@ -204,9 +204,9 @@ TEST(LoopSearchTest, DemandsThatNoGainsMeetAreRefused)
         "--max-crossover: expected more than 1 Hz, the lowest crossover that is proposed at this rate, but got 0.5 "
         "Hz");
     EXPECT_EQ(test::ThrownLine<InputError>([] {
-                  LoopSearch(MakeChannel(0.5, LAG_KI), PLANT, {89.0, 6.0, 2.0, {}});
+                  LoopSearch(MakeChannel(0.5, LAG_KI), PLANT, {45.0, 60.0, 2.0, {}});
               }),
-              "no gains leave a phase margin of 89 deg, a gain margin of 6 dB and a sensitivity peak of 2 with a "
+              "no gains leave a phase margin of 45 deg, a gain margin of 60 dB and a sensitivity peak of 2 with a "
               "crossover of 1 Hz, the lowest that is proposed; demand less");
 }
 
