@@ -138,9 +138,10 @@ std::string FormatTuning(const Tuning& tuning)
         text += fmt::format("{} of {} modes keep their gains: others would not leave 1 % less\n", kept,
                             tuning.modes.size());
     }
-    if (tuning.limited_cycles > 0) {
-        text +=
-            fmt::format("commands were limited in {} cycles; the prediction knows no limits\n", tuning.limited_cycles);
+    constexpr std::int64_t MANY = 100;  // one cycle in so many; a few are limited whenever a loop is closed
+    if (tuning.limited_cycles > tuning.cycles / MANY) {
+        text += fmt::format("commands were limited in {} of {} cycles; the prediction knows no limits\n",
+                            tuning.limited_cycles, tuning.cycles);
     }
     constexpr double FAR = 0.2;
     if (totals.recorded_nm && std::abs(totals.now_nm - *totals.recorded_nm) > FAR * *totals.recorded_nm) {
