@@ -145,9 +145,10 @@ std::string FormatTuning(const Tuning& tuning)
     }
     constexpr double FAR = 0.2;
     if (totals.recorded_nm && std::abs(totals.now_nm - *totals.recorded_nm) > FAR * *totals.recorded_nm) {
-        text +=
-            "what was measured in the run is not what is computed of it: it had references, the disturbance changed "
-            "on the way, or the plant is another one\n";
+        text += fmt::format(
+            "what was measured in the run is not what is computed of it: the loop had references or limits, or the "
+            "disturbance changed on the way{}\n",
+            tuning.is_from_open ? ", or the plant is another one" : "");
     }
     return text;
 }

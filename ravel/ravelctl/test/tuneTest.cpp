@@ -160,7 +160,7 @@ TEST_F(TuneTest, ARunWithTheProposedGainsConfirmsWhatIsPredictedAlsoOfAnotherDis
     EXPECT_THAT(tuned.text, HasSubstr("derived from the closed loop"));
     const json found = ReadJson(m_folder / "tuned" / "tune.json");
     const double now = found.at("surface_nm").at("now");
-    EXPECT_NEAR(now, found.at("surface_nm").at("recorded").get<double>(), 0.1 * now) << "the model is the run's loop";
+    EXPECT_NEAR(now, found.at("surface_nm").at("recorded").get<double>(), 0.1 * now) << "the gains are the run's";
     EXPECT_LT(found.at("surface_nm").at("predicted").get<double>(), 0.9 * now) << "it is worth the while";
     double squares = 0.0;
     for (const double quarter : found.at("surface_nm").at("predicted_by_quarter")) {
@@ -255,6 +255,30 @@ TEST_F(TuneTest, CommandsThatWereLimitedAreReckonedWith)
     RunTune(options);
     const double from_open = ReadJson(m_folder / "tuned" / "tune.json").at("measured_nm").at("now");
     EXPECT_NEAR(from_closed, from_open, 0.05 * from_open);
+}
+
+TEST_F(TuneTest, ReferencesAreNotTakenForDisturbance)
+{
+    TuneOptions options = Options(FirstRun());
+    RunTune(options);
+    const double plain = ReadJson(m_folder / "tuned" / "tune.json").at("surface_nm").at("now");
+    RunOptions run = Run("moved");
+    run.script = m_folder / "script.toml";
+    test::WriteBytes(run.script, R"([[at]]
+time = 4.0
+references = { modes = "0-9", value = 2.0 }
+[[at]]
+time = 6.0
+references = { modes = "3-5", value = -3.0 }
+)");
+    test::RunInProcess(run);
+    options.run = run.output;
+    options.overwrite = true;
+    const Tuned tuned = RunTune(options);
+    const json found = ReadJson(m_folder / "tuned" / "tune.json").at("surface_nm");
+    EXPECT_NEAR(found.at("now").get<double>(), plain, 0.001 * plain);
+    EXPECT_GT(found.at("recorded").get<double>(), 2.0 * plain);
+    EXPECT_THAT(tuned.text, HasSubstr("what was measured in the run is not what is computed"));
 }
 
 TEST_F(TuneTest, ARunWithOtherGainsIsNotCompared)
@@ -366,6 +390,13 @@ TEST_F(TuneTest, OnlyTheCyclesBeforeAScriptReplacedModesCount)
     EXPECT_EQ(RunFolder(run.output).GetCyclesBeforeRedefinition(), 1000);
     const std::int64_t expected = 1000 - 150 - CyclesToForget(RunFolder(run.output).GetPlant());
     EXPECT_THAT(RunTune(options).text, HasSubstr(": " + std::to_string(expected) + " cycles ("));
+    TuneOptions check;
+    check.run = run.output;
+    check.check = m_folder / "tune.json";
+    test::WriteBytes(check.check, R"({"rate_hz": 500, "measured_nm": {"predicted": 1}, "surface_nm": {"predicted": 1},
+                                      "modes": []})");
+    EXPECT_THAT(Refusal(check),
+                HasSubstr("expected a run with the same modes throughout but its script replaced some"));
     EXPECT_THAT(RunTune(options).text, HasSubstr("a disturbance of 1.6 s does not tell what changes more slowly"));
     test::WriteBytes(run.script, "[[at]]\ntime = 1.0\npdc = { modes = 3, value = 0.0 }\n");
     run.overwrite = true;
