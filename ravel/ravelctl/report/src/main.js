@@ -187,7 +187,8 @@ function build(data) {
     };
     addKeys(chart, drawing, readout, drawn);
     onTheme(draw);
-    new ResizeObserver(() => drawn.resize({ width: 'auto' })).observe(drawing);
+    // Without a width there is nobody to draw for; browsers do that to a page for a moment to take its picture.
+    new ResizeObserver(() => drawing.clientWidth > 0 && drawn.resize({ width: 'auto' })).observe(drawing);
     shown[chart.name] = drawn;
   }
   startTheme();
