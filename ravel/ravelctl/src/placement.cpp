@@ -116,9 +116,6 @@ std::vector<int> ChooseWorkerCpus(const PlacementOptions& options, std::size_t n
         }
         return options.cpus.numbers;
     }
-    if (cores.CountFree() < num_workers + 1) {
-        return {};
-    }
     return cores.TakeNext(num_workers, options.numa_node);
 }
 

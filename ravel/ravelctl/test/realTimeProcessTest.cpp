@@ -159,7 +159,7 @@ TEST_F(RealTimeProcessTest, WithTooFewCpusNobodyIsToldToIsolateSome)
 {
     m_topology.usable = {0, 1};
     EXPECT_THAT(Run({}),
-                ElementsAre(HasSubstr("workers on any CPU, priority 50; cycle on any CPU, priority 60; memory")));
+                ElementsAre(HasSubstr("workers on CPU 1, CPU 0, priority 50; cycle on any CPU, priority 60; memory")));
 }
 
 TEST_F(RealTimeProcessTest, HugePagesThatAreRefusedAreSaidAndAPartIsNot)
