@@ -173,14 +173,18 @@ PlacementPlan PlanPlacement(const PlacementOptions& options, const PlacementNeed
     CheckNode(options.numa_node, topology);
 
     const auto num_workers = static_cast<std::size_t>(needs.num_workers);
-    Cores cores(topology, needs.num_workers + 1);
+    const int priority = options.priority.value_or(needs.IsPaced() ? PlacementOptions::DEFAULT_PRIORITY : 0);
+    CpuTopology candidates = topology;
+    if (needs.IsPaced() && priority == 0) {
+        candidates.usable = topology.isolated;
+    }
+    Cores cores(candidates, needs.num_workers + 1);
     if (options.cycle_cpu.IsGiven()) {
         cores.Take(options.cycle_cpu.numbers.front());
     }
     const std::vector<int> cpus = ChooseWorkerCpus(options, num_workers, cores);
     PlacementPlan plan;
     plan.workers.resize(num_workers);
-    const int priority = options.priority.value_or(needs.IsPaced() ? PlacementOptions::DEFAULT_PRIORITY : 0);
     for (std::size_t i = 0; i < num_workers; ++i) {
         Placement& worker = plan.workers[i];
         worker.cpu = cpus.empty() ? -1 : cpus[i];

@@ -19,6 +19,14 @@ std::string Describe(int error)
     return std::generic_category().message(error);
 }
 
+/// What was asked for, with the priorities that there will be: the choice of CPUs depends on them.
+PlacementOptions WithPriorities(PlacementOptions options, const PlacementPlan& plan)
+{
+    options.priority = plan.workers.front().priority;
+    options.cycle_priority = plan.cycle.priority;
+    return options;
+}
+
 }  // namespace
 
 RealTimeProcess::RealTimeProcess(const PlacementOptions& options, const PlacementNeeds& needs,
@@ -29,6 +37,7 @@ RealTimeProcess::RealTimeProcess(const PlacementOptions& options, const Placemen
     if (m_is_paced) {
         m_calls.KeepFreedMemory();
         TryPriorities();
+        m_report.plan = PlanPlacement(WithPriorities(options, m_report.plan), needs, topology);
         LookAtMachine(facts, topology);
     }
 }

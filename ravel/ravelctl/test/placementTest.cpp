@@ -114,6 +114,23 @@ TEST(PlacementTest, WithTooFewCoresForTheWorkersNothingIsPinned)
     EXPECT_EQ(plan.workers[0].priority, 50) << "they still come before everything else";
 }
 
+TEST(PlacementTest, OrdinarySchedulingIsPinnedToIsolatedCpusOnly)
+{
+    PlacementOptions options;
+    options.priority = 0;
+    EXPECT_THAT(CpusOf(Plan(2, Plain(8), options)), Each(-1)) << "it would wait for other programs there";
+    CpuTopology topology = Plain(8);
+    topology.isolated = {3, 4, 5, 6};
+    const PlacementPlan plan = Plan(2, topology, options);
+    EXPECT_THAT(CpusOf(plan), ElementsAre(6, 5));
+    EXPECT_EQ(plan.cycle.cpu, 4);
+    EXPECT_THAT(plan.rest, ElementsAre(0, 1, 2, 7));
+    EXPECT_THAT(CpusOf(Plan(5, topology, options)), Each(-1)) << "4 are isolated";
+    options.cpus = ParsePlaceChoice("--cpus", "0,1");
+    EXPECT_THAT(CpusOf(Plan(2, topology, options)), ElementsAre(0, 1)) << "what is given is given";
+    EXPECT_THAT(CpusOf(PlanPlacement({}, {1, "--flat-out"}, Plain(4))), ElementsAre(3)) << "no time is kept";
+}
+
 TEST(PlacementTest, NoTwoThreadsShareACore)
 {
     CpuTopology topology = Plain(8);

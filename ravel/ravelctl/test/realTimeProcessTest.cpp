@@ -108,7 +108,7 @@ TEST_F(RealTimeProcessTest, APriorityThatIsRefusedIsSaidOnceAndNotAskedForByTheT
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.find("priority 60") != std::string::npos; }),
               1);
-    EXPECT_THAT(lines.front(), HasSubstr("workers on CPU 7, CPU 6, ordinary scheduling; cycle on CPU 5, ordinary"));
+    EXPECT_THAT(lines.front(), HasSubstr("workers on any CPU, ordinary scheduling; cycle on any CPU, ordinary"));
     EXPECT_EQ(m_report.plan.workers[0].priority, 0);
     EXPECT_EQ(m_report.plan.cycle.priority, 0);
 }

@@ -147,7 +147,7 @@ TEST_F(RunConfigTest, EveryEntryOfTheFileHasAComment)
             EXPECT_THAT(line.substr(2), HasSubstr("  # ")) << line;
         }
     }
-    EXPECT_EQ(entries, 29);
+    EXPECT_EQ(entries, 36);
 }
 
 TEST_F(RunConfigTest, UnknownKeysAreRefusedWithTheNearestOne)
