@@ -10,7 +10,7 @@ namespace lumo::ravelctl {
 
 namespace {
 
-constexpr std::uintptr_t BLOCK = std::uintptr_t{2} << 20U;
+constexpr std::size_t BLOCK = std::size_t{2} << 20U;
 
 int Collapse(void* address, std::size_t bytes)
 {
@@ -43,12 +43,14 @@ HugePages PutIntoHugePages(const void* data, std::size_t bytes, int (*collapse)(
         return pages;
     }
     pages.wanted_bytes = bytes;
-    const auto begin = reinterpret_cast<std::uintptr_t>(data);
-    const std::uintptr_t end = begin + bytes;
-    for (std::uintptr_t block = begin / BLOCK * BLOCK; block < end; block += BLOCK) {
-        const int error = collapse(reinterpret_cast<void*>(block), BLOCK);
+    // From the beginning of the block in which the data begin.
+    const std::size_t before = reinterpret_cast<std::uintptr_t>(data) % BLOCK;
+    char* const first = static_cast<char*>(const_cast<void*>(data)) - before;
+    const std::size_t end = before + bytes;
+    for (std::size_t block = 0; block < end; block += BLOCK) {
+        const int error = collapse(first + block, BLOCK);
         if (error == 0) {
-            pages.granted_bytes += std::min(block + BLOCK, end) - std::max(block, begin);
+            pages.granted_bytes += std::min(block + BLOCK, end) - std::max(block, before);
         } else {
             pages.error = error;
         }

@@ -31,8 +31,10 @@ void Touch(std::uintptr_t begin, std::uintptr_t end, Populate how)
     static const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const std::uintptr_t first = begin / page * page;
     if (end > first) {
+        // The loader tells addresses as numbers.
+        void* const address = reinterpret_cast<void*>(first);  // NOLINT(performance-no-int-to-ptr)
         // A page that is not found now will be found when it is needed.
-        static_cast<void>(madvise(reinterpret_cast<void*>(first), end - first, how));
+        static_cast<void>(madvise(address, end - first, how));
     }
 }
 
@@ -118,8 +120,9 @@ public:
     void KeepFreedMemory() override
     {
         constexpr int NEVER = -1;
-        mallopt(M_TRIM_THRESHOLD, NEVER);
-        mallopt(M_MMAP_MAX, 0);
+        // The threads that there are then have nothing to do; both values are read by themselves.
+        mallopt(M_TRIM_THRESHOLD, NEVER);  // NOLINT(concurrency-mt-unsafe)
+        mallopt(M_MMAP_MAX, 0);            // NOLINT(concurrency-mt-unsafe)
     }
 
     std::vector<int> GetCpus() override { return AllowedCpus(); }
