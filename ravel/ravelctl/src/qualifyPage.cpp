@@ -14,7 +14,8 @@ namespace {
 
 std::string NameWorker(std::size_t index, const WorkerFigures& worker)
 {
-    return fmt::format("worker {}, CPU {}", index, worker.place.cpu);
+    const std::string cpu = worker.place.cpu < 0 ? "any CPU" : fmt::format("CPU {}", worker.place.cpu);
+    return fmt::format("worker {}, {}", index, cpu);
 }
 
 ParameterGroup DescribeWork(const QualifyReport& report)

@@ -98,10 +98,12 @@ TEST(QualifyPageTest, FlatOutThereIsNoInstantAndWithoutADeadlineNothingIsLate)
     report.plan.deadline_us.reset();
     report.late_cycles = 0;
     report.missed_instants = 0;
+    report.workers[0].place.cpu = -1;
     const ReportData sut = DescribeQualification(report, {});
     EXPECT_TRUE(sut.is_good);
     EXPECT_EQ(sut.tables[2].rows.size(), 1U);
     EXPECT_FALSE(sut.cycle_times->deadline_us);
+    EXPECT_EQ(sut.tables[0].rows.at(0).first, "worker 0, any CPU");
     EXPECT_THAT(sut.parameters.at(0).rows, Contains(Pair("pace", "flat out")));
     EXPECT_THAT(sut.parameters.at(0).rows, Contains(Pair("planned", "2 s")));
 }
