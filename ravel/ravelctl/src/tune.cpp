@@ -42,7 +42,7 @@ void PrepareOutput(const TuneOptions& options)
                             folder, name));
         }
     }
-    constexpr std::uint64_t MOST_BYTES = 2'000'000;
+    constexpr std::uint64_t MOST_BYTES = 3'000'000;
     PrepareOutputFolder(options.output, true, MOST_BYTES);
 }
 
