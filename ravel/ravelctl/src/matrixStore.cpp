@@ -1,5 +1,6 @@
 #include "matrixStore.hpp"
 
+#include "environment.hpp"
 #include "error.hpp"
 #include "libraryLoad.hpp"
 #include "modeSlice.hpp"
@@ -14,7 +15,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 
 namespace lumo::ravelctl {
 
@@ -99,13 +99,6 @@ void ComputeAndStore(const mirrorsim::Geometry& geometry, const fs::path& folder
     }
     say(fmt::format("computed and stored in {:.1f} s",
                     std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()));
-}
-
-/// A variable of the environment, empty where it is not set. Nobody changes the environment while threads run.
-std::string Environment(const char* name)
-{
-    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
-    return value == nullptr ? "" : value;
 }
 
 }  // namespace

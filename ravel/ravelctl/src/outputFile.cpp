@@ -31,4 +31,10 @@ void CheckOutputFile(const fs::path& file, bool overwrite)
     }
 }
 
+std::string CannotWrite(const fs::path& file, const std::string& reason)
+{
+    return fmt::format("cannot write {}: {}; free some space or choose another place with --output", file.string(),
+                       reason);
+}
+
 }  // namespace lumo::ravelctl

@@ -1,11 +1,10 @@
 #include "recordings.hpp"
 
+#include "outputFile.hpp"
 #include "recorderTools.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/ravelcore/feMeas.hpp>
-
-#include <fmt/core.h>
 
 #include <algorithm>
 #include <exception>
@@ -84,7 +83,7 @@ void Recordings::Save(const std::filesystem::path& folder, const std::function<v
             WriteWhole(file, [&](const std::filesystem::path& part) { SaveSideBySide(recorders, part); });
             done(name);
         } catch (const std::exception& e) {
-            failed(fmt::format("cannot write {}: {}", file.string(), e.what()));
+            failed(CannotWrite(file, e.what()));
         }
     };
     if (m_plan.modes) {

@@ -2,14 +2,15 @@
 
 #include "error.hpp"
 #include "memoryLimit.hpp"
+#include "passingFolder.hpp"
 
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
 #include <sched.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
+#include <system_error>
 
 namespace lumo::ravelctl {
 
@@ -20,17 +21,14 @@ namespace {
 /// Whether a file can be made in the folder; access() would not see a full or read-only file system for root.
 bool CanWrite(const fs::path& folder)
 {
-    const fs::path probe = folder / fmt::format(".ravelctl-probe-{}", getpid());
-    bool written = false;
-    {
-        std::ofstream file(probe);
+    try {
+        const PassingFolder probe(folder);
+        std::ofstream file(probe.GetPath() / "probe");
         file << "probe\n";
-        file.flush();
-        written = file.good();
+        return file.flush().good();
+    } catch (const std::system_error&) {
+        return false;
     }
-    std::error_code ignored;
-    fs::remove(probe, ignored);
-    return written;
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #include "statusLine.hpp"
 
+#include "terminalStyle.hpp"
+
 #include <fmt/core.h>
-#include <unistd.h>
 
 namespace lumo::ravelctl {
 
@@ -16,7 +17,7 @@ StatusLine::Style StatusLine::StyleFor(bool quiet, int file_descriptor)
     if (quiet) {
         return Style::Quiet;
     }
-    return isatty(file_descriptor) == 1 ? Style::Refresh : Style::Plain;
+    return FindTerminalStyle(file_descriptor).refreshes ? Style::Refresh : Style::Plain;
 }
 
 StatusLine::StatusLine(Style style, const LoopPlan& plan, std::ostream& out)

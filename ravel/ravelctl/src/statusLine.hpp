@@ -21,7 +21,7 @@ public:
         Quiet
     };
 
-    /// Refresh if `file_descriptor` is a terminal, else Plain.
+    /// Refresh if `file_descriptor` is a terminal that can do so, else Plain.
     static Style StyleFor(bool quiet, int file_descriptor);
 
     StatusLine(Style style, const LoopPlan& plan, std::ostream& out);

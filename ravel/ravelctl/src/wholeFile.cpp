@@ -1,29 +1,29 @@
 #include "wholeFile.hpp"
 
-#include <fmt/core.h>
-#include <unistd.h>
+#include "passingFolder.hpp"
 
 #include <fstream>
+#include <system_error>
 
 namespace lumo::ravelctl {
 
-void WriteWhole(const std::filesystem::path& file, const std::function<void(const std::filesystem::path&)>& write)
+namespace fs = std::filesystem;
+
+void WriteWhole(const fs::path& file, const std::function<void(const fs::path&)>& write)
 {
-    // The name's end stays: it may say how to write, as ".gz" does.
-    const std::filesystem::path part = fmt::format("{}.{}.part{}", file.string(), getpid(), file.extension().string());
-    try {
-        write(part);
-        std::filesystem::rename(part, file);
-    } catch (...) {
-        std::error_code ignored;
-        std::filesystem::remove(part, ignored);
-        throw;
+    const PassingFolder folder(file.parent_path());  // a folder, because who writes may use passing names as well
+    const fs::path part = folder.GetPath() / file.filename();  // the name may say how to write, as ".gz" does
+    write(part);
+    std::error_code error;
+    fs::rename(part, file, error);
+    if (error) {
+        throw std::system_error(error, "what was written cannot be given this name");
     }
 }
 
-void WriteWholeText(const std::filesystem::path& file, const std::string& text)
+void WriteWholeText(const fs::path& file, const std::string& text)
 {
-    WriteWhole(file, [&text](const std::filesystem::path& part) {
+    WriteWhole(file, [&text](const fs::path& part) {
         std::ofstream stream;
         stream.exceptions(std::ios::failbit | std::ios::badbit);
         stream.open(part, std::ios::binary);

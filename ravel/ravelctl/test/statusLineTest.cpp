@@ -106,12 +106,15 @@ TEST(StatusLineTest, QuietPrintsNothing)
 
 TEST(StatusLineTest, TheStyleFollowsWhatTheOutputIs)
 {
+    setenv("TERM", "xterm", 1);
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
     const int file = open("/dev/null", O_WRONLY);
     ASSERT_GE(terminal, 0);
     EXPECT_EQ(StatusLine::StyleFor(false, terminal), StatusLine::Style::Refresh);
     EXPECT_EQ(StatusLine::StyleFor(false, file), StatusLine::Style::Plain);
     EXPECT_EQ(StatusLine::StyleFor(true, terminal), StatusLine::Style::Quiet);
+    setenv("TERM", "dumb", 1);
+    EXPECT_EQ(StatusLine::StyleFor(false, terminal), StatusLine::Style::Plain) << "it cannot go back in a line";
     close(terminal);
     close(file);
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <system_error>
 
 namespace lumo::ravelctl {
 namespace {
@@ -18,8 +19,9 @@ TEST(WholeFileTest, TheFileHasItsNameOnlyWhenItIsWhole)
     WriteWhole(file, [&](const fs::path& part) {
         test::WriteBytes(part, "half");
         EXPECT_FALSE(fs::exists(file));
-        EXPECT_EQ(part.parent_path(), file.parent_path()) << "a rename across file systems would copy";
-        EXPECT_EQ(part.extension(), ".txt") << "it may say how to write";
+        EXPECT_EQ(part.parent_path().parent_path(), file.parent_path())
+            << "another file system could not be renamed to";
+        EXPECT_EQ(part.filename(), "a.txt") << "it may say how to write";
         test::WriteBytes(part, "whole");
     });
     EXPECT_EQ(test::ReadBytes(file), "whole");
@@ -43,8 +45,30 @@ TEST(WholeFileTest, AnOldFileStaysWhenTheNewOneFailsAndNoPartIsLeft)
 TEST(WholeFileTest, AWriterThatMakesNoFileIsAFailure)
 {
     const test::TestFolder folder;
-    EXPECT_THROW(WriteWhole(folder / "a.txt", [](const fs::path&) {}), fs::filesystem_error);
+    EXPECT_THROW(WriteWhole(folder / "a.txt", [](const fs::path&) {}), std::system_error);
     EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
+TEST(WholeFileTest, WhatTheWriterLeavesBesidesIsRemoved)
+{
+    const test::TestFolder folder;
+    WriteWhole(folder / "a.txt", [](const fs::path& part) {
+        test::WriteBytes(part, "whole");
+        test::WriteBytes(part.parent_path() / "passing", "half");
+    });
+    EXPECT_EQ(folder.CountEntries(), 1U);
+}
+
+TEST(WholeFileTest, AFolderThatIsNotThereIsNamed)
+{
+    const test::TestFolder folder;
+    try {
+        WriteWhole(folder / "missing" / "a.txt", [](const fs::path&) { FAIL() << "there is nowhere to write to"; });
+        FAIL() << "nothing was thrown";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "no file can be made in " + (folder / "missing").string() + ": No such file or directory");
+    }
 }
 
 }  // namespace

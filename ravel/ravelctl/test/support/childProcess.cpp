@@ -81,16 +81,33 @@ private:
     posix_spawnattr_t m_attributes;
 };
 
-pid_t Spawn(const std::vector<std::string>& arguments, posix_spawn_file_actions_t& actions, bool own_session)
+/// The environment of this process, on a terminal of a kind that everybody knows and without a wish for no colour.
+std::vector<char*> EnvironmentOnTerminal()
+{
+    static std::string term = "TERM=xterm";
+    std::vector<char*> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        if (!text.starts_with("TERM=") && !text.starts_with("NO_COLOR=")) {
+            variables.push_back(*variable);
+        }
+    }
+    variables.insert(variables.end(), {term.data(), nullptr});
+    return variables;
+}
+
+pid_t Spawn(const std::vector<std::string>& arguments, posix_spawn_file_actions_t& actions, bool own_terminal)
 {
     std::vector<char*> argv;
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    const SpawnAttributes attributes(own_session);
+    const SpawnAttributes attributes(own_terminal);
+    std::vector<char*> on_terminal = EnvironmentOnTerminal();
     pid_t pid = -1;
-    const int error = posix_spawn(&pid, argv[0], &actions, attributes.Get(), argv.data(), environ);
+    const int error = posix_spawn(&pid, argv[0], &actions, attributes.Get(), argv.data(),
+                                  own_terminal ? on_terminal.data() : environ);
     posix_spawn_file_actions_destroy(&actions);
     CheckError(error, argv[0]);
     return pid;

@@ -15,7 +15,7 @@ public:
     enum class Output
     {
         Pipe,
-        Terminal,  // a terminal of its own, which is also its controlling one; it takes standard error as well
+        Terminal,  // a terminal of its own, an xterm and also its controlling one; it takes standard error as well
     };
 
     struct Result

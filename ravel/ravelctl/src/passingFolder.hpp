@@ -1,0 +1,33 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+/// What must not be left behind when the process ends early.
+namespace lumo::ravelctl {
+
+/// A folder for what is not finished yet, with a name of its own in `parent`: what is moved from it to a place in
+/// `parent` is there at once. It lives as long as this object, with all that is then still in it.
+/// Thread: any slow one.
+class PassingFolder
+{
+public:
+    /// Failure: std::system_error.
+    explicit PassingFolder(const std::filesystem::path& parent);
+    ~PassingFolder();
+
+    PassingFolder(const PassingFolder&) = delete;
+    PassingFolder& operator=(const PassingFolder&) = delete;
+
+    const std::filesystem::path& GetPath() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// Removes every passing folder, writes `line` to standard error and ends the process with `status`, at once: nothing
+/// is destroyed. Other threads may be in the middle of writing; none of them can finish a file or complain any more.
+/// Thread: any, but no signal handler.
+[[noreturn]] void EndWithoutPassingFolders(int status, const std::string& line);
+
+}  // namespace lumo::ravelctl
