@@ -4,6 +4,7 @@
 #include "gains.hpp"
 #include "htmlReport.hpp"
 #include "matrixStore.hpp"
+#include "outputFile.hpp"
 #include "parameterFile.hpp"
 #include "resources.hpp"
 #include "runConfig.hpp"
@@ -86,6 +87,25 @@ private:
     std::int64_t m_page_faults = -1;
 };
 
+/// As long as it lives what takes long is said to be going on.
+class Controller::Working
+{
+public:
+    Working(Controller& controller, const std::string& what) : m_long_work(controller.m_long_work)
+    {
+        const StatusLine::Style style = StatusLine::StyleFor(controller.m_options.quiet, STDOUT_FILENO);
+        m_long_work = std::make_unique<LongWork>(style, controller.m_out, what);
+    }
+
+    ~Working() { m_long_work.reset(); }
+
+    Working(const Working&) = delete;
+    Working& operator=(const Working&) = delete;
+
+private:
+    std::unique_ptr<LongWork>& m_long_work;
+};
+
 Controller::Controller(RunOptions options, std::ostream& out) : m_options(std::move(options)), m_out(out)
 {
 }
@@ -97,13 +117,19 @@ Controller::~Controller()
 
 void Controller::Say(const std::string& line)
 {
-    if (!m_options.quiet) {
+    if (m_options.quiet) {
+        return;
+    }
+    if (m_long_work) {
+        m_long_work->Note(line);
+    } else {
         m_out << line << '\n' << std::flush;
     }
 }
 
 void Controller::Configure()
 {
+    const Working working(*this, "checking what the run needs");
     PlanTheRun();
     PlaceThreads();
     if (m_options.output.empty()) {
@@ -121,6 +147,7 @@ void Controller::Configure()
                     m_report.blas));
     Say(DescribeRecording());
 
+    m_long_work->Tell("getting the matrices");
     const mirrorsim::Geometry geometry;
     m_modes = LoadOrComputeModes(geometry, m_options.matrices, m_options.modes,
                                  [this](const std::string& line) { Say(line); });
@@ -130,6 +157,7 @@ void Controller::Configure()
     config.tones = m_options.tones;
     m_front_end = std::make_unique<SimulatedFrontEnd>(
         mirrorsim::Mirror(geometry, config, m_modes.modes2pact, m_modes.num_modes), m_player.get());
+    m_long_work->Tell("taking the memory");
     MakeGains();
     MakeTasks();
     MakeLoop();
@@ -440,11 +468,17 @@ void Controller::ComputeFigures()
 
 void Controller::Save()
 {
+    const Working working(*this, "saving the recordings");
     m_recordings->Save(
-        m_options.output, [this](const std::string& name) { m_report.files.push_back(name); },
+        m_options.output,
+        [this](const std::string& name) {
+            m_report.files.push_back(name);
+            m_long_work->Tell(fmt::format("saving the recordings, {} is written", name));
+        },
         [this](const std::string& problem) { m_report.problems.push_back(problem); });
     SaveGains();
     SaveConfig();
+    m_long_work->Tell("writing the report");
     SavePage();
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
@@ -496,7 +530,7 @@ void Controller::SaveConfig()
         WriteWholeText(m_options.output / name, FormatConfig(options));
         m_report.files.push_back(name);
     } catch (const std::exception& e) {
-        m_report.problems.push_back(fmt::format("cannot write {}: {}", (m_options.output / name).string(), e.what()));
+        m_report.problems.push_back(CannotWrite(m_options.output / name, e.what()));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "cycleRequests.hpp"
 #include "framePlayer.hpp"
 #include "liveParameters.hpp"
+#include "longWork.hpp"
 #include "realTimeProcess.hpp"
 #include "recordings.hpp"
 #include "referenceInjection.hpp"
@@ -63,6 +64,7 @@ public:
 
 private:
     class CycleThread;
+    class Working;
 
     void Say(const std::string& line);
     void PlanTheRun();
@@ -104,6 +106,7 @@ private:
     std::unique_ptr<ControlLoop> m_loop;
     std::unique_ptr<CycleThread> m_cycle_thread;
     std::unique_ptr<ScriptPlayer> m_script_player;
+    std::unique_ptr<LongWork> m_long_work;  // while something may take long
 };
 
 }  // namespace lumo::ravelctl

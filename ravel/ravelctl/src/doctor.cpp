@@ -8,6 +8,7 @@
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <algorithm>
 #include <limits>
@@ -220,6 +221,21 @@ Finding ExamineFolder(const MachineFacts& facts)
             free >= ENOUGH ? "" : "df -h  # and choose a place with --output"};
 }
 
+/// As wide as the column of verdicts.
+std::string PaintHealth(Health health, const Palette& palette)
+{
+    const std::string name = fmt::format("{:<17}", GetName(health));
+    switch (health) {
+        case Health::CouldBeBetter:
+            return palette.Doubtful(name);
+        case Health::Bad:
+            return palette.Bad(name);
+        case Health::Ok:
+            break;
+    }
+    return palette.Good(name);
+}
+
 std::ptrdiff_t Count(const std::vector<Finding>& findings, Health health)
 {
     return std::count_if(findings.begin(), findings.end(),
@@ -263,11 +279,11 @@ std::vector<Finding> Examine(const MachineFacts& facts)
     };
 }
 
-std::string FormatFindings(const std::vector<Finding>& findings)
+std::string FormatFindings(const std::vector<Finding>& findings, const Palette& palette)
 {
     std::string text;
     for (const Finding& finding : findings) {
-        text += fmt::format("{:<21}{:<17}{}\n", finding.name, GetName(finding.health), finding.value);
+        text += fmt::format("{:<21}{}{}\n", finding.name, PaintHealth(finding.health, palette), finding.value);
         if (!finding.remedy.empty()) {
             text += fmt::format("{:<21}{}\n", "", finding.remedy);
         }
@@ -302,7 +318,11 @@ int GetExitStatus(const std::vector<Finding>& findings)
 int RunDoctor(const DoctorOptions& options, std::ostream& out)
 {
     const std::vector<Finding> findings = Examine(GatherMachine());
-    out << (options.json ? FormatFindingsJson(findings) : FormatFindings(findings)) << std::flush;
+    const Palette palette(FindTerminalStyle(STDOUT_FILENO));
+    out << (options.json ? FormatFindingsJson(findings) : FormatFindings(findings, palette));
+    if (!out.flush()) {
+        throw RunError("cannot write to standard output; free some space or send it elsewhere");
+    }
     return GetExitStatus(findings);
 }
 

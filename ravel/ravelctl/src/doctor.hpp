@@ -1,6 +1,7 @@
 #pragma once
 
 #include "machineFacts.hpp"
+#include "terminalStyle.hpp"
 
 #include <ostream>
 #include <string>
@@ -36,7 +37,7 @@ const char* GetName(Health health);
 std::vector<Finding> Examine(const MachineFacts& facts);
 
 /// For people: a line per finding and one per remedy, and a last one that counts.
-std::string FormatFindings(const std::vector<Finding>& findings);
+std::string FormatFindings(const std::vector<Finding>& findings, const Palette& palette = {});
 
 /// For programs: a JSON object.
 std::string FormatFindingsJson(const std::vector<Finding>& findings);

@@ -1,6 +1,7 @@
 #include "htmlReport.hpp"
 
 #include "error.hpp"
+#include "outputFile.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/mirrorsim/geometry.hpp>
@@ -235,7 +236,7 @@ void WriteHtmlReport(const ReportData& data, const std::filesystem::path& file)
             stream.close();
         });
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        throw RunError(CannotWrite(file, e.what()));
     }
 }
 

@@ -1,10 +1,14 @@
 #include "inspect.hpp"
 
 #include "error.hpp"
+#include "errorLine.hpp"
 #include "inspectFormat.hpp"
+#include "longWork.hpp"
 #include "modeList.hpp"
+#include "terminalStyle.hpp"
 
 #include <fmt/core.h>
+#include <unistd.h>
 
 #include <numeric>
 
@@ -47,22 +51,34 @@ InspectedFacts FindFacts(const InspectOptions& options, const InspectedFile& ins
     return facts;
 }
 
+/// Only people are told how far it is, where the output itself does not come between: standard error is for errors.
+StatusLine::Style ProgressStyle(const InspectOptions& options)
+{
+    const bool rows_come_between = options.csv && FindTerminalStyle(STDOUT_FILENO).is_terminal;
+    const bool is_terminal = FindTerminalStyle(STDERR_FILENO).is_terminal;
+    return StatusLine::StyleFor(rows_come_between || !is_terminal, STDERR_FILENO);
+}
+
 /// What the options ask for of one file; of JSON there is one document in the end.
 void InspectFile(const InspectOptions& options, const std::filesystem::path& file, std::vector<InspectedFacts>& found,
-                 std::ostream& out)
+                 std::ostream& out, std::ostream& err)
 {
+    LongWork work(ProgressStyle(options), err, fmt::format("reading {}", file.string()));
     const InspectedFile inspected = LoadInspectedFile(file);
     try {
         const std::vector<int> columns = SelectColumns(options, inspected);
         if (options.csv) {
+            work.Tell(fmt::format("printing the rows of {}", file.string()));
             WriteCsv(inspected, columns, options.rows, out);
             return;
         }
+        work.Tell(fmt::format("looking at the values of {}", file.string()));
         found.push_back(FindFacts(options, inspected, columns));
     } catch (const InputError& e) {
         throw InputError(fmt::format("{}: {}", file.string(), e.what()));
     }
     if (!options.json) {
+        work.Finish();
         out << (found.size() > 1 ? "\n" : "") << FormatFacts(found.back());
     }
 }
@@ -75,10 +91,10 @@ int InspectFiles(const InspectOptions& options, std::ostream& out, std::ostream&
     std::vector<InspectProblem> problems;
     for (const std::filesystem::path& file : options.files) {
         try {
-            InspectFile(options, file, found, out);
+            InspectFile(options, file, found, out, err);
         } catch (const InputError& e) {
             out << std::flush;
-            err << "ravelctl: " << e.what() << std::endl;
+            err << FormatErrorLine(e.what()) << std::flush;
             problems.push_back({file.string(), e.what()});
         }
     }

@@ -44,8 +44,9 @@ void SetUpLogging(const std::filesystem::path& properties_file)
     }
     log4cplus::PropertyConfigurator::doConfigure(properties_file.string());
     if (log4cplus::Logger::getRoot().getAllAppenders().empty()) {
-        throw InputError(fmt::format("--log-config: {} gives log4cplus.rootLogger no appender; see the guide's example",
-                                     properties_file.string()));
+        throw InputError(fmt::format(
+            "--log-config: expected an appender for log4cplus.rootLogger but {} gives none; see the guide's example",
+            properties_file.string()));
     }
 }
 

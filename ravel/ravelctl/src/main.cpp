@@ -1,6 +1,7 @@
 #include "commandLine.hpp"
 #include "controller.hpp"
 #include "error.hpp"
+#include "errorLine.hpp"
 #include "inspect.hpp"
 #include "logSetup.hpp"
 #include "makeModulation.hpp"
@@ -8,7 +9,10 @@
 #include "replay.hpp"
 #include "runReport.hpp"
 #include "stopSignals.hpp"
+#include "terminalStyle.hpp"
 #include "tune.hpp"
+
+#include <unistd.h>
 
 #include <exception>
 #include <iostream>
@@ -17,29 +21,28 @@ namespace {
 
 using namespace lumo::ravelctl;
 
-int Run(const RunOptions& options)
+int Run(const RunOptions& options, StopSignals& signals)
 {
-    StopSignals signals;
     SetUpLogging(options.log_config);
     Controller controller(options, std::cout);
     controller.Configure();  // may throw; nothing is running yet
-    controller.Start();      // workers up; no allocation in the cycle from here on
+    signals.SetEffect(StopSignals::Effect::Note);
+    controller.Start();  // workers up; no allocation in the cycle from here on
     controller.Wait([&signals] { return signals.Await(); });
     controller.Stop();  // workers joined
     controller.Save();
     const RunReport& report = controller.GetReport();
     if (!options.quiet) {
-        std::cout << FormatReport(report) << std::flush;
+        std::cout << FormatReport(report, Palette(FindTerminalStyle(STDOUT_FILENO))) << std::flush;
     }
     for (const std::string& problem : report.problems) {
-        std::cerr << "ravelctl: " << problem << '\n';
+        std::cerr << FormatErrorLine(problem);
     }
     return controller.GetExitStatus();
 }
 
 int MakeModulation(const ModulationOptions& options)
 {
-    SurviveFailedWrites();
     SetUpLogging({});
     MakeModulationFile(options, std::cout);
     return EXIT_OK;
@@ -47,58 +50,59 @@ int MakeModulation(const ModulationOptions& options)
 
 int Replay(const ReplayOptions& options)
 {
-    SurviveFailedWrites();
     SetUpLogging({});
     return ReplayRun(options, std::cout);
 }
 
 int TuneGains(const TuneOptions& options)
 {
-    SurviveFailedWrites();
     SetUpLogging({});
     return Tune(options, std::cout);
 }
 
-int QualifyMachine(const QualifyOptions& options)
+int QualifyMachine(const QualifyOptions& options, StopSignals& signals)
 {
-    StopSignals signals;
+    signals.SetEffect(StopSignals::Effect::Note);
     SetUpLogging({});
     const QualifyReport report = Qualify(
         options, [&signals] { return signals.Await(); }, std::cout);
     for (const std::string& problem : report.problems) {
-        std::cerr << "ravelctl: " << problem << '\n';
+        std::cerr << FormatErrorLine(problem);
     }
     const int status = GetExitStatus(report);
     if (status == EXIT_FAILED && report.problems.empty()) {
-        std::cerr << "ravelctl: " << report.FormatVerdict() << '\n';
+        std::cerr << FormatErrorLine(report.FormatVerdict());
     }
     return status;
 }
 
 int ExamineMachine(const DoctorOptions& options)
 {
-    SurviveFailedWrites();
+    EndWhenNobodyReads();
     return RunDoctor(options, std::cout);
 }
 
-/// Output that nobody reads on ends it: quietly, as is the custom of what stands before a pipe.
 int Inspect(const InspectOptions& options)
 {
+    EndWhenNobodyReads();
     SetUpLogging({});
     return InspectFiles(options, std::cout, std::cerr);
 }
 
-/// Does what each command means.
+/// Does what each command means. A stop signal ends it at once and leaves no unfinished file, unless the command wants
+/// to be told.
 struct Commands
 {
-    int operator()(const RunOptions& options) const { return Run(options); }
+    int operator()(const RunOptions& options) const { return Run(options, signals); }
     int operator()(const ModulationOptions& options) const { return MakeModulation(options); }
     int operator()(const InspectOptions& options) const { return Inspect(options); }
     int operator()(const ReplayOptions& options) const { return Replay(options); }
     int operator()(const TuneOptions& options) const { return TuneGains(options); }
-    int operator()(const QualifyOptions& options) const { return QualifyMachine(options); }
+    int operator()(const QualifyOptions& options) const { return QualifyMachine(options, signals); }
     int operator()(const DoctorOptions& options) const { return ExamineMachine(options); }
     int operator()(int status) const { return status; }
+
+    StopSignals& signals;
 };
 
 }  // namespace
@@ -107,12 +111,14 @@ int main(int argc, char** argv)
 {
     int status = EXIT_FAILED;
     try {
-        status = std::visit(Commands{}, ParseCommandLine(argc, argv, std::cout));
+        const Command command = ParseCommandLine(argc, argv, std::cout);
+        StopSignals signals(StopSignals::Effect::EndProcess);
+        status = std::visit(Commands{signals}, command);
     } catch (const InputError& e) {
-        std::cerr << "ravelctl: " << e.what() << '\n';
+        std::cerr << FormatErrorLine(e.what());
         status = EXIT_BAD_INPUT;
     } catch (const std::exception& e) {
-        std::cerr << "ravelctl: " << e.what() << '\n';
+        std::cerr << FormatErrorLine(e.what());
     }
     ShutDownLogging();
     return status;

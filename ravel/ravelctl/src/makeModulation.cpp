@@ -1,6 +1,7 @@
 #include "makeModulation.hpp"
 
 #include "error.hpp"
+#include "longWork.hpp"
 #include "modeList.hpp"
 #include "modulationShape.hpp"
 #include "outputFile.hpp"
@@ -10,6 +11,7 @@
 #include <lumo/ravelcore/modulation.hpp>
 
 #include <fmt/core.h>
+#include <unistd.h>
 
 namespace lumo::ravelctl {
 
@@ -60,13 +62,18 @@ void MakeModulationFile(const ModulationOptions& options, std::ostream& out)
                 fmt::format("{} of {}", Count(plan.samples, "sample"), Count(options.modes, "mode")),
                 "make a shorter one, or one for fewer modes");
     const fs::path file = fs::absolute(options.output);
+    LongWork work(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out, "computing the samples");
     ravelcore::Modulation modulation("MODULATION", options.modes, 0.0F);
     modulation.Set(MakeModulation(options));
+    work.Tell(fmt::format("writing {} ({})", options.output.string(), FormatBytes(values_bytes)));
     try {
         WriteWhole(file, [&modulation](const fs::path& part) { modulation.Save(part.string()); });
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}; free some space or choose another place with --output",
-                                   options.output.string(), e.what()));
+        throw RunError(CannotWrite(options.output, e.what()));
+    }
+    work.Finish();
+    if (options.quiet) {
+        return;
     }
     out << fmt::format("{}: {} ({})\n", options.output.string(), Describe(options, plan),
                        FormatBytes(fs::file_size(file)))

@@ -32,6 +32,7 @@ struct ModulationOptions
     std::optional<double> to_hz;         // where a chirp ends: a fifth of the rate
     std::optional<std::uint64_t> seed;   // of noise: 1
     bool overwrite = false;              // replace the file
+    bool quiet = false;
 };
 
 /// What the options mean: how many samples, which of them and which modes are not 0, and what the defaults are.

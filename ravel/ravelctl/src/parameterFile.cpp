@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "gains.hpp"
 #include "libraryLoad.hpp"
+#include "outputFile.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/ravelcore/doubleBuffer.hpp>
@@ -66,7 +67,7 @@ void SaveGainsFile(const fs::path& file, const std::vector<float>& params)
         row.Set(params);
         WriteWhole(file, [&row](const fs::path& part) { row.Save(part.string()); });
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        throw RunError(CannotWrite(file, e.what()));
     }
 }
 

@@ -310,7 +310,7 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
     }
     WriteResults(report, out);
     if (!options.quiet) {
-        out << FormatQualification(report) << std::flush;
+        out << FormatQualification(report, Palette(FindTerminalStyle(STDOUT_FILENO))) << std::flush;
     }
     return report;
 }

@@ -1,6 +1,7 @@
 #include "qualifyReport.hpp"
 
 #include "error.hpp"
+#include "outputFile.hpp"
 #include "placementJson.hpp"
 #include "wholeFile.hpp"
 
@@ -192,7 +193,7 @@ std::string DescribePriority(const QualifyReport& report)
     return fmt::format("priority {} granted", asked);
 }
 
-std::string FormatQualification(const QualifyReport& report)
+std::string FormatQualification(const QualifyReport& report, const Palette& palette)
 {
     std::string text = FormatHeading("execution, us");
     for (std::size_t i = 0; i < report.workers.size(); ++i) {
@@ -215,7 +216,10 @@ std::string FormatQualification(const QualifyReport& report)
     if (!report.files.empty()) {
         text += fmt::format("files        {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
     }
-    text += fmt::format("verdict      {}\n", report.FormatVerdict());
+    const std::string verdict = report.FormatVerdict();
+    text += fmt::format("verdict      {}\n", report.interrupted ? palette.Doubtful(verdict)
+                                             : report.DidHold() ? palette.Good(verdict)
+                                                                : palette.Bad(verdict));
     return text;
 }
 
@@ -224,7 +228,7 @@ void WriteQualification(const QualifyReport& report, const std::filesystem::path
     try {
         WriteWholeText(file, ToJson(report).dump(2) + "\n");
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        throw RunError(CannotWrite(file, e.what()));
     }
 }
 

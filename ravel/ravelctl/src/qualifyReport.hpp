@@ -6,6 +6,7 @@
 #include "reportMath.hpp"
 #include "sgemvTask.hpp"
 #include "terminalHistogram.hpp"
+#include "terminalStyle.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -69,7 +70,7 @@ struct QualifyReport
 std::string DescribePriority(const QualifyReport& report);
 
 /// For people, several lines of at most 80 columns, but for the names of files.
-std::string FormatQualification(const QualifyReport& report);
+std::string FormatQualification(const QualifyReport& report, const Palette& palette = {});
 
 /// For programs: writes qualify.json. Failure: RunError.
 void WriteQualification(const QualifyReport& report, const std::filesystem::path& file);

@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "gainParams.hpp"
 #include "gains.hpp"
+#include "longWork.hpp"
 #include "modeList.hpp"
 #include "outputFile.hpp"
 #include "resources.hpp"
@@ -14,10 +15,10 @@
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
@@ -179,28 +180,13 @@ private:
     Comparison m_comparison;
 };
 
-/// A line every two seconds.
-class Progress
+void TellCycle(LongWork& work, std::int64_t cycle, std::int64_t cycles)
 {
-public:
-    Progress(std::int64_t cycles, std::ostream& out) : m_cycles(cycles), m_out(out) {}
-
-    void Tell(std::int64_t cycle)
-    {
-        constexpr std::int64_t CYCLES_PER_LOOK = 64;
-        if (cycle % CYCLES_PER_LOOK == 0 && std::chrono::steady_clock::now() >= m_next) {
-            m_out << fmt::format("replaying cycle {} of {}\n", cycle, m_cycles) << std::flush;
-            m_next = std::chrono::steady_clock::now() + PERIOD;
-        }
+    constexpr std::int64_t CYCLES_PER_TEXT = 256;
+    if (cycle % CYCLES_PER_TEXT == 0) {
+        work.Tell(fmt::format("replaying cycle {} of {}", cycle, cycles));
     }
-
-private:
-    static constexpr std::chrono::seconds PERIOD{2};
-
-    std::int64_t m_cycles;
-    std::ostream& m_out;
-    std::chrono::steady_clock::time_point m_next = std::chrono::steady_clock::now() + PERIOD;
-};
+}
 
 /// Also keeps the run as it is: what is replayed stands in its folder.
 void CheckOutput(const ReplayOptions& options)
@@ -282,7 +268,8 @@ std::string Format(const Comparison& comparison, const RunFolder& run)
     return text;
 }
 
-void CheckReplayMemory(const RunFolder& run, std::ostream& out)
+/// Returns the size of the recordings, bytes.
+std::uint64_t CheckReplayMemory(const RunFolder& run)
 {
     // The recordings, the outputs, and what the file layer takes beside the one that it reads or writes.
     constexpr std::uint64_t RECORDINGS = 4;
@@ -291,14 +278,12 @@ void CheckReplayMemory(const RunFolder& run, std::ostream& out)
     const std::uint64_t bytes = cycles * static_cast<std::uint64_t>(run.GetModes()) * sizeof(float);
     CheckMemory(COPIES * bytes, fmt::format("the recordings of {}", run.GetPath().string()),
                 "free some, or replay a shorter run");
-    constexpr std::uint64_t MUCH = 100'000'000;
-    if (RECORDINGS * bytes > MUCH) {
-        out << fmt::format("reading {} ({})\n", run.GetPath().string(), FormatBytes(RECORDINGS * bytes)) << std::flush;
-    }
+    return RECORDINGS * bytes;
 }
 
-void WriteOutputs(const ReplayOptions& options, const RunFolder& run, const std::vector<float>& outputs,
-                  const std::vector<double>& timestamps, std::ostream& out)
+/// Returns what to say of the file.
+std::string WriteOutputs(const ReplayOptions& options, const RunFolder& run, const std::vector<float>& outputs,
+                         const std::vector<double>& timestamps)
 {
     const std::filesystem::path file = std::filesystem::absolute(options.output);
     try {
@@ -307,11 +292,66 @@ void WriteOutputs(const ReplayOptions& options, const RunFolder& run, const std:
                                                 run.GetModes(), outputs, timestamps);
         });
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}; free some space or choose another place with --output",
-                                   options.output.string(), e.what()));
+        throw RunError(CannotWrite(options.output, e.what()));
     }
-    out << fmt::format("{}: {} rows of {} outputs ({})\n", options.output.string(), run.GetCycles(), run.GetModes(),
+    return fmt::format("{}: {} rows of {} outputs ({})\n", options.output.string(), run.GetCycles(), run.GetModes(),
                        FormatBytes(std::filesystem::file_size(file)));
+}
+
+/// What the channels gave, once more.
+struct Replayed
+{
+    Comparison comparison;
+    Effect effect;
+    std::vector<float> outputs;  // row-major, where they are wanted
+};
+
+Replayed Replay(const ReplayOptions& options, const RunFolder& run, const RunData& data, Channels as_run,
+                Channels changed, const std::vector<int>& changed_modes, LongWork& work)
+{
+    Replayed replayed;
+    replayed.outputs.reserve(options.output.empty() ? 0 : data.out.values.size());
+    for (std::int64_t cycle = 0; cycle < run.GetCycles(); ++cycle) {
+        const std::span<const float> recorded = data.out.Row(cycle);
+        std::span<const float> computed = as_run.Compute(cycle, data);
+        for (std::size_t mode = 0; mode < computed.size(); ++mode) {
+            replayed.comparison.Add({cycle, mode, recorded[mode], computed[mode]});
+        }
+        if (!options.set.empty()) {
+            computed = changed.Compute(cycle, data);
+            for (std::size_t i = 0; i < changed_modes.size() && cycle >= run.GetOpenCycles(); ++i) {
+                const auto mode = static_cast<std::size_t>(changed_modes[i]);
+                replayed.effect.Add({cycle, mode, recorded[mode], computed[mode]});
+            }
+        }
+        if (!options.output.empty()) {
+            replayed.outputs.insert(replayed.outputs.end(), computed.begin(), computed.end());
+        }
+        TellCycle(work, cycle, run.GetCycles());
+    }
+    return replayed;
+}
+
+/// Everything but the checks of the options. Returns whether every output was computed again, and what to say.
+std::pair<bool, std::string> ReplayAndWrite(const ReplayOptions& options, const RunFolder& run,
+                                            const std::vector<int>& changed_modes, std::ostream& out)
+{
+    const std::vector<GainsInForce> gains = run.LoadGains();
+    const std::uint64_t bytes = CheckReplayMemory(run);
+    LongWork work(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out,
+                  fmt::format("reading {} ({})", run.GetPath().string(), FormatBytes(bytes)));
+    const RunData data(run);
+    const Replayed replayed = Replay(options, run, data, Channels(run, gains),
+                                     Channels(run, Change(gains, options.set, changed_modes)), changed_modes, work);
+    std::string text = Format(replayed.comparison, run);
+    if (!options.set.empty()) {
+        text += DescribeChange(options, changed_modes) + replayed.effect.Format();
+    }
+    if (!options.output.empty()) {
+        work.Tell(fmt::format("writing {}", options.output.string()));
+        text += WriteOutputs(options, run, replayed.outputs, data.out.timestamps);
+    }
+    return {replayed.comparison.GetCount() == 0, text};
 }
 
 }  // namespace
@@ -321,45 +361,11 @@ int ReplayRun(const ReplayOptions& options, std::ostream& out)
     const RunFolder run(options.run);
     const std::vector<int> changed_modes = FindModes(options, run.GetModes());
     CheckOutput(options);
-    const std::vector<GainsInForce> gains = run.LoadGains();
-    CheckReplayMemory(run, out);
-    const RunData data(run);
-
-    Channels as_run(run, gains);
-    Channels changed(run, Change(gains, options.set, changed_modes));
-    Comparison comparison;
-    Effect effect;
-    std::vector<float> outputs;
-    outputs.reserve(options.output.empty() ? 0 : data.out.values.size());
-    Progress progress(run.GetCycles(), out);
-    for (std::int64_t cycle = 0; cycle < run.GetCycles(); ++cycle) {
-        const std::span<const float> recorded = data.out.Row(cycle);
-        std::span<const float> computed = as_run.Compute(cycle, data);
-        for (std::size_t mode = 0; mode < computed.size(); ++mode) {
-            comparison.Add({cycle, mode, recorded[mode], computed[mode]});
-        }
-        if (!options.set.empty()) {
-            computed = changed.Compute(cycle, data);
-            for (std::size_t i = 0; i < changed_modes.size() && cycle >= run.GetOpenCycles(); ++i) {
-                const auto mode = static_cast<std::size_t>(changed_modes[i]);
-                effect.Add({cycle, mode, recorded[mode], computed[mode]});
-            }
-        }
-        if (!options.output.empty()) {
-            outputs.insert(outputs.end(), computed.begin(), computed.end());
-        }
-        progress.Tell(cycle);
+    const auto [is_equal, text] = ReplayAndWrite(options, run, changed_modes, out);
+    if (!options.quiet) {
+        out << text << std::flush;
     }
-    out << Format(comparison, run);
-    if (!options.set.empty()) {
-        out << DescribeChange(options, changed_modes) << effect.Format();
-    }
-    out << std::flush;
-    if (!options.output.empty()) {
-        WriteOutputs(options, run, outputs, data.out.timestamps, out);
-    }
-    out << std::flush;
-    return comparison.GetCount() == 0 ? EXIT_OK : EXIT_FAILED;
+    return is_equal ? EXIT_OK : EXIT_FAILED;
 }
 
 }  // namespace lumo::ravelctl

@@ -22,6 +22,7 @@ struct ReplayOptions
     std::string modes;             // for which; all of them where it is empty
     std::filesystem::path output;  // for the outputs; no file where it is empty
     bool overwrite = false;        // replace that file
+    bool quiet = false;            // the status alone tells
 };
 
 /// Computes the control channels of a run once more from what they were given, and compares their outputs with the

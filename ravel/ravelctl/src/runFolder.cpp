@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -25,6 +26,16 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* SUMMARY = "summary.json";
+
+/// What a run wrote, it can write again.
+void LoadOfRun(const fs::path& file, const std::function<void(const std::string&)>& load)
+{
+    try {
+        LoadThroughLibrary(file, load);
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("{}; repeat the run", e.what()));
+    }
+}
 
 std::optional<Plant> ReadPlant(const nlohmann::json& summary)
 {
@@ -158,7 +169,7 @@ ModesRecording RunFolder::LoadEveryCycle(const std::string& name) const
     }
     ModesRecording recording;
     int rows = -1;
-    LoadThroughLibrary(file, [&](const std::string& path) {
+    LoadOfRun(file, [&](const std::string& path) {
         ravelcore::LoadMatrixFromFitsBinTable(path, rows, recording.cols, recording.values, recording.timestamps);
     });
     if (recording.cols != m_modes) {
@@ -214,7 +225,7 @@ std::vector<GainsInForce> RunFolder::LoadGains() const
             throw InputError(fmt::format("{}: expected one row but it has {}", file.string(), *rows));
         }
         ravelcore::DoubleBuffer row("gains", m_modes * ravelcore::NUM_PID_FILTER_PARAMS);
-        LoadThroughLibrary(file, [&row](const std::string& path) { row.Load(path); });
+        LoadOfRun(file, [&row](const std::string& path) { row.Load(path); });
         gains.push_back({entry.before_cycle, row.Get()});
     }
     return gains;

@@ -1,6 +1,7 @@
 #include "runReport.hpp"
 
 #include "error.hpp"
+#include "outputFile.hpp"
 #include "placementJson.hpp"
 #include "wholeFile.hpp"
 
@@ -141,6 +142,15 @@ bool IsMeanwhile(const ScriptEvent& event, std::int64_t cycle)
     return is_within(event.begin_cycle, event.ready_cycle) || is_within(event.cycle, event.last_cycle);
 }
 
+std::string PaintVerdict(const RunReport& report, const Palette& palette)
+{
+    const std::string verdict = Verdict(report);
+    if (report.interrupted) {
+        return palette.Doubtful(verdict);
+    }
+    return report.DidHold() ? palette.Good(verdict) : palette.Bad(verdict);
+}
+
 }  // namespace
 
 bool RunReport::DidHold() const
@@ -190,7 +200,7 @@ std::string Verdict(const RunReport& report)
     return report.mirror_was_seen ? "the loop held" : "the frames were played back";
 }
 
-std::string FormatReport(const RunReport& report)
+std::string FormatReport(const RunReport& report, const Palette& palette)
 {
     std::string text = fmt::format("\n{:<24}{:>10}{:>10}\n", "rms, nm", "before", "after");
     if (report.mirror_was_seen) {
@@ -214,7 +224,7 @@ std::string FormatReport(const RunReport& report)
     }
     text +=
         fmt::format("files                   {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
-    text += fmt::format("verdict                 {}\n", Verdict(report));
+    text += fmt::format("verdict                 {}\n", PaintVerdict(report, palette));
     return text;
 }
 
@@ -223,7 +233,7 @@ void WriteSummary(const RunReport& report, const std::filesystem::path& file)
     try {
         WriteWholeText(file, ToJson(report).dump(2) + "\n");
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        throw RunError(CannotWrite(file, e.what()));
     }
 }
 

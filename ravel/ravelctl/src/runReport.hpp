@@ -5,6 +5,7 @@
 #include "placementReport.hpp"
 #include "runOptions.hpp"
 #include "scriptPlayer.hpp"
+#include "terminalStyle.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -75,7 +76,7 @@ std::string FormatStep(const ScriptEvent& event);
 std::string Verdict(const RunReport& report);
 
 /// For people, several lines.
-std::string FormatReport(const RunReport& report);
+std::string FormatReport(const RunReport& report, const Palette& palette = {});
 
 /// For programs: writes summary.json. Failure: RunError.
 void WriteSummary(const RunReport& report, const std::filesystem::path& file);

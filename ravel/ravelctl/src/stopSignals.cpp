@@ -1,18 +1,40 @@
 #include "stopSignals.hpp"
 
-#include <atomic>
-#include <ctime>
+#include "error.hpp"
+#include "passingFolder.hpp"
+
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <chrono>
 
 namespace lumo::ravelctl {
 
 namespace {
 
-std::atomic<bool> stop_noted{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may touch nothing else");
-
-void NoteStop(int /*signal*/)
+/// One for each signal that came. Of the process, as the handlers are; a handler may do no more than this.
+class Arrivals
 {
-    stop_noted.store(true, std::memory_order_relaxed);  // a single flag: orders nothing
+public:
+    Arrivals() { sem_init(&m_semaphore, 0, 0); }
+
+    void Add() { sem_post(&m_semaphore); }
+
+    void Take()
+    {
+        while (sem_wait(&m_semaphore) != 0) {  // a handler in this very thread woke it
+        }
+    }
+
+private:
+    sem_t m_semaphore{};
+};
+
+Arrivals arrivals;
+
+void TellWatcher(int /*signal*/)
+{
+    arrivals.Add();
 }
 
 bool IsIgnored(int signal)
@@ -38,27 +60,69 @@ void SurviveFailedWrites()
     }
 }
 
-StopSignals::StopSignals()
+void EndWhenNobodyReads()
 {
-    stop_noted.store(false, std::memory_order_relaxed);
+    SetHandler(SIGPIPE, SIG_DFL);
+}
+
+StopSignals::StopSignals(Effect effect) : m_effect(effect)
+{
     sigemptyset(&m_signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         if (!IsIgnored(signal)) {
             sigaddset(&m_signals, signal);
-            SetHandler(signal, NoteStop);
         }
     }
     pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        if (sigismember(&m_signals, signal) == 1) {
+            SetHandler(signal, TellWatcher);
+        }
+    }
     SurviveFailedWrites();
+    m_watcher = std::thread([this] { Watch(); });
+}
+
+StopSignals::~StopSignals()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_over = true;
+    }
+    arrivals.Add();
+    m_watcher.join();
+}
+
+void StopSignals::Watch()
+{
+    pthread_setname_np(pthread_self(), "signals");
+    pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
+    for (;;) {
+        arrivals.Take();
+        const std::lock_guard lock(m_mutex);
+        if (m_over) {
+            return;
+        }
+        if (m_effect == Effect::EndProcess) {
+            EndWithoutPassingFolders(EXIT_INTERRUPTED, "ravelctl: interrupted; no half-written file is left");
+        }
+        m_noted = true;
+        m_changed.notify_all();
+    }
+}
+
+void StopSignals::SetEffect(Effect effect)
+{
+    const std::lock_guard lock(m_mutex);
+    m_effect = effect;
 }
 
 bool StopSignals::Await()
 {
-    constexpr timespec WAIT{0, 100'000'000};
-    if (!stop_noted.load(std::memory_order_relaxed) && sigtimedwait(&m_signals, nullptr, &WAIT) > 0) {
-        stop_noted.store(true, std::memory_order_relaxed);
-    }
-    return stop_noted.load(std::memory_order_relaxed);
+    constexpr std::chrono::milliseconds WAIT{100};
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, WAIT, [this] { return m_noted; });
+    return m_noted;
 }
 
 }  // namespace lumo::ravelctl

@@ -52,7 +52,8 @@ std::string ReadText(const std::filesystem::path& file)
         text.append(block.data(), static_cast<std::size_t>(stream.gcount()));
     }
     if (!stream.eof()) {
-        throw InputError(fmt::format("cannot read {}: {}", file.string(), std::generic_category().message(errno)));
+        throw InputError(fmt::format("expected a TOML file but {} cannot be read: {}", file.string(),
+                                     std::generic_category().message(errno)));
     }
     return text;
 }
@@ -183,7 +184,7 @@ TomlTable TomlTable::Open(const std::filesystem::path& file)
     try {
         document->root = toml::parse(text);
     } catch (const toml::parse_error& error) {
-        RefuseAt(document->file, error.source().begin, std::string(error.description()));
+        RefuseAt(document->file, error.source().begin, fmt::format("expected TOML but: {}", error.description()));
     }
     const toml::table& root = document->root;
     return TomlTable(std::make_shared<Impl>(Impl{.document = std::move(document), .table = &root, .asked = {}}));

@@ -1,6 +1,7 @@
 #include "tuneReport.hpp"
 
 #include "error.hpp"
+#include "outputFile.hpp"
 #include "version.hpp"
 #include "wholeFile.hpp"
 
@@ -184,7 +185,7 @@ void WriteTuning(const Tuning& tuning, const std::filesystem::path& run, const s
     try {
         WriteWholeText(file, json.dump(2) + "\n");
     } catch (const std::exception& e) {
-        throw RunError(fmt::format("cannot write {}: {}", file.string(), e.what()));
+        throw RunError(CannotWrite(file, e.what()));
     }
 }
 

@@ -442,7 +442,7 @@ TEST(RavelctlTest, CtrlCEndsAQualificationWithWhatWasMeasured)
     child.Type("\x03");
     const ChildProcess::Result result = child.Wait();
     EXPECT_EQ(result.status, EXIT_INTERRUPTED) << result.out;
-    EXPECT_THAT(result.out, HasSubstr("verdict      interrupted: "));
+    EXPECT_THAT(result.out, HasSubstr("verdict      \x1b[33minterrupted: ")) << "on a terminal it is yellow";
     const auto json = nlohmann::json::parse(test::ReadBytes(folder / "result" / "qualify.json"));
     EXPECT_EQ(json.at("interrupted"), true);
     EXPECT_GT(json.at("cycles").get<int>(), 0);

@@ -397,13 +397,14 @@ TEST_F(ScriptTest, NoTwoSavesGoIntoOneFolder)
 TEST_F(ScriptTest, WhatIsNoTomlIsRefusedWithItsPlace)
 {
     EXPECT_EQ(Refusal("[[at]]\ntime = = 3\n"),
-              "script.toml:2:8: Error while parsing value: could not determine value type");
+              "script.toml:2:8: expected TOML but: Error while parsing value: could not determine value type");
 }
 
 TEST_F(ScriptTest, AMissingScriptIsRefused)
 {
-    EXPECT_EQ(ThrownLine<InputError>([&] { LoadScript(m_folder / "none.toml", NUM_MODES, DURATION_S); }),
-              "cannot read " + (m_folder / "none.toml").string() + ": No such file or directory");
+    EXPECT_EQ(
+        ThrownLine<InputError>([&] { LoadScript(m_folder / "none.toml", NUM_MODES, DURATION_S); }),
+        "expected a TOML file but " + (m_folder / "none.toml").string() + " cannot be read: No such file or directory");
 }
 
 TEST_F(ScriptTest, OneModeOfManyIsNamedAndTheOnlyOneIsEveryMode)

@@ -1,4 +1,8 @@
+#include "error.hpp"
 #include "stopSignals.hpp"
+#include "support/testFolder.hpp"
+#include "support/textFile.hpp"
+#include "wholeFile.hpp"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -7,6 +11,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <optional>
 #include <thread>
 
 namespace lumo::ravelctl {
@@ -17,6 +22,14 @@ template <typename Claim>
 void ExpectInChild(const Claim& claim)
 {
     EXPECT_EXIT(std::exit(claim() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+/// For the signal to end.
+[[noreturn]] void WaitForever()
+{
+    for (;;) {
+        pause();
+    }
 }
 
 class StopSignalsTest : public testing::Test
@@ -33,15 +46,23 @@ protected:
     }
 };
 
+/// Returns once a signal has been noted; the test's time limit is the only one.
+void AwaitNote(StopSignals& sut)
+{
+    while (!sut.Await()) {
+    }
+}
+
 TEST_F(StopSignalsTest, EachStopSignalIsNotedInsteadOfEndingTheProcess)
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         ExpectInChild([signal] {
             SetDefaults();
-            StopSignals sut;
+            StopSignals sut(StopSignals::Effect::Note);
             const bool before = sut.Await();
             kill(getpid(), signal);
-            return !before && sut.Await();
+            AwaitNote(sut);
+            return !before;
         });
     }
 }
@@ -52,13 +73,13 @@ TEST_F(StopSignalsTest, ASignalThatAnOlderThreadTakesIsNotedAsWell)
         SetDefaults();
         std::atomic<bool> done{false};
         std::thread older([&done] { done.wait(false); });  // as a library's threads: nothing blocked
-        StopSignals sut;
+        StopSignals sut(StopSignals::Effect::Note);
         kill(getpid(), SIGINT);
-        const bool noted = sut.Await();
+        AwaitNote(sut);
         done.store(true);
         done.notify_one();
         older.join();
-        return noted;
+        return true;
     });
 }
 
@@ -66,8 +87,9 @@ TEST_F(StopSignalsTest, WhatHasComeStays)
 {
     ExpectInChild([] {
         SetDefaults();
-        StopSignals sut;
+        StopSignals sut(StopSignals::Effect::Note);
         kill(getpid(), SIGINT);
+        AwaitNote(sut);
         return sut.Await() && sut.Await();
     });
 }
@@ -77,17 +99,72 @@ TEST_F(StopSignalsTest, ASignalThatTheParentHadIgnoredStaysIgnored)
     ExpectInChild([] {
         SetDefaults();
         signal(SIGHUP, SIG_IGN);
-        StopSignals sut;
+        StopSignals sut(StopSignals::Effect::Note);
         kill(getpid(), SIGHUP);
         return !sut.Await();
     });
+}
+
+TEST_F(StopSignalsTest, EachStopSignalEndsTheProcessWithItsStatusAndALineWhereNobodyAsksForIt)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        EXPECT_EXIT(
+            {
+                SetDefaults();
+                const StopSignals sut(StopSignals::Effect::EndProcess);
+                kill(getpid(), signal);
+                WaitForever();
+            },
+            testing::ExitedWithCode(EXIT_INTERRUPTED), "^ravelctl: interrupted; no half-written file is left\n$");
+    }
+}
+
+TEST_F(StopSignalsTest, FromWhenTheEffectIsSetTheSignalIsNoted)
+{
+    ExpectInChild([] {
+        SetDefaults();
+        StopSignals sut(StopSignals::Effect::EndProcess);
+        sut.SetEffect(StopSignals::Effect::Note);
+        kill(getpid(), SIGINT);
+        AwaitNote(sut);
+        return true;
+    });
+}
+
+TEST_F(StopSignalsTest, AnEndInTheMiddleOfAFileLeavesTheOldOneAndNoPart)
+{
+    // The child process comes this way once more: it is told where the folder of this one is.
+    constexpr const char* TOLD = "RAVELCTL_TEST_FOLDER";
+    const bool is_child = std::getenv(TOLD) != nullptr;
+    std::optional<test::TestFolder> folder;
+    if (!is_child) {
+        folder.emplace();
+        setenv(TOLD, folder->GetPath().c_str(), 1);
+        test::WriteBytes(*folder / "a.fits", "old");
+    }
+    EXPECT_EXIT(
+        {
+            SetDefaults();
+            const StopSignals sut(StopSignals::Effect::EndProcess);
+            WriteWhole(std::filesystem::path(std::getenv(TOLD)) / "a.fits", [](const std::filesystem::path& part) {
+                test::WriteBytes(part, "half");
+                test::WriteBytes(part.parent_path() / ".passing", "half");  // as the core's file layer does
+                kill(getpid(), SIGINT);
+                WaitForever();
+            });
+        },
+        testing::ExitedWithCode(EXIT_INTERRUPTED), "");
+    unsetenv(TOLD);
+    ASSERT_TRUE(folder);
+    EXPECT_EQ(test::ReadBytes(*folder / "a.fits"), "old");
+    EXPECT_EQ(folder->CountEntries(), 1U);
 }
 
 TEST_F(StopSignalsTest, OutputThatNobodyReadsIsAnErrorOfTheWriteOnly)
 {
     ExpectInChild([] {
         SetDefaults();
-        const StopSignals sut;
+        const StopSignals sut(StopSignals::Effect::Note);
         int ends[2] = {};
         if (pipe(ends) != 0) {
             return false;
@@ -101,7 +178,7 @@ TEST_F(StopSignalsTest, AFileBeyondTheSizeLimitIsAnErrorOfTheWriteOnly)
 {
     ExpectInChild([] {
         SetDefaults();
-        const StopSignals sut;
+        const StopSignals sut(StopSignals::Effect::Note);
         const rlimit limit{0, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &limit);
         std::FILE* file = std::tmpfile();
