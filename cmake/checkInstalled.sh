@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# checkInstalled.sh SOURCE BUILD: installs what BUILD holds and uses the copy as others would: the example through CMake
-# and through pkg-config, the installed program, and the core built against the installed platform.
+# checkInstalled.sh SOURCE BUILD: installs what BUILD holds and uses the copy as others would: the installed program with
+# its manual page and completion, the example through CMake and through pkg-config, and the core built against the
+# installed platform.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -9,6 +10,10 @@ prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 "$prefix/bin/ravelctl" --version
+
+echo "== manual page and completion"
+"$prefix/bin/ravelctl" --man-page | cmp - "$prefix/share/man/man1/ravelctl.1"
+"$prefix/bin/ravelctl" --bash-completion | cmp - "$prefix/share/bash-completion/completions/ravelctl"
 
 echo "== the example, through CMake"
 cmake -S "$source/examples" -B "$work/example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null

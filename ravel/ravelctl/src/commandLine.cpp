@@ -1,9 +1,14 @@
 #include "commandLine.hpp"
 
+#include "bashCompletion.hpp"
+#include "commandOutline.hpp"
 #include "doctorArguments.hpp"
 #include "error.hpp"
+#include "helpText.hpp"
 #include "inspectArguments.hpp"
+#include "manPage.hpp"
 #include "modulationArguments.hpp"
+#include "programNotes.hpp"
 #include "qualifyArguments.hpp"
 #include "replayArguments.hpp"
 #include "runArguments.hpp"
@@ -43,6 +48,30 @@ std::string VersionText()
     return fmt::format("ravelctl {}\n{}", VERSION, DescribeBlas());
 }
 
+std::string ProgramFooter()
+{
+    std::string text = "Examples, a night's walk:\n";
+    for (const char* example : NIGHT_EXAMPLES) {
+        text += fmt::format("  {}\n", example);
+    }
+    text += "\nExit status:\n";
+    for (const ExitStatus& status : EXIT_STATUSES) {
+        text += FormatNote(std::to_string(status.status), status.meaning, 7);
+    }
+    text += "\nEnvironment:\n";
+    for (const ProgramNote& variable : ENVIRONMENT_VARIABLES) {
+        text += FormatNote(variable.name, variable.meaning, 24);
+    }
+    return text + "\nThe manual page, ravelctl(1), has all of this and the files: man ravelctl";
+}
+
+void CheckPrinted(std::ostream& out)
+{
+    if (!out.flush()) {
+        throw RunError("cannot write to standard output; free some space or send it elsewhere");
+    }
+}
+
 /// The words for the parser, the last one first, as it takes them. The name of a file, such as [a], it would take for a
 /// list of names.
 std::vector<std::string> ReverseWords(int argc, const char* const* argv)
@@ -64,7 +93,15 @@ class Parser
 public:
     explicit Parser(RunArguments from) : m_run(std::move(from))
     {
-        m_app.set_version_flag("--version", VersionText);
+        m_app.set_help_flag("-h,--help", "Print this help and leave");
+        m_app.set_version_flag("--version", VersionText, "Print version and BLAS and leave");
+        AddPrintFlag("--man-page", "Print the manual page, for man -l -, and leave",
+                     [](const ProgramOutline& program) { return FormatManPage(program, VERSION); });
+        AddPrintFlag("--bash-completion", "Print the completion, for bash to source, and leave", FormatBashCompletion);
+        m_app.formatter_fn([](const CLI::App* app, const std::string& /*name*/, CLI::AppFormatMode /*mode*/) {
+            return app->get_parent() == nullptr ? FormatHelp(OutlineProgram(*app)) : FormatHelp(OutlineCommand(*app));
+        });
+        m_app.footer(ProgramFooter());
         m_app.require_subcommand(1);
         Add(
             "run", "Run the closed loop on a simulated mirror and save what happened",
@@ -73,7 +110,11 @@ public:
             "config", "Print a run's options as a file, with the defaults of what is not given",
             [this](CLI::App& command) {
                 AddRunOptions(command, m_run);
-                command.footer("Examples:\n  ravelctl config > night.toml\n  ravelctl run night.toml --duration 60");
+                command.footer(
+                    FormatFooter("The options are those of a run; what they say stands in the file. Nothing is run.",
+                                 {"ravelctl config > night.toml", "ravelctl config --modes 300 --rate 250 > slow.toml",
+                                  "ravelctl config night.toml --seed 2 > other.toml"},
+                                 "the file was printed, and can be run", "it could not be printed"));
             },
             [this] { return ReadRunOptions(m_run); });
         Add(
@@ -114,6 +155,8 @@ public:
     /// Prints help or version, whichever was asked for.
     void Print(const CLI::Success& request, std::ostream& out) { m_app.exit(request, out, out); }
 
+    ProgramOutline Outline() const { return OutlineProgram(m_app); }
+
     bool IsAbout(const std::string& command) const { return m_app.got_subcommand(command); }
 
     const std::filesystem::path& GetConfig() const { return m_run.config; }
@@ -122,6 +165,15 @@ public:
     Command Read() const { return m_reads.at(m_app.get_subcommands().front()->get_name())(); }
 
 private:
+    /// A flag that prints and leaves, as that of the version does.
+    void AddPrintFlag(const std::string& name, const std::string& description,
+                      std::function<std::string(const ProgramOutline&)> format)
+    {
+        m_app.add_flag_callback(
+            name, [this, format = std::move(format)] { throw CLI::CallForVersion(format(OutlineProgram(m_app)), 0); },
+            description);
+    }
+
     void Add(const std::string& name, const std::string& description, const std::function<void(CLI::App&)>& add_options,
              std::function<Command()> read)
     {
@@ -129,7 +181,7 @@ private:
         m_reads[name] = std::move(read);
     }
 
-    CLI::App m_app{"Closes the control loop of a segmented primary mirror of 798 segments.", "ravelctl"};
+    CLI::App m_app{PROGRAM_DESCRIPTION, "ravelctl"};
     std::map<std::string, std::function<Command()>> m_reads;
     RunArguments m_run;
     ModulationArguments m_modulation;
@@ -142,6 +194,11 @@ private:
 
 }  // namespace
 
+ProgramOutline OutlineCommandLine()
+{
+    return Parser({}).Outline();
+}
+
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
 {
     Parser parser({});
@@ -149,6 +206,7 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
         parser.Parse(argc, argv);
     } catch (const CLI::Success& request) {
         parser.Print(request, out);
+        CheckPrinted(out);
         return EXIT_OK;
     }
     if (!parser.IsAbout("run") && !parser.IsAbout("config")) {
@@ -164,7 +222,8 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     if (parser.IsAbout("config")) {
         const RunOptions& options = std::get<RunOptions>(command);
         PlanRun(options);  // what it prints can be run
-        out << FormatConfig(options) << std::flush;
+        out << FormatConfig(options);
+        CheckPrinted(out);
         return EXIT_OK;
     }
     return command;

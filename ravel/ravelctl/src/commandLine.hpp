@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commandOutline.hpp"
 #include "doctor.hpp"
 #include "inspectOptions.hpp"
 #include "modulationOptions.hpp"
@@ -18,7 +19,10 @@ namespace lumo::ravelctl {
 using Command = std::variant<RunOptions, ModulationOptions, InspectOptions, ReplayOptions, TuneOptions, QualifyOptions,
                              DoctorOptions, int>;
 
-/// Help and version go to `out`. Failure: InputError, one line.
+/// What ParseCommandLine takes.
+ProgramOutline OutlineCommandLine();
+
+/// Help, version, manual page and completion go to `out`. Failure: InputError, one line.
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out);
 
 }  // namespace lumo::ravelctl

@@ -1,6 +1,8 @@
 #include "inspectArguments.hpp"
 
+#include "commandOutline.hpp"
 #include "error.hpp"
+#include "helpText.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
@@ -40,7 +42,7 @@ void AddInspectOptions(CLI::App& command, InspectArguments& arguments)
     InspectOptions& options = arguments.options;
     command.add_option("FILE", options.files, "FITS files: recordings, modulations, matrices")
         ->required()
-        ->type_name("");
+        ->type_name(FILE_VALUE);
     CLI::Option* const statistics =
         command.add_flag("--statistics", options.statistics,
                          "Per column: smallest and largest value, mean, rms, standard deviation, of what is finite");
@@ -51,20 +53,16 @@ void AddInspectOptions(CLI::App& command, InspectArguments& arguments)
     command.add_option("--rows", arguments.rows, "The rows to print as CSV; END is not one of them [all]")
         ->type_name("BEGIN:END")
         ->needs(csv);
-    command.add_flag("--json", options.json, "Print the facts for programs: one JSON document for all files")
-        ->excludes(csv);
+    command.add_flag("--json", options.json, "Print JSON, for programs: one document for all files")->excludes(csv);
     csv->excludes(statistics);
-    command.footer(
-        "Rows and columns are counted from 0. Of a table of two columns the first is the time stamps, in seconds; of\n"
-        "any other table the first column is the matrix. The period is the median step from a time stamp to the next;\n"
-        "longer than 1.5 periods it is a gap.\n\n"
-        "Examples:\n"
-        "  ravelctl inspect run/*.fits\n"
-        "  ravelctl inspect run/modes_in.fits --statistics --columns 0-9\n"
-        "  ravelctl inspect run/modes_in.fits --csv --columns 0,3 --rows 0:500 > start.csv\n"
-        "  ravelctl inspect run/modes_in.fits --json | jq '.files[0].time.period_s'\n\n"
-        "Exit status: 0 all files were read; 1 the output could not be written; 2 bad input, such as a file that\n"
-        "cannot be read; the others are shown.");
+    command.footer(FormatFooter(
+        "Rows and columns are counted from 0. Of a table of two columns the first is the time stamps, in seconds; of "
+        "any other table the first column is the matrix. The period is the median step from a time stamp to the next; "
+        "longer than 1.5 periods it is a gap.",
+        {"ravelctl inspect run/*.fits", "ravelctl inspect run/modes_in.fits --statistics --columns 0-9",
+         "ravelctl inspect run/modes_in.fits --csv --columns 0,3 --rows 0:500 > start.csv",
+         "ravelctl inspect run/modes_in.fits --json | jq '.files[0].time.period_s'"},
+        "all files were read", "the output could not be written"));
 }
 
 InspectOptions ReadInspectOptions(const InspectArguments& arguments)

@@ -1,5 +1,7 @@
 #include "qualifyArguments.hpp"
 
+#include "commandOutline.hpp"
+#include "helpText.hpp"
 #include "placementArguments.hpp"
 
 #include <CLI/CLI.hpp>
@@ -11,24 +13,29 @@ void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
     command.add_option("--rows", options.rows, "Rows of each worker's matrix")->capture_default_str();
     command.add_option("--cols", options.cols, "Columns of each worker's matrix")->capture_default_str();
     command.add_option("--workers", options.workers, "Worker threads [1, or one for each of the CPUs that are given]");
-    command.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->capture_default_str();
+    command.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")
+        ->type_name("HZ")
+        ->capture_default_str();
     command.add_flag("--flat-out", options.flat_out, "Do not wait between cycles");
-    command.add_option("--duration", options.duration_s, "Seconds to run for [10]");
+    command.add_option("--duration", options.duration_s, "Seconds to run for [10]")->type_name("S");
     command.add_option("--cycles", options.cycles, "Cycles to run, instead of a duration")->type_name("N");
-    command.add_option("--deadline-us", options.deadline_us,
-                       "Longest time in us from a start to all workers ready [the period; flat out: none]");
+    command
+        .add_option("--deadline-us", options.deadline_us,
+                    "Longest time in us from a start to all workers being ready [the period; flat out: none]")
+        ->type_name("US");
     AddPlacementOptions(command, options.placement);
-    command.add_option("--output", options.output,
-                       "Folder for qualify.json and report.html [ravelctl-qualify-<time> here]");
+    command
+        .add_option("--output", options.output,
+                    "Folder for qualify.json and report.html [ravelctl-qualify-<time> here]")
+        ->type_name(FOLDER_VALUE);
     command.add_flag("--overwrite", options.overwrite, "Replace the qualification that the output folder holds");
     command.add_flag("--quiet", options.quiet, "Print nothing but errors");
     command.footer(
-        "Examples:\n"
-        "  ravelctl qualify\n"
-        "  ravelctl qualify --cpus 2,3 --rows 300 --duration 60 --output cpu23\n"
-        "  ravelctl qualify --workers 4 --rate 1000 --deadline-us 500\n"
-        "  ravelctl qualify --flat-out --cycles 10000 --rows 2390\n\n"
-        "Exit status: 0 every cycle was done in time; 1 one was not; 2 bad input; 130 after Ctrl-C.");
+        FormatFooter("",
+                     {"ravelctl qualify", "ravelctl qualify --cpus 2,3 --rows 300 --duration 60 --output cpu23",
+                      "ravelctl qualify --workers 4 --rate 1000 --deadline-us 500",
+                      "ravelctl qualify --flat-out --cycles 10000 --rows 2390"},
+                     "every cycle was done in time", "one was not"));
 }
 
 }  // namespace lumo::ravelctl

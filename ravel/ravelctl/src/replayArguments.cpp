@@ -1,7 +1,9 @@
 #include "replayArguments.hpp"
 
+#include "commandOutline.hpp"
 #include "error.hpp"
 #include "gainParams.hpp"
+#include "helpText.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
@@ -65,7 +67,7 @@ GainSetting ParseSetting(const std::string& text)
 void AddReplayOptions(CLI::App& command, ReplayArguments& arguments)
 {
     ReplayOptions& options = arguments.options;
-    command.add_option("RUN", options.run, "Output folder of the run")->required()->type_name("");
+    command.add_option("RUN", options.run, "Output folder of the run")->required()->type_name(FOLDER_VALUE);
     command
         .add_option("--set", arguments.set,
                     fmt::format("Also show what the channels would have done with another gain: {}; may be repeated",
@@ -74,17 +76,18 @@ void AddReplayOptions(CLI::App& command, ReplayArguments& arguments)
         ->allow_extra_args(false);
     command.add_option("--modes", options.modes, "The modes that it is set for, such as 5 or 0,3,10-19 [all]")
         ->type_name("LIST");
-    command.add_option("--output", options.output,
-                       "Write the outputs of the channels as modes_out.fits has them; compressed if its name ends in "
-                       ".gz");
+    command
+        .add_option("--output", options.output,
+                    "Write the outputs of the channels as modes_out.fits has them; compressed if its name ends in "
+                    ".gz")
+        ->type_name(FILE_VALUE);
     command.add_flag("--overwrite", options.overwrite, "Replace that file");
-    command.footer(
-        "The channels are given what the run's were given: the measured modes, the references and what the actuators\n"
-        "fell short of. With other gains the mirror would have moved otherwise; this does not show.\n\n"
-        "Examples:\n"
-        "  ravelctl replay night1\n"
-        "  ravelctl replay night1 --set kp=0.5 --set ki=20 --modes 0-9 --output other.fits\n\n"
-        "Exit status: 0 every recorded output was computed again to the last bit; 1 not so; 2 bad input.");
+    command.add_flag("--quiet", options.quiet, "Print nothing but errors; the status tells");
+    command.footer(FormatFooter(
+        "The channels are given what the run's were given: the measured modes, the references and what the actuators "
+        "fell short of. With other gains the mirror would have moved otherwise; this does not show.",
+        {"ravelctl replay night1", "ravelctl replay night1 --set kp=0.5 --set ki=20 --modes 0-9 --output other.fits"},
+        "every recorded output was computed again to the last bit", "not so"));
 }
 
 ReplayOptions ReadReplayOptions(const ReplayArguments& arguments)

@@ -1,7 +1,9 @@
 #include "runArguments.hpp"
 
 #include "argumentChecks.hpp"
+#include "commandOutline.hpp"
 #include "error.hpp"
+#include "helpText.hpp"
 #include "placementArguments.hpp"
 
 #include <CLI/CLI.hpp>
@@ -51,9 +53,9 @@ double ReadRecordLast(const std::string& text)
 void AddDataOptions(CLI::App& run, RunArguments& arguments)
 {
     RunOptions& options = arguments.options;
-    run.add_option("--record", arguments.record, "What to record: some of modes, es, pact, with commas [modes]")
+    run.add_option("--record", arguments.record, "What to record, with commas between [modes]")
         ->delimiter(',')
-        ->type_name("WHAT");
+        ->type_name(NameValues({"modes", "es", "pact"}));
     run.add_option("--record-decimation", options.record.decimation, "Record one in N cycles")
         ->type_name("N")
         ->capture_default_str();
@@ -61,19 +63,20 @@ void AddDataOptions(CLI::App& run, RunArguments& arguments)
         ->expected(0, 1)
         ->type_name("S");
     run.add_option("--play-es", options.play.es, "Play recorded edge-sensor frames instead of the simulated ones")
-        ->type_name("FILE");
+        ->type_name(FILE_VALUE);
     run.add_option("--play-pact", options.play.pact, "Play recorded actuator frames instead of the simulated ones")
-        ->type_name("FILE");
+        ->type_name(FILE_VALUE);
     run.add_option("--inject", options.inject.file,
                    "Add samples, um, a column per mode, to the references once these have been led to 0")
-        ->type_name("FILE");
+        ->type_name(FILE_VALUE);
     run.add_option("--inject-decimation", options.inject.decimation, "Cycles that each injected sample lasts")
         ->type_name("N")
         ->capture_default_str();
     run.add_flag("--inject-loop", options.inject.loop, "Begin again after the last injected sample");
     run.add_option("--gains", options.gains, "Begin with these gains, such as ravelctl tune writes [designed ones]")
-        ->type_name("FILE");
-    run.add_option("--script", options.script, "TOML file of changes to make while the loop runs")->type_name("FILE");
+        ->type_name(FILE_VALUE);
+    run.add_option("--script", options.script, "TOML file of changes to make while the loop runs")
+        ->type_name(FILE_VALUE);
 }
 
 }  // namespace
@@ -81,43 +84,46 @@ void AddDataOptions(CLI::App& run, RunArguments& arguments)
 void AddRunOptions(CLI::App& run, RunArguments& arguments)
 {
     RunOptions& options = arguments.options;
-    run.add_option("config", arguments.config,
+    run.add_option("CONFIG", arguments.config,
                    "File of options, as ravelctl config prints one; options given here override it")
-        ->type_name("CONFIG");
+        ->type_name(FILE_VALUE);
     run.add_option("--modes", options.modes, "Control modes, 1 to 2390, the least stiff ones")->capture_default_str();
-    run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->capture_default_str();
+    run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->type_name("HZ")->capture_default_str();
     run.add_option("--duration", options.duration_s,
-                   "Length of the run in seconds, open loop included [20, or as long as what is played]");
+                   "Length of the run in seconds, open loop included [20, or as long as what is played]")
+        ->type_name("S");
     run.add_option("--open-loop", options.open_loop_s,
-                   "Seconds at the beginning with the loop open [a tenth of the duration]");
+                   "Seconds at the beginning with the loop open [a tenth of the duration]")
+        ->type_name("S");
     run.add_option("--workers", arguments.workers, "Worker threads; each controls a slice of the modes [2]");
     run.add_option("--seed", options.seed, "Seed of everything random; equal seeds give equal bits")
         ->check(CheckNotNegative)
         ->capture_default_str();
-    run.add_option("--output", options.output, "Folder for the run's files [ravelctl-<time> here]");
+    run.add_option("--output", options.output, "Folder for the run's files [ravelctl-<time> here]")
+        ->type_name(FOLDER_VALUE);
     run.add_flag("--overwrite", options.overwrite, "Replace the run that the output folder holds");
     run.add_option("--matrices", options.matrices,
-                   "Folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]");
+                   "Folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]")
+        ->type_name(FOLDER_VALUE);
     run.add_flag("--as-fast-as-possible", options.as_fast_as_possible, "Do not wait between cycles; same results");
     run.add_option("--tone", arguments.tones,
                    "Disturb mode MODE with a sine of HZ Hz and NM nm: MODE:HZ:NM; may be repeated")
         ->type_name("MODE:HZ:NM");
     AddDataOptions(run, arguments);
     AddPlacementOptions(run, options.placement);
-    run.add_option("--log-config", options.log_config, "File of log4cplus properties [warnings to standard error]");
+    run.add_option("--log-config", options.log_config, "File of log4cplus properties [warnings to standard error]")
+        ->type_name(FILE_VALUE);
     run.add_flag("--quiet", options.quiet, "Print nothing but errors");
-    run.footer(
-        "Examples:\n"
-        "  ravelctl run\n"
-        "  ravelctl run --modes 300 --workers 2 --duration 60 --output night1\n"
-        "  ravelctl run --as-fast-as-possible --duration 10 --tone 5:2.5:100\n"
-        "  ravelctl run --record modes,es,pact --output first\n"
-        "  ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second\n"
-        "  ravelctl run --inject chirp.fits --script changes.toml\n"
-        "  ravelctl run --workers 2 --cpus 2,3 --cycle-cpu 1\n"
-        "  ravelctl run first/config.toml --output again\n"
-        "  ravelctl run first/config.toml --gains tuned/gains.fits --output second\n\n"
-        "Exit status: 0 the loop held and every file was written; 1 it did not; 2 bad input; 130 after Ctrl-C.");
+    run.footer(FormatFooter(
+        "",
+        {"ravelctl run", "ravelctl run --modes 300 --workers 2 --duration 60 --output night1",
+         "ravelctl run --as-fast-as-possible --duration 10 --tone 5:2.5:100",
+         "ravelctl run --record modes,es,pact --output first",
+         "ravelctl run --play-es first/es.fits --play-pact first/pact.fits --output second",
+         "ravelctl run --inject chirp.fits --script changes.toml", "ravelctl run --workers 2 --cpus 2,3 --cycle-cpu 1",
+         "ravelctl run first/config.toml --output again",
+         "ravelctl run first/config.toml --gains tuned/gains.fits --output second"},
+        "the loop held and every file was written", "it did not"));
 }
 
 mirrorsim::Tone ParseTone(const std::string& text)

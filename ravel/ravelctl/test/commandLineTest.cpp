@@ -1,5 +1,7 @@
 #include "commandLine.hpp"
 #include "error.hpp"
+#include "helpText.hpp"
+#include "programNotes.hpp"
 #include "support/testFolder.hpp"
 #include "support/textFile.hpp"
 #include "support/thrown.hpp"
@@ -8,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <map>
 #include <sstream>
 
 namespace lumo::ravelctl {
@@ -314,49 +318,106 @@ TEST(CommandLineTest, EitherEndOfTheRowsMayBeLeftOut)
     EXPECT_FALSE(ParseInspect({"f", "--csv", "--rows", "7:"}).rows.end);
 }
 
-TEST(CommandLineTest, HelpAndVersionAreNoErrors)
+std::string Print(const std::vector<std::string>& arguments)
 {
-    std::ostringstream help;
-    EXPECT_EQ(std::get<int>(Parse({"run", "--help"}, help)), EXIT_OK);
-    for (const char* option : {"--modes",
-                               "--rate",
-                               "--duration",
-                               "--workers",
-                               "--seed",
-                               "--output",
-                               "--as-fast-as-possible",
-                               "--log-config",
-                               "--tone",
-                               "--quiet",
-                               "Exit status",
-                               "--record",
-                               "--record-decimation",
-                               "--record-last",
-                               "--play-es",
-                               "--play-pact",
-                               "--inject",
-                               "--inject-decimation",
-                               "--inject-loop",
-                               "--gains",
-                               "--script"}) {
-        EXPECT_THAT(help.str(), HasSubstr(option));
+    std::ostringstream out;
+    EXPECT_EQ(std::get<int>(Parse(arguments, out)), EXIT_OK);
+    return out.str();
+}
+
+TEST(CommandLineTest, VersionIsNoErrorAndNamesTheBlas)
+{
+    const std::string version = Print({"--version"});
+    EXPECT_THAT(version, HasSubstr(std::string("ravelctl ") + VERSION));
+    EXPECT_THAT(version, HasSubstr("OpenBLAS"));
+}
+
+TEST(CommandLineTest, TheHelpHasALineForEachCommandAWalkTheStatusesAndTheEnvironment)
+{
+    const std::string help = Print({"--help"});
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        EXPECT_THAT(help, HasSubstr("\n  " + command.name + " "));
+        EXPECT_THAT(help, HasSubstr(command.description.substr(0, 20)));
     }
-    std::ostringstream modulation_help;
-    EXPECT_EQ(std::get<int>(Parse({"make-modulation", "--help"}, modulation_help)), EXIT_OK);
-    for (const char* text : {"SHAPE", "--output", "--modes", "--on", "--amplitude", "--rate", "--duration", "--start",
-                             "--frequency", "--to", "--seed", "--overwrite", "Examples", "Exit status"}) {
-        EXPECT_THAT(modulation_help.str(), HasSubstr(text));
+    for (const char* example : NIGHT_EXAMPLES) {
+        EXPECT_THAT(help, HasSubstr(std::string("\n  ") + example + "\n"));
     }
-    std::ostringstream inspect_help;
-    EXPECT_EQ(std::get<int>(Parse({"inspect", "--help"}, inspect_help)), EXIT_OK);
-    for (const char* text :
-         {"FILE", "--statistics", "--columns", "--csv", "--rows", "--json", "Examples", "Exit status"}) {
-        EXPECT_THAT(inspect_help.str(), HasSubstr(text));
+    for (const ExitStatus& status : EXIT_STATUSES) {
+        EXPECT_THAT(help, testing::ContainsRegex("\n  " + std::to_string(status.status) + " +[a-zC]"));
     }
-    std::ostringstream version;
-    EXPECT_EQ(std::get<int>(Parse({"--version"}, version)), EXIT_OK);
-    EXPECT_THAT(version.str(), HasSubstr(std::string("ravelctl ") + VERSION));
-    EXPECT_THAT(version.str(), HasSubstr("OpenBLAS"));
+    for (const ProgramNote& variable : ENVIRONMENT_VARIABLES) {
+        EXPECT_THAT(help, HasSubstr(std::string("\n  ") + variable.name + " "));
+    }
+    EXPECT_THAT(help, HasSubstr("man ravelctl"));
+}
+
+TEST(CommandLineTest, TheHelpOfEachCommandHasItsOptionsTwoExamplesAndTheStatuses)
+{
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        const std::string help = Print({command.name, "--help"});
+        EXPECT_THAT(help, HasSubstr("\nUsage: ravelctl " + command.name + " "));
+        for (const OptionOutline& option : command.options) {
+            EXPECT_THAT(help, HasSubstr("\n  " + FormatName(option))) << command.name;
+            EXPECT_FALSE(option.description.empty()) << command.name << " " << option.names.back();
+        }
+        const std::string example = "\n  ravelctl " + command.name;
+        const std::size_t first = help.find(example);
+        ASSERT_NE(first, std::string::npos) << command.name;
+        EXPECT_NE(help.find(example, first + 1), std::string::npos) << command.name << ": one example is not enough";
+        for (const ExitStatus& status : EXIT_STATUSES) {
+            EXPECT_THAT(help, testing::ContainsRegex("Exit status:.*[ \n]" + std::to_string(status.status) + "[ \n]"))
+                << command.name;
+        }
+    }
+}
+
+TEST(CommandLineTest, EachExampleOfTheHelpIsUnderstood)
+{
+    int tried = 0;
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        std::istringstream lines(command.footer);
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.starts_with("  ravelctl ") || line.find("night.toml") != std::string::npos ||
+                line.find("first/config.toml") != std::string::npos) {  // files that are not there
+                continue;
+            }
+            std::istringstream words(line.substr(std::string("  ravelctl ").size(), line.find_first_of("|>") - 11));
+            std::ostringstream out;
+            const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+            EXPECT_NO_THROW(Parse(arguments, out)) << line;
+            ++tried;
+        }
+    }
+    EXPECT_GE(tried, 14) << "two of each of seven commands";
+}
+
+TEST(CommandLineTest, HelpFitsATerminalOf80Columns)
+{
+    for (CommandOutline command : OutlineCommandLine().commands) {
+        command.footer.clear();  // examples are as long as they are
+        std::istringstream lines(FormatHelp(command));
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(line.size(), 80U) << line;
+        }
+    }
+}
+
+TEST(CommandLineTest, OptionsOfOneNameMeanOneThingInEveryCommand)
+{
+    const std::map<std::string, std::string> values = {{"--rate", "HZ"},     {"--duration", "S"}, {"--overwrite", ""},
+                                                       {"--quiet", ""},      {"--json", ""},      {"--cpus", "LIST"},
+                                                       {"--columns", "LIST"}};
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        for (const OptionOutline& option : command.options) {
+            const auto expected = values.find(option.names.back());
+            if (expected != values.end()) {
+                EXPECT_EQ(option.value, expected->second) << command.name << " " << option.names.back();
+            }
+            if (option.names.back() == "--output") {
+                EXPECT_TRUE(option.kind == ValueKind::File || option.kind == ValueKind::Folder) << command.name;
+            }
+        }
+    }
 }
 
 struct BadLine
