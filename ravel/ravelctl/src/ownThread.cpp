@@ -27,7 +27,7 @@ GrantedPlace FindOwnPlace()
 
 void TouchOwnStack()
 {
-    constexpr std::size_t BYTES = 128 * 1024;  // many times what a cycle takes, far below what a thread has
+    constexpr std::size_t BYTES = 131072;  // many times what a cycle takes, far below what a thread has
     constexpr std::size_t PAGE = 4096;
     [[maybe_unused]] volatile char stack[BYTES];
     for (std::size_t i = 0; i < BYTES; i += PAGE) {
