@@ -12,6 +12,7 @@
 
 #include <charconv>
 #include <chrono>
+#include <fstream>
 #include <limits>
 #include <set>
 #include <system_error>

@@ -27,7 +27,6 @@ ParameterGroup DescribeWork(const QualifyReport& report)
                                                            FormatBytes(plan.matrix_bytes)));
     rows.emplace_back("workers", std::to_string(report.workers.size()));
     rows.emplace_back("scheduling", DescribePriority(report));
-    rows.emplace_back("NUMA node", report.options.numa_node < 0 ? "any" : std::to_string(report.options.numa_node));
     rows.emplace_back("pace", plan.paced ? fmt::format("{:g} Hz", plan.rate_hz) : "flat out");
     rows.emplace_back("deadline", plan.deadline_us ? fmt::format("{:g} us", *plan.deadline_us) : "none");
     rows.emplace_back("planned", plan.longest_s ? fmt::format("{:g} s", *plan.longest_s)
@@ -82,7 +81,8 @@ ReportData DescribeQualification(const QualifyReport& report, const MachineFacts
                                       report.plan.paced,   report.missed_instants, report.late_cycles};
     }
     AddWorkers(report, data);
-    data.parameters = {DescribeWork(report), DescribeMachine(facts, report.blas)};
+    data.parameters = {
+        DescribeWork(report), {"Placement", DescribePlacement(report.placement)}, DescribeMachine(facts, report.blas)};
     return data;
 }
 

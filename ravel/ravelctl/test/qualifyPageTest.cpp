@@ -87,7 +87,7 @@ TEST(QualifyPageTest, CyclesBeyondTheDeadlineAreCountedAndMarked)
     EXPECT_THAT(work.rows, Contains(Pair("matrix of each worker", "10 x 5000, 200.0 kB")));
     EXPECT_THAT(work.rows, Contains(Pair("scheduling", "priority 50 granted")));
     EXPECT_THAT(work.rows, Contains(Pair("deadline", "1000 us")));
-    EXPECT_EQ(sut.parameters.at(1).title, "Machine");
+    EXPECT_EQ(sut.parameters.at(2).title, "Machine");
 }
 
 TEST(QualifyPageTest, FlatOutThereIsNoInstantAndWithoutADeadlineNothingIsLate)
