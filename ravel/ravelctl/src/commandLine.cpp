@@ -86,12 +86,13 @@ std::vector<std::string> ReverseWords(int argc, const char* const* argv)
     return words;
 }
 
-/// A parser that knows every command. It writes into what stands here; `from` is what is meant where a run is told
-/// nothing.
+/// A parser that knows every command. It writes into what stands here; `run` and `qualify` are what is meant where a
+/// run or a qualification is told nothing.
 class Parser
 {
 public:
-    explicit Parser(RunArguments from) : m_run(std::move(from))
+    explicit Parser(RunArguments run = {}, QualifyOptions qualify = {})
+        : m_run(std::move(run)), m_qualify(std::move(qualify))
     {
         m_app.set_help_flag("-h,--help", "Print this help and leave");
         m_app.set_version_flag("--version", VersionText, "Print version and BLAS and leave");
@@ -159,7 +160,8 @@ public:
 
     bool IsAbout(const std::string& command) const { return m_app.got_subcommand(command); }
 
-    const std::filesystem::path& GetConfig() const { return m_run.config; }
+    /// The file of a run's options that the command is given.
+    const std::filesystem::path& GetConfig() const { return IsAbout("qualify") ? m_qualify.config : m_run.config; }
 
     /// The options of the command that was parsed.
     Command Read() const { return m_reads.at(m_app.get_subcommands().front()->get_name())(); }
@@ -196,12 +198,12 @@ private:
 
 ProgramOutline OutlineCommandLine()
 {
-    return Parser({}).Outline();
+    return Parser().Outline();
 }
 
 Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
 {
-    Parser parser({});
+    Parser parser;
     try {
         parser.Parse(argc, argv);
     } catch (const CLI::Success& request) {
@@ -209,14 +211,16 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
         CheckPrinted(out);
         return EXIT_OK;
     }
-    if (!parser.IsAbout("run") && !parser.IsAbout("config")) {
+    if (parser.GetConfig().empty() && !parser.IsAbout("config")) {
         return parser.Read();
     }
     RunArguments from_file;
+    QualifyOptions qualify_for;
     if (!parser.GetConfig().empty()) {
         LoadConfig(parser.GetConfig(), from_file);
+        QualifyFor(from_file, qualify_for);
     }
-    Parser over_file(from_file);
+    Parser over_file(from_file, qualify_for);
     over_file.Parse(argc, argv);  // once more, over what the file says
     Command command = over_file.Read();
     if (parser.IsAbout("config")) {

@@ -254,7 +254,7 @@ void Controller::CheckResources() const
                 "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
                 "--record-last");
     RefuseFolderOf("a qualification", "qualify.json", m_options.output);  // whose page would be replaced
-    constexpr std::uint64_t HEADERS = 200'000;                            // of the files, and the summary
+    constexpr std::uint64_t HEADERS = 2'000'000;                          // of the files, the summary and the page
     const std::uint64_t gains = (1 + m_script.size()) * modes * ravelcore::NUM_PID_FILTER_PARAMS * sizeof(float);
     PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS);
 }

@@ -4,12 +4,22 @@
 #include "helpText.hpp"
 #include "placementArguments.hpp"
 
+#include <lumo/ravelcore/names.hpp>
+
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <string>
 
 namespace lumo::ravelctl {
 
 void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
 {
+    command
+        .add_option("config", options.config,
+                    "File of a run's options: its rate, workers, placement and cfg.task_sgemv count; options given "
+                    "here override it")
+        ->type_name("CONFIG");
     command.add_option("--rows", options.rows, "Rows of each worker's matrix")->capture_default_str();
     command.add_option("--cols", options.cols, "Columns of each worker's matrix")->capture_default_str();
     command.add_option("--workers", options.workers, "Worker threads [1, or one for each of the CPUs that are given]");
@@ -34,8 +44,28 @@ void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
         FormatFooter("",
                      {"ravelctl qualify", "ravelctl qualify --cpus 2,3 --rows 300 --duration 60 --output cpu23",
                       "ravelctl qualify --workers 4 --rate 1000 --deadline-us 500",
-                      "ravelctl qualify --flat-out --cycles 10000 --rows 2390"},
+                      "ravelctl qualify --flat-out --cycles 10000 --rows 2390", "ravelctl qualify night.toml"},
                      "every cycle was done in time", "one was not"));
+}
+
+void QualifyFor(const RunArguments& run, QualifyOptions& options)
+{
+    const auto number = [&run](const char* key) {
+        const auto found = run.options.cfg.find(key);
+        return found == run.options.cfg.end() ? std::nullopt : std::optional<int>(std::stoi(found->second));
+    };
+    const int modes = run.options.modes;
+    const int workers = run.workers.value_or(std::min(DEFAULT_WORKERS, modes));
+    options.workers = workers;
+    options.rate_hz = run.options.rate_hz;
+    options.rows = number(ravelcore::KEY_TASK_SGEMV_NUM_ROWS).value_or((modes + workers - 1) / workers);
+    options.cols = number(ravelcore::KEY_TASK_SGEMV_NUM_COLS).value_or(options.cols);
+    options.placement = run.options.placement;
+    const std::optional<int> node = number(ravelcore::KEY_TASK_SGEMV_NUMA_NODE);
+    if (node && options.placement.numa_node.kind == PlaceChoice::Kind::Auto) {
+        options.placement.numa_node = ParsePlaceChoice(ravelcore::KEY_TASK_SGEMV_NUMA_NODE,
+                                                       *node < 0 ? std::string("none") : std::to_string(*node));
+    }
 }
 
 }  // namespace lumo::ravelctl

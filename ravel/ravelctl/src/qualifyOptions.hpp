@@ -13,6 +13,7 @@ namespace lumo::ravelctl {
 /// What `ravelctl qualify` can be told; the values here are its defaults.
 struct QualifyOptions
 {
+    std::filesystem::path config;  // of a run; none where it is empty
     int rows = 300;
     int cols = 4788;
     std::optional<int> workers;  // 1, or one per CPU that is given

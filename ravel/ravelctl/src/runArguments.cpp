@@ -18,10 +18,6 @@ namespace lumo::ravelctl {
 
 namespace {
 
-// Half of 600 modes fits a core's cache where all of them do not, and two cores are what every machine has. A number
-// that does not depend on the machine keeps the results of one seed the same to the last bit.
-constexpr int DEFAULT_WORKERS = 2;
-
 /// Puts the option's name before what is refused.
 template <typename Parse>
 auto Named(const char* option, const Parse& parse)

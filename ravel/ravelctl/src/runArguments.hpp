@@ -13,6 +13,10 @@ class App;
 
 namespace lumo::ravelctl {
 
+// Half of 600 modes fits a core's cache where all of them do not, and two cores are what every machine has. A number
+// that does not depend on the machine keeps the results of one seed the same to the last bit.
+inline constexpr int DEFAULT_WORKERS = 2;
+
 /// What the parser reads for `ravelctl run`.
 struct RunArguments
 {

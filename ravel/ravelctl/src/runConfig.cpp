@@ -386,7 +386,7 @@ std::vector<Section> MakeLibrarySections()
              {FixedSize("num_pact", "position actuators", mirrorsim::NUM_PACT),
               FixedSize("num_es", "edge-sensor slots", mirrorsim::NUM_ES), SliceSize()}},
             {"cfg.task_sgemv",
-             "The matrix-vector task, with which ravelctl qualify times a machine; a run does not use it.",
+             "The matrix-vector task, with which ravelctl qualify CONFIG times a machine; a run does not use it.",
              {LibraryKey("num_rows", "rows of the matrix", "600", 1, ravelcore::KEY_TASK_SGEMV_NUM_ROWS),
               LibraryKey("num_cols", "columns of the matrix", "4788", 1, ravelcore::KEY_TASK_SGEMV_NUM_COLS),
               LibraryKey("numa_node", "NUMA node of its memory; -1 for any", "0", -1,

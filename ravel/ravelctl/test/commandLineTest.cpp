@@ -589,6 +589,43 @@ TEST(CommandLineTest, AQualificationAloneMeansTheDefaults)
     EXPECT_FALSE(options.flat_out || options.overwrite || options.quiet);
 }
 
+TEST(CommandLineTest, AQualificationForARunHasItsRateWorkersSlicesAndPlacement)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[run]\nmodes = 1001\nrate = 250.0\nworkers = 4\n[placement]\npriority = 20\n");
+    const auto options = ParseAs<QualifyOptions>({"qualify", file});
+    EXPECT_EQ(options.workers, 4);
+    EXPECT_EQ(options.rate_hz, 250.0);
+    EXPECT_EQ(options.rows, 251) << "the largest slice of 1001 modes";
+    EXPECT_EQ(options.cols, 4788);
+    EXPECT_EQ(options.placement.priority, 20);
+    EXPECT_EQ(options.placement.numa_node.kind, PlaceChoice::Kind::Auto);
+
+    const auto overridden = ParseAs<QualifyOptions>({"qualify", file, "--rows", "9", "--rate", "100"});
+    EXPECT_EQ(overridden.rows, 9);
+    EXPECT_EQ(overridden.rate_hz, 100.0);
+    EXPECT_EQ(overridden.workers, 4);
+}
+
+TEST(CommandLineTest, TheKeysOfTheMatrixVectorTaskSizeAQualification)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[cfg.task_sgemv]\nnum_rows = 70\nnum_cols = 80\nnuma_node = 0\n");
+    const auto options = ParseAs<QualifyOptions>({"qualify", file});
+    EXPECT_EQ(options.rows, 70);
+    EXPECT_EQ(options.cols, 80);
+    EXPECT_EQ(options.workers, 2);
+    EXPECT_EQ(options.placement.numa_node.numbers, std::vector<int>{0});
+
+    test::WriteBytes(file, "[cfg.task_sgemv]\nnuma_node = -1\n");
+    EXPECT_EQ(ParseAs<QualifyOptions>({"qualify", file}).placement.numa_node.kind, PlaceChoice::Kind::None);
+    test::WriteBytes(file, "[placement]\nnuma_node = 1\n[cfg.task_sgemv]\nnuma_node = 0\n");
+    EXPECT_EQ(ParseAs<QualifyOptions>({"qualify", file}).placement.numa_node.numbers, std::vector<int>{1})
+        << "what is said of the placement comes first";
+}
+
 TEST(CommandLineTest, TheDoctorPrintsJsonWhenAskedTo)
 {
     EXPECT_FALSE(ParseAs<DoctorOptions>({"doctor"}).json);
