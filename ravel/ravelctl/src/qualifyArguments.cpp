@@ -50,7 +50,7 @@ void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
 
 void QualifyFor(const RunArguments& run, QualifyOptions& options)
 {
-    const auto number = [&run](const char* key) {
+    const auto number = [&run](const std::string& key) {
         const auto found = run.options.cfg.find(key);
         return found == run.options.cfg.end() ? std::nullopt : std::optional<int>(std::stoi(found->second));
     };
