@@ -1,6 +1,7 @@
 #include "doctor.hpp"
 
 #include "error.hpp"
+#include "modeList.hpp"
 #include "placementOptions.hpp"
 #include "remedies.hpp"
 #include "resources.hpp"
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace lumo::ravelctl {
@@ -41,14 +43,18 @@ Finding ExamineCpus(const MachineFacts& facts)
     }
     const std::vector<int> online = ParseCpuList(*facts.cpus_online);
     const std::vector<int> allowed = ParseCpuList(*facts.cpus_allowed);
-    const bool all = std::includes(allowed.begin(), allowed.end(), online.begin(), online.end());
+    // Isolated ones are not among them, and must not be: whoever wants them asks for them by name.
+    const std::vector<int> isolated = ParseCpuList(facts.cpus_isolated.value_or(""));
+    std::vector<int> ordinary;
+    std::set_difference(online.begin(), online.end(), isolated.begin(), isolated.end(), std::back_inserter(ordinary));
+    const bool all = std::includes(allowed.begin(), allowed.end(), ordinary.begin(), ordinary.end());
     Finding finding{"CPUs", fmt::format("{} online, {} allowed", *facts.cpus_online, *facts.cpus_allowed), Health::Ok,
                     ""};
     constexpr std::size_t ENOUGH = 3;  // two workers, and one for the cycle and the rest of the system
     if (!all) {
         finding.health = Health::CouldBeBetter;
-        finding.remedy = fmt::format("taskset -c {} ravelctl run", *facts.cpus_online);
-    } else if (allowed.size() < ENOUGH) {
+        finding.remedy = fmt::format("taskset -c {} ravelctl run", FormatModeList(ordinary));
+    } else if (online.size() < ENOUGH) {
         finding.health = Health::CouldBeBetter;
         finding.value += "; two workers and the rest of the system share them";
     }
@@ -63,7 +69,7 @@ Finding ExamineAside(const char* name, const std::optional<std::string>& cpus, c
     if (!ParseCpuList(cpus.value_or("")).empty()) {
         return {name, *cpus, Health::Ok, ""};
     }
-    const std::string wanted = remedies::CpusToSetAside(ParseCpuList(facts.cpus_online.value_or("")));
+    const std::string wanted = remedies::CpusToSetAside(facts.topology);
     return {name, "none", Health::CouldBeBetter,
             wanted.empty() ? "" : remedies::KernelArguments(fmt::format("{}={}", argument, wanted))};
 }
@@ -113,6 +119,11 @@ Finding ExamineLockedMemory(const MachineFacts& facts)
     }
     if (*facts.memlock_limit_bytes == NO_LIMIT) {
         return {"locked memory", "no limit", Health::Ok, ""};
+    }
+    if (facts.may_lock_beyond_limit == true) {
+        return {"locked memory",
+                fmt::format("no limit for this user (others: {})", FormatBytes(*facts.memlock_limit_bytes)), Health::Ok,
+                ""};
     }
     return {"locked memory", fmt::format("at most {}", FormatBytes(*facts.memlock_limit_bytes)), Health::CouldBeBetter,
             remedies::LockedMemory()};

@@ -8,6 +8,7 @@
 #include <cblas.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <charconv>
@@ -112,6 +113,24 @@ void TryThread(MachineFacts& facts)
     thread.join();
 }
 
+/// Nothing is really locked: a page would be once it is touched, and these cannot be.
+std::optional<bool> TryLockingBeyond(std::optional<std::uint64_t> limit_bytes)
+{
+    constexpr std::uint64_t MOST = std::uint64_t{1} << 40U;  // with a higher limit it does not matter
+    constexpr std::uint64_t PAGE = 4096;
+    if (!limit_bytes || *limit_bytes >= MOST) {
+        return std::nullopt;
+    }
+    const std::uint64_t bytes = *limit_bytes / PAGE * PAGE + PAGE;
+    void* const mapping = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapping == MAP_FAILED) {
+        return std::nullopt;
+    }
+    const bool is_granted = mlock2(mapping, bytes, MLOCK_ONFAULT) == 0;
+    munmap(mapping, bytes);
+    return is_granted;
+}
+
 }  // namespace
 
 MachineFacts ReadMachineFiles(const fs::path& root)
@@ -129,6 +148,7 @@ MachineFacts ReadMachineFiles(const fs::path& root)
     facts.cpus_allowed = FindField(root / "proc/self/status", "Cpus_allowed_list:");
     facts.cpus_isolated = ReadFirstLine(root / CPU_FOLDER / "isolated");
     facts.cpus_nohz_full = ReadFirstLine(root / CPU_FOLDER / "nohz_full");
+    facts.topology = ReadCpuTopology(root, ParseCpuList(facts.cpus_online.value_or("")));
     facts.governors = ReadGovernors(root);
     facts.rt_runtime_us = ReadNumber<std::int64_t>(kernel / "sched_rt_runtime_us");
     facts.rt_period_us = ReadNumber<std::int64_t>(kernel / "sched_rt_period_us");
@@ -152,6 +172,7 @@ MachineFacts GatherMachine(const fs::path& root)
     MachineFacts facts = ReadMachineFiles(root);
     facts.rtprio_limit = FindLimit(RLIMIT_RTPRIO);
     facts.memlock_limit_bytes = FindLimit(RLIMIT_MEMLOCK);
+    facts.may_lock_beyond_limit = TryLockingBeyond(facts.memlock_limit_bytes);
     facts.blas = DescribeBlas();
     facts.blas_parallel = openblas_get_parallel();
     TryThread(facts);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cpuTopology.hpp"
 #include "durations.hpp"
 #include "systemFiles.hpp"
 
@@ -23,6 +24,7 @@ struct MachineFacts
     std::optional<std::string> cpus_allowed;
     std::optional<std::string> cpus_isolated;
     std::optional<std::string> cpus_nohz_full;
+    CpuTopology topology;                       // of the CPUs that are online
     std::vector<std::string> governors;         // of the CPUs' frequencies; each once, ascending
     std::optional<std::int64_t> rt_runtime_us;  // -1: no limit
     std::optional<std::int64_t> rt_period_us;
@@ -39,6 +41,7 @@ struct MachineFacts
     // From the system's answers.
     std::optional<std::uint64_t> rtprio_limit;
     std::optional<std::uint64_t> memlock_limit_bytes;  // the largest value: no limit
+    std::optional<bool> may_lock_beyond_limit;         // whether more memory than that could be locked all the same
     std::optional<bool> fifo_granted;                  // whether a thread was given SCHED_FIFO
     std::string blas;
     int blas_parallel = -1;                 // what openblas_get_parallel() answers

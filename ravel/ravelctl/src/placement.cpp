@@ -119,14 +119,14 @@ std::vector<int> ChooseWorkerCpus(const PlacementOptions& options, std::size_t n
     return cores.TakeNext(num_workers, options.numa_node);
 }
 
-/// Of the cycle's thread, which must leave a core for the rest; -1: anywhere.
-int ChooseCycleCpu(const PlacementOptions& options, bool are_workers_pinned, Cores& cores)
+/// Of the cycle's thread, which must leave a core for the rest, unless that `has_own`; -1: anywhere.
+int ChooseCycleCpu(const PlacementOptions& options, bool are_workers_pinned, bool has_own, Cores& cores)
 {
     if (options.cycle_cpu.IsGiven()) {
         return options.cycle_cpu.numbers.front();
     }
-    constexpr std::size_t WITH_REST = 2;
-    if (options.cycle_cpu.kind == PlaceChoice::Kind::None || !are_workers_pinned || cores.CountFree() < WITH_REST) {
+    const std::size_t needed = has_own ? 1 : 2;
+    if (options.cycle_cpu.kind == PlaceChoice::Kind::None || !are_workers_pinned || cores.CountFree() < needed) {
         return -1;
     }
     return cores.TakeNext(1, PlaceChoice{}).front();
@@ -191,7 +191,8 @@ PlacementPlan PlanPlacement(const PlacementOptions& options, const PlacementNeed
         worker.priority = priority;
         worker.numa_node = ChooseNode(options.numa_node, worker.cpu, topology);
     }
-    plan.cycle.cpu = ChooseCycleCpu(options, !cpus.empty(), cores);
+    const bool has_rest_own_cores = candidates.usable.size() < topology.usable.size();  // those not isolated
+    plan.cycle.cpu = ChooseCycleCpu(options, !cpus.empty(), has_rest_own_cores, cores);
     plan.cycle.priority =
         options.cycle_priority.value_or(priority > 0 ? priority + PlacementOptions::PRIORITY_STEP : 0);
     plan.rest = FindRest(plan, topology);

@@ -19,6 +19,15 @@ std::string Describe(int error)
     return std::generic_category().message(error);
 }
 
+/// EAGAIN: the memory of now could be locked, but more than the limit could not be had later.
+std::string DescribeLockError(int error, std::optional<std::uint64_t> limit)
+{
+    if (error == EAGAIN && limit) {
+        return fmt::format("with a limit of {} the process could not get more later", FormatBytes(*limit));
+    }
+    return Describe(error) + (limit ? fmt::format(", limit {}", FormatBytes(*limit)) : "");
+}
+
 /// What was asked for, with the priorities that there will be: the choice of CPUs depends on them.
 PlacementOptions WithPriorities(PlacementOptions options, const PlacementPlan& plan)
 {
@@ -37,7 +46,11 @@ RealTimeProcess::RealTimeProcess(const PlacementOptions& options, const Placemen
     if (m_is_paced) {
         m_calls.KeepFreedMemory();
         TryPriorities();
+        const bool was_pinned = m_report.plan.workers.front().cpu >= 0;
         m_report.plan = PlanPlacement(WithPriorities(options, m_report.plan), needs, topology);
+        if (was_pinned && m_report.plan.workers.front().cpu < 0) {  // the refused priority is the last thing said
+            m_report.refused.back().why += "; without it no CPU is chosen, unless --cpus names them";
+        }
         LookAtMachine(facts, topology);
     }
 }
@@ -80,7 +93,7 @@ void RealTimeProcess::LookAtMachine(const MachineFacts& facts, const CpuTopology
                                     remedies::Governor()});
     }
     if (!m_report.plan.rest.empty() && topology.isolated.empty()) {  // there are CPUs enough
-        const std::string cpus = remedies::CpusToSetAside(topology.usable);
+        const std::string cpus = remedies::CpusToSetAside(topology);
         m_report.refused.push_back({"CPUs without other work", "none are isolated",
                                     cpus.empty() ? "" : remedies::KernelArguments("isolcpus=" + cpus)});
     }
@@ -93,9 +106,8 @@ void RealTimeProcess::LockMemory()
     m_report.memory_locked = m_is_locked;
     if (error != 0) {
         const auto limit = m_calls.GetLockLimit();
-        m_report.refused.push_back({"locked memory",
-                                    Describe(error) + (limit ? fmt::format(", limit {}", FormatBytes(*limit)) : ""),
-                                    limit ? remedies::LockedMemory() : ""});
+        m_report.refused.push_back(
+            {"locked memory", DescribeLockError(error, limit), limit ? remedies::LockedMemory() : ""});
     }
 }
 
@@ -137,10 +149,11 @@ void RealTimeProcess::SetWorkers(const std::vector<GrantedPlace>& workers, const
     }
     m_report.huge_pages = huge_pages;
     if (huge_pages.wanted_bytes > 0 && huge_pages.granted_bytes == 0) {
-        // EINVAL: switched off, or a kernel before 6.1, which cannot do it at once.
-        m_report.refused.push_back({"huge pages", Describe(huge_pages.error),
-                                    huge_pages.error == EINVAL ? remedies::TransparentHugePages()
-                                                               : "echo 1 | sudo tee /proc/sys/vm/compact_memory"});
+        // EINVAL: a kernel without huge pages, or before 6.1; its settings do not matter for this call.
+        m_report.refused.push_back(
+            {"huge pages",
+             huge_pages.error == EINVAL ? "the kernel cannot, which Linux 6.1 can" : Describe(huge_pages.error),
+             huge_pages.error == EINVAL ? "" : "echo 1 | sudo tee /proc/sys/vm/compact_memory"});
     }
 }
 

@@ -13,7 +13,7 @@ namespace lumo::ravelctl {
 /// The process around a loop: places its threads and takes what a real-time process needs. What the system refuses is
 /// kept for the report; the loop then runs without it.
 ///
-/// Where cycles are not paced nothing is asked of the system but what the options name.
+/// Where cycles are not paced, neither priorities nor locked memory are asked for; CPUs and huge pages are.
 /// Calling order: construct, Enter before the threads start, AddThreads when they have started, Leave when they have
 /// been joined. Thread: always the same slow one.
 class RealTimeProcess

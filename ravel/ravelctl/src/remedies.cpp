@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
+#include <set>
+#include <vector>
 
 namespace lumo::ravelctl::remedies {
 
@@ -42,13 +45,21 @@ std::string KernelArguments(const std::string& arguments)
         "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot", arguments);
 }
 
-std::string CpusToSetAside(const std::vector<int>& online)
+std::string CpusToSetAside(const CpuTopology& topology)
 {
+    std::set<int> cores;
+    for (const int cpu : topology.usable) {
+        cores.insert(topology.CoreOf(cpu));
+    }
     constexpr std::size_t FEWEST = 2;
-    if (online.size() < FEWEST) {
+    if (cores.size() < FEWEST) {
         return "";
     }
-    return FormatModeList({online.begin() + static_cast<std::ptrdiff_t>((online.size() + 1) / 2), online.end()});
+    const int first_aside = *std::next(cores.begin(), static_cast<std::ptrdiff_t>((cores.size() + 1) / 2));
+    std::vector<int> aside;
+    std::copy_if(topology.usable.begin(), topology.usable.end(), std::back_inserter(aside),
+                 [&](int cpu) { return topology.CoreOf(cpu) >= first_aside; });
+    return FormatModeList(aside);
 }
 
 }  // namespace lumo::ravelctl::remedies

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "cpuTopology.hpp"
+
 #include <string>
-#include <vector>
 
 /// Commands that a person can give to get more out of a machine. One place for all messages.
 namespace lumo::ravelctl::remedies {
@@ -17,7 +18,8 @@ std::string TransparentHugePages();
 /// Arguments for the kernel, such as "isolcpus=2,3".
 std::string KernelArguments(const std::string& arguments);
 
-/// The CPUs of `online` to set aside: the upper half, but never the first one. "" where there are too few.
-std::string CpusToSetAside(const std::vector<int>& online);
+/// The CPUs to set aside: every CPU of the upper half of the cores, but never the first core. "" where there are too
+/// few. A core whose second thread does other work is not set aside.
+std::string CpusToSetAside(const CpuTopology& topology);
 
 }  // namespace lumo::ravelctl::remedies

@@ -18,7 +18,7 @@ MachineFacts GoodMachine()
     facts.kernel_version = "#1 SMP PREEMPT_RT Debian 6.1.55-1";
     facts.kernel_realtime = "1";
     facts.cpus_online = "0-7";
-    facts.cpus_allowed = "0-7";
+    facts.cpus_allowed = "0-3";  // as the kernel has it: isolated ones are not among them
     facts.cpus_isolated = "4-7";
     facts.cpus_nohz_full = "4-7";
     facts.governors = {"performance"};
@@ -50,6 +50,7 @@ MachineFacts BadMachine()
     facts.kernel_release = "6.1.0-13-amd64";
     facts.kernel_version = "#1 SMP PREEMPT_DYNAMIC Debian 6.1.55-1";
     facts.cpus_online = "0-3";
+    facts.topology.usable = {0, 1, 2, 3};
     facts.cpus_allowed = "1";
     facts.cpus_isolated = "";
     facts.cpus_nohz_full = "(null)";
@@ -92,7 +93,7 @@ TEST(DoctorTest, AGoodMachineIsOkInEverythingAndNeedsNothing)
     const auto findings = Examine(GoodMachine());
     EXPECT_EQ(FormatFindings(findings),
               "kernel               ok               6.1.0-13-rt-amd64, PREEMPT_RT\n"
-              "CPUs                 ok               0-7 online, 0-7 allowed\n"
+              "CPUs                 ok               0-7 online, 0-3 allowed\n"
               "isolated CPUs        ok               4-7\n"
               "CPUs without a tick  ok               4-7\n"
               "frequency governor   ok               performance\n"
@@ -184,10 +185,30 @@ TEST(DoctorTest, OneFileSaysEnoughForARealTimeKernel)
     EXPECT_EQ(Find(facts, "kernel").health, Health::Ok);
 }
 
+TEST(DoctorTest, IsolatedCpusAreNotMissedAmongTheAllowedOnes)
+{
+    MachineFacts facts = GoodMachine();
+    EXPECT_EQ(Find(facts, "CPUs").health, Health::Ok);
+    facts.cpus_allowed = "0-1";
+    EXPECT_EQ(Find(facts, "CPUs").health, Health::CouldBeBetter);
+    EXPECT_EQ(Find(facts, "CPUs").remedy, "taskset -c 0-3 ravelctl run") << "no other work for 4 to 7";
+}
+
+TEST(DoctorTest, WhoMayLockBeyondTheLimitLacksNothing)
+{
+    MachineFacts facts = GoodMachine();
+    facts.memlock_limit_bytes = 8'000'000;
+    EXPECT_EQ(Find(facts, "locked memory").health, Health::CouldBeBetter);
+    facts.may_lock_beyond_limit = true;
+    EXPECT_EQ(Find(facts, "locked memory").health, Health::Ok);
+    EXPECT_EQ(Find(facts, "locked memory").remedy, "");
+}
+
 TEST(DoctorTest, FewCpusCouldBeBetterButNoCommandHelps)
 {
     MachineFacts facts = GoodMachine();
     facts.cpus_online = facts.cpus_allowed = "0-1";
+    facts.cpus_isolated = "";
     EXPECT_EQ(Find(facts, "CPUs").value, "0-1 online, 0-1 allowed; two workers and the rest of the system share them");
     EXPECT_EQ(Find(facts, "CPUs").health, Health::CouldBeBetter);
     EXPECT_EQ(Find(facts, "CPUs").remedy, "");

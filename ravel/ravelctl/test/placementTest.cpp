@@ -1,5 +1,6 @@
 #include "error.hpp"
 #include "placement.hpp"
+#include "remedies.hpp"
 #include "support/thrown.hpp"
 
 #include <gmock/gmock.h>
@@ -114,6 +115,16 @@ TEST(PlacementTest, WithTooFewCoresForTheWorkersNothingIsPinned)
     EXPECT_EQ(plan.workers[0].priority, 50) << "they still come before everything else";
 }
 
+TEST(PlacementTest, CpusAreToBeSetAsideByWholeCores)
+{
+    EXPECT_EQ(remedies::CpusToSetAside(TwoNodes()), "4-7,12-15") << "n and n + 8 are one core";
+    EXPECT_EQ(remedies::CpusToSetAside(Plain(5)), "3,4");
+    EXPECT_EQ(remedies::CpusToSetAside(Plain(1)), "");
+    CpuTopology one_core = Plain(2);
+    one_core.core_of = {{0, 0}, {1, 0}};
+    EXPECT_EQ(remedies::CpusToSetAside(one_core), "") << "two threads of one core";
+}
+
 TEST(PlacementTest, OrdinarySchedulingIsPinnedToIsolatedCpusOnly)
 {
     PlacementOptions options;
@@ -126,6 +137,7 @@ TEST(PlacementTest, OrdinarySchedulingIsPinnedToIsolatedCpusOnly)
     EXPECT_EQ(plan.cycle.cpu, 4);
     EXPECT_THAT(plan.rest, ElementsAre(0, 1, 2, 7));
     EXPECT_THAT(CpusOf(Plan(5, topology, options)), Each(-1)) << "4 are isolated";
+    EXPECT_EQ(Plan(3, topology, options).cycle.cpu, 3) << "the rest has CPUs of its own";
     options.cpus = ParsePlaceChoice("--cpus", "0,1");
     EXPECT_THAT(CpusOf(Plan(2, topology, options)), ElementsAre(0, 1)) << "what is given is given";
     EXPECT_THAT(CpusOf(PlanPlacement({}, {1, "--flat-out"}, Plain(4))), ElementsAre(3)) << "no time is kept";

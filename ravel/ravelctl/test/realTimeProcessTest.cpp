@@ -102,7 +102,8 @@ TEST_F(RealTimeProcessTest, APriorityThatIsRefusedIsSaidOnceAndNotAskedForByTheT
 {
     m_system.highest_priority = 0;
     const std::vector<std::string> lines = Run({});
-    EXPECT_THAT(lines, Contains("not granted: real-time priority 60 (Operation not permitted); what would allow it: "
+    EXPECT_THAT(lines, Contains("not granted: real-time priority 60 (Operation not permitted; without it no CPU is "
+                                "chosen, unless --cpus names them); what would allow it: "
                                 "echo \"$USER - rtprio 89\" | sudo tee -a /etc/security/limits.d/ravel.conf  "
                                 "# then log in again"));
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
@@ -165,9 +166,7 @@ TEST_F(RealTimeProcessTest, WithTooFewCpusNobodyIsToldToIsolateSome)
 TEST_F(RealTimeProcessTest, HugePagesThatAreRefusedAreSaidAndAPartIsNot)
 {
     m_huge_pages = {10'000'000, 0, EINVAL};
-    EXPECT_THAT(Run({}),
-                Contains("not granted: huge pages (Invalid argument); what would allow it: echo madvise | sudo "
-                         "tee /sys/kernel/mm/transparent_hugepage/enabled"));
+    EXPECT_THAT(Run({}), Contains("not granted: huge pages (the kernel cannot, which Linux 6.1 can)"));
     m_huge_pages = {10'000'000, 0, ENOMEM};
     EXPECT_THAT(Run({}), Contains(HasSubstr("echo 1 | sudo tee /proc/sys/vm/compact_memory")));
     m_huge_pages = {10'000'000, 4'000'000, EINVAL};
