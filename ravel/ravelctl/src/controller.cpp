@@ -270,6 +270,13 @@ void Controller::MakeGains()
     }
     std::vector<ravelcore::PidFilterContext> channels;
     ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F, m_pid_params, channels);
+    if (!m_options.gains.empty() && !m_player) {  // frames that are played do not run away
+        try {
+            CheckStable(channels, plant);
+        } catch (const InputError& e) {
+            throw InputError(fmt::format("{}: {}", m_options.gains.string(), e.what()));
+        }
+    }
     const MarginRange range = ComputeMarginRange(channels, plant);
     m_report.margins = range.lowest;
     m_report.highest_crossover_hz = range.highest_crossover_hz;
@@ -519,11 +526,14 @@ void Controller::SaveConfig()
     RunOptions options = m_options;
     options.output.clear();
     options.overwrite = false;
-    for (std::filesystem::path* path : {&options.matrices, &options.gains, &options.script, &options.play.es,
-                                        &options.play.pact, &options.inject.file, &options.log_config}) {
+    for (std::filesystem::path* path : {&options.matrices, &options.script, &options.play.es, &options.play.pact,
+                                        &options.inject.file, &options.log_config}) {
         if (!path->empty()) {
             *path = std::filesystem::absolute(*path);
         }
+    }
+    if (!options.gains.empty()) {
+        options.gains = std::filesystem::absolute(m_options.output / "gains.fits");  // the run's own: others may change
     }
     const std::string name = "config.toml";
     try {

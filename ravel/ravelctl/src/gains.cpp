@@ -83,4 +83,19 @@ void CheckGains(std::span<const float> params)
     }
 }
 
+void CheckStable(std::span<const ravelcore::PidFilterContext> channels, const Plant& plant)
+{
+    for (std::size_t mode = 0; mode < channels.size(); ++mode) {
+        const Margins margins = ComputeMargins(channels[mode], plant);
+        // A very high gain has no crossover at all: it is above 1 up to half the rate.
+        const bool has_no_phase_left = margins.crossover_hz > 0.0 && margins.phase_margin_deg <= 0.0;
+        if (has_no_phase_left || margins.gain_margin_db <= 0.0) {
+            throw InputError(
+                fmt::format("mode {}: expected gains with which the loop is stable but at {:g} Hz they leave a phase "
+                            "margin of {:.0f} deg and a gain margin of {:.1f} dB; use gains for this rate",
+                            mode, 1.0 / plant.period_s, margins.phase_margin_deg, margins.gain_margin_db));
+        }
+    }
+}
+
 }  // namespace lumo::ravelctl

@@ -40,4 +40,8 @@ void ChangeGains(const float* params, ravelcore::PidFilterContext& channel) noex
 /// Failure: InputError that names the mode and the parameter.
 void CheckGains(std::span<const float> params);
 
+/// Refuses gains with which the loop of a mode runs away: with the plant of this rate it has no phase margin or no gain
+/// margin. Failure: InputError that names the mode and the margins.
+void CheckStable(std::span<const ravelcore::PidFilterContext> channels, const Plant& plant);
+
 }  // namespace lumo::ravelctl

@@ -72,7 +72,23 @@ TEST(ControllerTest, ARunBeginsWithTheGainsOfAFileAndSaysWhatTheyMean)
 
     RunArguments repeated;
     LoadConfig(options.output / "config.toml", repeated);
-    EXPECT_EQ(repeated.options.gains, std::filesystem::absolute(options.gains));
+    EXPECT_EQ(repeated.options.gains, std::filesystem::absolute(options.output / "gains.fits"))
+        << "the run's own, which nobody replaces";
+}
+
+TEST(ControllerTest, GainsWithWhichTheLoopWouldRunAwayAreRefusedWithMode)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "designed");
+    RunInProcess(options);
+    std::vector<float> gains = test::LoadRecording(options.output / "gains.fits").values;
+    gains[7 * 10] *= 6.0F;  // kp of mode 7
+    options.gains = folder / "wild.fits";
+    ravelcore::SaveMatrix(options.gains.string(), "gains", 1, static_cast<int>(gains.size()), gains);
+    options.output = folder / "wild";
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { RunInProcess(options); }),
+                testing::ContainsRegex("wild.fits: mode 7: expected gains with which the loop is stable but at 500 Hz "
+                                       "they leave a phase margin of -[0-9]+ deg and a gain margin of -3.5 dB"));
 }
 
 TEST(ControllerTest, GainsOfAnotherNumberOfModesAreRefusedBeforeAnythingIsWritten)

@@ -180,6 +180,22 @@ std::string GainsRefusal(std::size_t param, float value)
     return test::ThrownLine<InputError>([&params] { CheckGains(params); });
 }
 
+TEST(GainsTest, ALoopWithoutMarginsIsRefusedWithItsModeAndOneThatNeverCrossesIsNot)
+{
+    const Plant plant = PlantAt(500.0);
+    std::vector<float> params = DesignGains(DesignFor(500.0), plant, MakeModes(), STROKE_UM);
+    const auto channels = [&params, &plant] {
+        std::vector<ravelcore::PidFilterContext> all;
+        ravelcore::PidFilterCopy(static_cast<float>(plant.period_s), 0.0F, params, all);
+        return all;
+    };
+    EXPECT_NO_THROW(CheckStable(channels(), plant));
+    params[10] = 0.0F;  // kp of mode 1
+    EXPECT_NO_THROW(CheckStable(channels(), plant));
+    params[20] *= 10.0F;  // kp of mode 2
+    EXPECT_EQ(test::ThrownLine<InputError>([&] { CheckStable(channels(), plant); }).substr(0, 7), "mode 2:");
+}
+
 TEST(GainsTest, GainsWithWhichNoChannelCanWorkAreRefusedWithModeAndParameter)
 {
     EXPECT_NO_THROW(CheckGains(TwoChannels()));
