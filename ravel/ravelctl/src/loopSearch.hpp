@@ -38,9 +38,9 @@ bool MeetsDemands(const ravelcore::PidFilterContext& channel, const Plant& plant
 /// A channel with its gains replaced and its coefficients derived from them.
 ravelcore::PidFilterContext WithGains(ravelcore::PidFilterContext channel, double kp, double ki);
 
-/// The PI controllers among which the best one is looked for: for some places of the controller's zero, from one on the
-/// pole of the actuators' lag at half to one and a half of its frequency, gains from the lowest to the highest that
-/// is demanded. What else a channel has, such as a derivative, is kept.
+/// The PI controllers among which the best one is looked for: with the controller's zero at 0.5 to 1.4 times the
+/// frequency of the actuators' lag, and gains from the lowest to the highest that meets the demands. What else a
+/// channel has, such as a derivative, is kept.
 class LoopSearch
 {
 public:

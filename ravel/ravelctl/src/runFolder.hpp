@@ -59,6 +59,9 @@ public:
     /// Rms of the surface in the controlled modes, nm, from the first judged cycle on; none where nobody saw it.
     std::optional<double> GetSurfaceNm() const { return m_surface_nm; }
 
+    /// Whether the run's script changed gains, measured modes or a matrix.
+    bool IsChangedMidway() const { return m_gains.size() > 1 || m_before_redefinition < m_cycles; }
+
     /// Loads the recording `name`, such as modes_in, which must hold every cycle of the run: of one that does not it
     /// says why, and how to run so that it will.
     ModesRecording LoadEveryCycle(const std::string& name) const;

@@ -2,8 +2,8 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "longWork.hpp"
 #include "parameterFile.hpp"
-#include "progressText.hpp"
 #include "resources.hpp"
 #include "runFolder.hpp"
 #include "tuneCheck.hpp"
@@ -12,8 +12,6 @@
 
 #include <fmt/core.h>
 #include <unistd.h>
-
-#include <chrono>
 
 namespace lumo::ravelctl {
 
@@ -63,7 +61,8 @@ std::string DescribeDemands(const LoopDemands& demands)
         demands.max_crossover_hz ? fmt::format(", a crossover up to {:g} Hz", *demands.max_crossover_hz) : "");
 }
 
-void WriteFiles(const TuneOptions& options, const Tuning& tuning, std::ostream& out)
+/// `is_changed_midway`: the script of the run replaces gains or modes, and would again.
+void WriteFiles(const TuneOptions& options, const Tuning& tuning, bool is_changed_midway, std::ostream& out)
 {
     if (options.output.empty()) {
         return;
@@ -72,8 +71,9 @@ void WriteFiles(const TuneOptions& options, const Tuning& tuning, std::ostream& 
     WriteTuning(tuning, options.run, options.output / JSON_FILE);
     const std::string folder = options.output.string();
     out << fmt::format("files                   {}: {}, {}\n", folder, GAINS_FILE, JSON_FILE)
-        << fmt::format("to try them             ravelctl run {} --gains {} --output NEXT\n",
-                       (options.run / "config.toml").string(), (options.output / GAINS_FILE).string())
+        << fmt::format("to try them             ravelctl run {} --gains {}{} --output NEXT\n",
+                       (options.run / "config.toml").string(), (options.output / GAINS_FILE).string(),
+                       is_changed_midway ? " --script \"\"" : "")
         << fmt::format("and to compare          ravelctl tune NEXT --check {}\n",
                        (options.output / JSON_FILE).string());
 }
@@ -88,8 +88,8 @@ void CheckTuneOptions(const TuneOptions& options)
     if (options.demands.max_crossover_hz) {
         CheckRange("--max-crossover", *options.demands.max_crossover_hz, 0.002, 2500.0, " Hz");
     }
-    if (!options.check.empty() && !options.output.empty()) {
-        throw InputError("--check: expected no --output besides: nothing is proposed then");
+    if (!options.check.empty() && (!options.output.empty() || options.overwrite || options.from != TuneFrom::Auto)) {
+        throw InputError("--check: expected no --output, --overwrite or --from besides: nothing is proposed then");
     }
 }
 
@@ -103,13 +103,12 @@ int Tune(const TuneOptions& options, std::ostream& out)
         return check.is_confirmed ? EXIT_OK : EXIT_FAILED;
     }
     PrepareOutput(options);
-    ProgressText progress(StatusLine::StyleFor(false, STDOUT_FILENO), out, ProgressText::Clock::now());
-    const Tuning tuning = TuneModes(run, options, [&](std::size_t mode) {
-        progress.Update(fmt::format("tuning mode {} of {}", mode, run.GetModes()), ProgressText::Clock::now());
-    });
-    progress.Finish();
+    LongWork work(StatusLine::StyleFor(false, STDOUT_FILENO), out, "reading " + run.GetPath().string());
+    const Tuning tuning = TuneModes(
+        run, options, [&](std::size_t mode) { work.Tell(fmt::format("tuning mode {} of {}", mode, run.GetModes())); });
+    work.Finish();
     out << DescribeDisturbance(tuning, run) << DescribeDemands(options.demands) << FormatTuning(tuning);
-    WriteFiles(options, tuning, out);
+    WriteFiles(options, tuning, run.IsChangedMidway(), out);
     out << std::flush;
     return EXIT_OK;
 }

@@ -29,21 +29,25 @@ void CheckSameLoop(const Prediction& prediction, const RunFolder& run, const std
         const std::size_t begin = mode * static_cast<std::size_t>(ravelcore::NUM_PID_FILTER_PARAMS);
         if (params[begin] != expected.kp || params[begin + 1] != expected.ki) {
             throw InputError(fmt::format(
-                "{}: mode {}: expected kp {} and ki {}, as proposed, but the run had {} and {}; run with --gains", name,
-                mode, expected.kp, expected.ki, params[begin], params[begin + 1]));
+                "{}: mode {}: expected kp {} and ki {}, as proposed, but the run had {} and {}{}", name, mode,
+                expected.kp, expected.ki, params[begin], params[begin + 1],
+                run.IsChangedMidway() ? " at its end; run with --gains and without its script: --script \"\""
+                                      : "; run with --gains"));
         }
     }
 }
 
 std::string FormatRow(const char* name, double predicted, double measured)
 {
-    return fmt::format("  {:<22}{:11.2f}{:11.2f}{:+11.1f} %\n", name, predicted, measured,
-                       100.0 * (measured / predicted - 1.0));
+    const std::string difference =
+        predicted > 0.0 ? fmt::format("{:+11.1f} %", 100.0 * (measured / predicted - 1.0)) : fmt::format("{:>13}", "-");
+    return fmt::format("  {:<22}{:11.2f}{:11.2f}{}\n", name, predicted, measured, difference);
 }
 
 bool IsNear(double measured, double predicted)
 {
-    return std::abs(measured - predicted) <= PredictionCheck::TOLERANCE * predicted;
+    constexpr double NOTHING_NM = 0.1;  // what is predicted to be noise alone may be a trifle
+    return std::abs(measured - predicted) <= std::max(PredictionCheck::TOLERANCE * predicted, NOTHING_NM);
 }
 
 /// Measured over predicted, mode by mode; those of which nothing is predicted are left aside.
@@ -92,7 +96,9 @@ PredictionCheck CheckPrediction(const Prediction& prediction, const RunFolder& r
     check.is_confirmed = IsNear(residual_nm, prediction.residual_nm);
     check.text = fmt::format("{:<24}{:>11}{:>11}{:>13}\n", "all modes, nm rms", "predicted", "measured", "difference");
     check.text += FormatRow("as measured", prediction.residual_nm, residual_nm);
-    if (const std::optional<double> surface_nm = run.GetSurfaceNm()) {
+    // The run's own figure begins with its second half: it mixes what there was before a later change of gains.
+    const bool is_comparable = gains.back().before_cycle <= run.GetFirstJudgedCycle();
+    if (const std::optional<double> surface_nm = run.GetSurfaceNm(); surface_nm && is_comparable) {
         check.is_confirmed = check.is_confirmed && IsNear(*surface_nm, prediction.surface_nm);
         check.text += FormatRow("surface, controlled", prediction.surface_nm, *surface_nm);
     }

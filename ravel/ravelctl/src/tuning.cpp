@@ -161,7 +161,8 @@ public:
         mode.proposed = Describe(disturbance, FindSearch(channel).FindBest(disturbance, m_skipped));
         constexpr double WORTH_IT = 0.98;  // of the mean square: 1 % of the rms
         const bool is_better = mode.proposed.residual_um2 < WORTH_IT * mode.now.residual_um2;
-        if (!is_better && MeetsDemands(channel, m_plant, m_demands)) {
+        const bool runs_away = !std::isfinite(mode.proposed.residual_um2);  // with a derivative that the search keeps
+        if (runs_away || (!is_better && MeetsDemands(channel, m_plant, m_demands))) {
             mode.proposed = mode.now;
             mode.is_kept = true;
         }
@@ -243,7 +244,7 @@ TuningTotals Tuning::ComputeTotals() const
         surface_now += std::max(0.0, mode.now.residual_um2 - mode.noise_um2);
         surface_proposed += std::max(0.0, mode.proposed.residual_um2 - mode.noise_um2);
         for (std::size_t i = 0; i < quarters.size(); ++i) {
-            quarters[i] += mode.quarters_um2[i] - mode.noise_um2;
+            quarters[i] += std::max(0.0, mode.quarters_um2[i] - mode.noise_um2);
         }
         recorded = recorded && mode.recorded_um2 ? std::optional(*recorded + *mode.recorded_um2) : std::nullopt;
     }
@@ -301,7 +302,8 @@ Tuning TuneModes(const RunFolder& run, const TuneOptions& options, const std::fu
     const bool is_redefined = run.GetCyclesBeforeRedefinition() < run.GetCycles();
     const std::vector<double> recorded =
         is_redefined ? std::vector<double>() : MeasureResiduals(data.in, FirstMeasuredCycle(run, gains));
-    tuning.run_surface_nm = is_redefined ? std::nullopt : run.GetSurfaceNm();
+    const bool is_mixed = is_redefined || gains.back().before_cycle > run.GetFirstJudgedCycle();
+    tuning.run_surface_nm = is_mixed ? std::nullopt : run.GetSurfaceNm();
     tuning.limited_cycles = tuning.is_from_open ? 0 : CountLimited(data.arw, range);
     Tuner tuner(tuning.plant, options.demands, tuning.skipped);
     tuning.modes.reserve(channels.size());

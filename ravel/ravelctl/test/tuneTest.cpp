@@ -406,6 +406,23 @@ TEST_F(TuneTest, OnlyTheCyclesBeforeAScriptReplacedModesCount)
                           "or a matrix; run for a longer --duration"));
 }
 
+TEST_F(TuneTest, WhereTheScriptChangedGainsTheNextRunIsToldToLeaveItOut)
+{
+    RunOptions run = Run("changed");
+    run.modes = 20;
+    run.duration_s = 3.0;
+    run.script = m_folder / "script.toml";
+    test::WriteBytes(run.script, "[[at]]\ntime = 2.0\ngains = { kp = 0.3 }\n");
+    test::RunInProcess(run);
+    const std::string text = RunTune(Options(run.output)).text;
+    EXPECT_THAT(text, HasSubstr("/tuned/gains.fits --script \"\" --output NEXT\n"));
+    EXPECT_THAT(text, testing::ContainsRegex("surface, controlled +- ")) << "of two sets of gains at once";
+    TuneOptions check;
+    check.run = run.output;
+    check.check = m_folder / "tuned" / "tune.json";
+    EXPECT_THAT(Refusal(check), HasSubstr(" at its end; run with --gains and without its script: --script \"\""));
+}
+
 TEST_F(TuneTest, ARunOfPlayedFramesIsRefused)
 {
     RunOptions recorded = test::ShortRun(m_folder, "recorded");
@@ -437,7 +454,8 @@ TEST_F(TuneTest, DemandsThatMakeNoSenseAreRefused)
     options.demands = {};
     options.check = "tune.json";
     options.output = "tuned";
-    EXPECT_EQ(Refusal(options), "--check: expected no --output besides: nothing is proposed then");
+    EXPECT_EQ(Refusal(options),
+              "--check: expected no --output, --overwrite or --from besides: nothing is proposed then");
 }
 
 }  // namespace
