@@ -52,41 +52,6 @@ std::tm UtcNow()
 
 }  // namespace
 
-/// The thread of the cycle. What ends the loop early is kept by the platform.
-class Controller::CycleThread : public brisk::ConfigurablePthreadActivity
-{
-public:
-    CycleThread(const ravelctl::Placement& placement, ControlLoop& loop)
-        : ConfigurablePthreadActivity("cycle", placement.cpu, placement.priority), m_loop(loop)
-    {
-    }
-
-    ~CycleThread() override
-    {
-        stop(nullptr);
-        JoinThread();
-    }
-
-    void Run() override
-    {
-        TouchOwnStack();
-        m_place = FindOwnPlace();
-        const std::int64_t faults_before = CountOwnPageFaults();
-        m_loop.Run([this] { return IsStopRequested(); });
-        m_page_faults = CountOwnPageFaults() - faults_before;
-    }
-
-    // Thread: a slow one, once the thread has been joined.
-
-    const GrantedPlace& GetPlace() const { return m_place; }
-    std::int64_t GetPageFaults() const { return m_page_faults; }
-
-private:
-    ControlLoop& m_loop;
-    GrantedPlace m_place;
-    std::int64_t m_page_faults = -1;
-};
-
 /// As long as it lives what takes long is said to be going on.
 class Controller::Working
 {
@@ -308,7 +273,8 @@ void Controller::MakeLoop()
 {
     const LoopExtras extras{m_recordings.get(), m_injection.get(), m_parameters.get(), m_requests.get()};
     m_loop = std::make_unique<ControlLoop>(m_plan, m_modes, *m_front_end, *m_slices, *m_workers, extras);
-    m_cycle_thread = std::make_unique<CycleThread>(m_process->GetPlan().cycle, *m_loop);
+    m_cycle_thread = std::make_unique<CycleThread>(
+        m_process->GetPlan().cycle, [this](const std::function<bool()>& is_stopped) { m_loop->Run(is_stopped); });
     if (m_requests) {
         m_script_player = std::make_unique<ScriptPlayer>(m_script, m_plan, m_options.modes, m_options.output,
                                                          ScriptPlayer::Loop{*m_parameters, *m_requests, *m_recordings});

@@ -2,6 +2,7 @@
 
 #include "controlLoop.hpp"
 #include "cycleRequests.hpp"
+#include "cycleThread.hpp"
 #include "framePlayer.hpp"
 #include "liveParameters.hpp"
 #include "longWork.hpp"
@@ -15,7 +16,6 @@
 #include "sliceSet.hpp"
 #include "workerGroup.hpp"
 
-#include <brisk/configurablePthreadActivity.hpp>
 #include <lumo/mirrorsim/controlModes.hpp>
 
 #include <functional>
@@ -63,7 +63,6 @@ public:
     int GetExitStatus() const;
 
 private:
-    class CycleThread;
     class Working;
 
     void Say(const std::string& line);

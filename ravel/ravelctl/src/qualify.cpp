@@ -1,5 +1,6 @@
 #include "qualify.hpp"
 
+#include "cycleThread.hpp"
 #include "error.hpp"
 #include "htmlReport.hpp"
 #include "progressText.hpp"
@@ -9,7 +10,6 @@
 #include "resources.hpp"
 #include "version.hpp"
 
-#include <brisk/configurablePthreadActivity.hpp>
 #include <lumo/ravelcore/names.hpp>
 
 #include <fmt/chrono.h>
@@ -32,47 +32,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* FILE_NAME = "qualify.json";
 constexpr const char* PAGE_NAME = "report.html";
-
-/// The thread of the cycle. What ends the loop early is kept by the platform.
-class LoopThread : public brisk::ConfigurablePthreadActivity
-{
-public:
-    LoopThread(const ravelctl::Placement& placement, QualifyLoop& loop)
-        : ConfigurablePthreadActivity("cycle", placement.cpu, placement.priority), m_loop(loop)
-    {
-    }
-
-    ~LoopThread() override
-    {
-        stop(nullptr);
-        JoinThread();
-    }
-
-    void Run() override
-    {
-        // Also when an exception leaves it.
-        const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> mark(
-            &m_ended, [](std::atomic<bool>* ended) { ended->store(true); });
-        TouchOwnStack();
-        m_place = FindOwnPlace();
-        const std::int64_t faults_before = CountOwnPageFaults();
-        m_loop.Run([this] { return IsStopRequested(); });
-        m_page_faults = CountOwnPageFaults() - faults_before;
-    }
-
-    bool HasEnded() const { return m_ended.load(); }
-
-    // Thread: a slow one, once the thread has been joined.
-
-    const GrantedPlace& GetPlace() const { return m_place; }
-    std::int64_t GetPageFaults() const { return m_page_faults; }
-
-private:
-    QualifyLoop& m_loop;
-    GrantedPlace m_place;
-    std::int64_t m_page_faults = -1;
-    std::atomic<bool> m_ended{false};
-};
 
 /// Everything that runs, in the order in which it is made.
 class Qualification
@@ -104,7 +63,8 @@ public:
         m_workers->Start();
         ReportWorkers();
         m_process.Say(say);
-        LoopThread thread(m_process.GetPlan().cycle, *m_loop);
+        CycleThread thread(m_process.GetPlan().cycle,
+                           [this](const std::function<bool()>& is_stopped) { m_loop->Run(is_stopped); });
         thread.StartThread();
         while (!thread.HasEnded()) {
             if (is_interrupted()) {
