@@ -177,10 +177,9 @@ void RealTimeProcess::Leave()
 
 void RealTimeProcess::Say(const std::function<void(const std::string&)>& say) const
 {
-    if (!m_is_paced) {
-        return;
+    if (m_is_paced) {
+        say(FormatPlacement(m_report));
     }
-    say(FormatPlacement(m_report));
     for (const Refusal& refusal : m_report.refused) {
         say(FormatRefusal(refusal));
     }

@@ -46,7 +46,7 @@ public:
 
     const PlacementReport& GetReport() const { return m_report; }
 
-    /// One line each: the placement, and what was refused. Nothing where cycles are not paced.
+    /// One line each: the placement, where cycles are paced, and what was refused.
     void Say(const std::function<void(const std::string&)>& say) const;
 
 private:

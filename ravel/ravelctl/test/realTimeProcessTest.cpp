@@ -192,6 +192,17 @@ TEST_F(RealTimeProcessTest, WithoutPacingNothingIsAskedForAndNothingSaid)
     EXPECT_THAT(m_system.calls, IsEmpty());
 }
 
+TEST_F(RealTimeProcessTest, WithoutPacingWhatIsRefusedIsSaidAllTheSame)
+{
+    m_system.cpus_error = EPERM;
+    m_huge_pages = {10'000'000, 0, EINVAL};
+    PlacementOptions options;
+    options.cpus = ParsePlaceChoice("--cpus", "2,3");
+    EXPECT_THAT(Run(options, {2, "--flat-out"}),
+                ElementsAre("not granted: CPUs of their own for the other threads (Operation not permitted)",
+                            HasSubstr("not granted: huge pages (Invalid argument); what would allow it: ")));
+}
+
 TEST_F(RealTimeProcessTest, TheStarterIsKeptToTheRestUntilItLeaves)
 {
     {
