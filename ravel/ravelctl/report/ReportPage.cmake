@@ -1,4 +1,4 @@
-# The page of a run's report, bundled into one file in the build folder and taken into the library.
+# The page of a report, bundled into one file in the build folder and taken into the library.
 # Included by the folder above. RAVEL_NPM=OFF leaves it out.
 
 find_program(RAVEL_NPM npm)
@@ -8,7 +8,7 @@ if(NOT RAVEL_NPM OR NOT RAVEL_NODE)
     return()
 endif()
 
-set(RAVEL_REPORT_FILE report.html)  # in the output of every run
+set(RAVEL_REPORT_FILE report.html)  # in the output of every run and every qualification
 set(report_source "${CMAKE_CURRENT_SOURCE_DIR}/report")
 set(report_build "${CMAKE_CURRENT_BINARY_DIR}/report")
 set(report_page "${report_build}/page.html")
@@ -20,6 +20,7 @@ add_custom_command(
     COMMAND "${CMAKE_COMMAND}" -E copy "${report_source}/package.json" "${report_source}/package-lock.json"
             "${report_build}"
     COMMAND "${RAVEL_NPM}" ci --ignore-scripts --prefer-offline --no-audit --no-fund --loglevel=error
+            || "${CMAKE_COMMAND}" -P "${report_source}/npmFailed.cmake"
     WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/report"
     DEPENDS "${report_source}/package.json" "${report_source}/package-lock.json"
     COMMENT "Fetching what the report's page is made with"
