@@ -96,7 +96,7 @@ private:
 };
 
 ModeSpectra MakeSpectra(const ComputedRejection& rejection, const std::vector<double>& before,
-                        const std::vector<double>& after, double step_hz)
+                        const std::vector<double>& after, double step_hz, bool is_measured)
 {
     ModeSpectra spectra;
     spectra.resolution_hz = step_hz;
@@ -110,7 +110,9 @@ ModeSpectra MakeSpectra(const ComputedRejection& rejection, const std::vector<do
     spectra.after = MeanOfBins(after, bins);
 
     for (std::size_t i = 0; i < spectra.frequency_hz.size(); ++i) {
-        spectra.rejection_measured.push_back(std::sqrt(spectra.after[i] / spectra.before[i]));
+        if (is_measured) {
+            spectra.rejection_measured.push_back(std::sqrt(spectra.after[i] / spectra.before[i]));
+        }
         spectra.rejection_computed.push_back(rejection.At(spectra.frequency_hz[i]));
     }
     for (std::vector<double>* values : {&spectra.frequency_hz, &spectra.before, &spectra.after,
@@ -118,6 +120,19 @@ ModeSpectra MakeSpectra(const ComputedRejection& rejection, const std::vector<do
         *values = Rounded(std::move(*values));
     }
     return spectra;
+}
+
+/// Empty where the spectra's ratio is what the loop rejects; otherwise a sentence.
+std::string WhyNoRejectionIsMeasured(const RunOptions& options)
+{
+    if (!options.play.es.empty() || !options.play.pact.empty()) {
+        return "recorded frames were played back, which do not answer to the commands.";
+    }
+    if (!options.inject.file.empty()) {
+        return "the modes follow the injected references, which is in their spectrum beside what is left of the "
+               "disturbances.";
+    }
+    return "";
 }
 
 /// What only the recorded modes tell.
@@ -149,9 +164,14 @@ void AddModes(const ReportSources& sources, ReportData& data)
         return;
     }
     const double rate_hz = plan.rate_hz / recording.decimation;
+    const std::string no_rejection = WhyNoRejectionIsMeasured(sources.report.options);
     const ComputedRejection rejection(sources, ComputeModeRms(modes, before));
-    data.spectra = MakeSpectra(rejection, ComputeModeDensity(modes, before, length, rate_hz),
-                               ComputeModeDensity(modes, after, length, rate_hz), rate_hz / length);
+    data.spectra =
+        MakeSpectra(rejection, ComputeModeDensity(modes, before, length, rate_hz),
+                    ComputeModeDensity(modes, after, length, rate_hz), rate_hz / length, no_rejection.empty());
+    if (!no_rejection.empty()) {
+        data.left_out.push_back("The rejection as measured: " + no_rejection);
+    }
     if (recording.decimation > 1) {
         data.left_out.push_back(fmt::format(
             "Frequencies above {:g} Hz: one in {} cycles was recorded, and what is above that frequency appears below "
@@ -165,8 +185,7 @@ void AddInjectionMarks(const ReportSources& sources, ReportData& data)
 {
     const RunReport& report = sources.report;
     const InjectOptions& inject = report.options.inject;
-    const std::int64_t begin =
-        report.plan.open_cycles + report.plan.lead_cycles + 1;  // references are led to 0 by then
+    const std::int64_t begin = report.plan.FirstInjectedCycle();
     if (inject.file.empty() || report.cycles_done <= begin) {
         return;
     }

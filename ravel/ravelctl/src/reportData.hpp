@@ -35,7 +35,8 @@ struct ModeSpectra
     std::vector<double> frequency_hz;
     std::vector<double> before;
     std::vector<double> after;
-    std::vector<double> rejection_measured;  // magnitudes: the square root of the ratio of the two
+    std::vector<double> rejection_measured;  // magnitudes: the square root of the ratio of the two; empty where it is
+                                             // not that of the loop
     std::vector<double> rejection_computed;  // |1 / (1 + L)|
     double resolution_hz = 0.0;
 };

@@ -42,6 +42,17 @@ std::int64_t CountAll(const json& counts)
     return sum;
 }
 
+/// The spectra and the computed rejection are there all the same.
+void ExpectNoMeasuredRejection(const json& data, const std::string& why)
+{
+    const json& spectra = data.at("spectra");
+    EXPECT_TRUE(spectra.at("rejection_measured").empty());
+    EXPECT_EQ(spectra.at("rejection_computed").size(), spectra.at("frequency_hz").size());
+    EXPECT_EQ(spectra.at("after").size(), spectra.at("frequency_hz").size());
+    EXPECT_THAT(data.at("left_out").get<std::vector<std::string>>(),
+                testing::Contains(HasSubstr("The rejection as measured: " + why)));
+}
+
 TEST(HtmlReportTest, NoTextCanEndTheElementThatItStandsIn)
 {
     ReportData data;
@@ -140,8 +151,9 @@ TEST(HtmlReportTest, InjectedReferencesAreMarkedWhereTheyBeginAndEnd)
     options.inject.file = step.output;
     const test::FinishedRun run = test::RunInProcess(options);
     const LoopPlan& plan = run.report.plan;
-    const std::int64_t begin = plan.open_cycles + plan.lead_cycles + 1;
-    const json marks = DataOf(test::ReadBytes(folder / "run" / "report.html")).at("marks");
+    const std::int64_t begin = plan.FirstInjectedCycle();
+    const json data = DataOf(test::ReadBytes(folder / "run" / "report.html"));
+    const json& marks = data.at("marks");
     ASSERT_EQ(marks.size(), 3U);
     EXPECT_EQ(marks.at(0).at("what"), "loop closes");
     EXPECT_EQ(marks.at(1).at("what"), "injected references begin: " + step.output.string());
@@ -153,6 +165,27 @@ TEST(HtmlReportTest, InjectedReferencesAreMarkedWhereTheyBeginAndEnd)
     const test::Recording references = test::LoadRecording(folder / "run" / "modes_ref.fits");
     EXPECT_NE(references.At(static_cast<int>(begin), 0), 0.0F);
     EXPECT_EQ(references.At(static_cast<int>(begin) + 50, 0), 0.0F);
+
+    ExpectNoMeasuredRejection(data, "the modes follow the injected references");
+}
+
+TEST(HtmlReportTest, FramesThatArePlayedBackMeasureNoRejection)
+{
+    if (ReportTemplate().empty()) {
+        GTEST_SKIP() << "built without npm";
+    }
+    const test::TestFolder folder;
+    RunOptions options = test::ShortRun(folder, "recorded");
+    options.open_loop_s = 0.2;
+    options.record.es = true;
+    test::RunInProcess(options);
+    EXPECT_FALSE(
+        DataOf(test::ReadBytes(folder / "recorded" / "report.html")).at("spectra").at("rejection_measured").empty());
+    options.output = folder / "played";
+    options.play.es = folder / "recorded" / "es.fits";
+    test::RunInProcess(options);
+    ExpectNoMeasuredRejection(DataOf(test::ReadBytes(folder / "played" / "report.html")),
+                              "recorded frames were played back");
 }
 
 TEST(HtmlReportTest, WhatWasNotRecordedIsLeftOutAndSaid)

@@ -122,6 +122,7 @@ function spectrumCharts(data) {
   const decibel = (value) => (value > 0 ? 20 * Math.log10(value) : null);
   const resolution = `Welch’s method, ${format(spectra.resolution_hz)} Hz from bin to bin.`;
   const ends = { min: x[0], max: x[x.length - 1] };
+  const isMeasured = spectra.rejection_measured.length > 0;
   return [
     {
       name: 'spectra',
@@ -144,8 +145,9 @@ function spectrumCharts(data) {
       group: 'Over frequency',
       title: 'Rejection of disturbances',
       summary:
-        'Measured: the square root of the spectra’s ratio. Computed: |1/(1 + L)| of the loop as designed; what a ' +
-        'script changes is not in it. Below 0 dB the loop rejects.' +
+        (isMeasured ? 'Measured: the square root of the spectra’s ratio. ' : '') +
+        'Computed: |1/(1 + L)| with the gains that the run began with; what a script changes is not in it. ' +
+        'Below 0 dB the loop rejects.' +
         (data.crossover_hz ? ` Crossover ${format(data.crossover_hz)} Hz.` : ''),
       notes: [],
       option: () => {
@@ -161,18 +163,21 @@ function spectrumCharts(data) {
         if (data.crossover_hz >= ends.min && data.crossover_hz <= ends.max) {
           computed.markLine = marks([{ at: data.crossover_hz, name: 'crossover' }]);
         }
-        return base(logAxis('frequency, Hz', ends), axis('rejection, dB'), [
+        const measured = () =>
           line(
             'measured',
             x.map((f, i) => [f, decibel(spectra.rejection_measured[i])]),
             colours().after,
-          ),
-          computed,
-        ]);
+          );
+        return base(
+          logAxis('frequency, Hz', ends),
+          axis('rejection, dB'),
+          isMeasured ? [measured(), computed] : [computed],
+        );
       },
       table: {
-        columns: ['frequency, Hz', 'measured', 'computed'],
-        rows: rows(spectra.rejection_measured, spectra.rejection_computed),
+        columns: ['frequency, Hz', ...(isMeasured ? ['measured'] : []), 'computed'],
+        rows: rows(...(isMeasured ? [spectra.rejection_measured] : []), spectra.rejection_computed),
       },
     },
   ];
