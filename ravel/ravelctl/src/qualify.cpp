@@ -109,7 +109,8 @@ private:
         tasks.reserve(m_plan.placement.workers.size());
         for (std::size_t i = 0; i < m_plan.placement.workers.size(); ++i) {
             tasks.push_back(std::make_unique<SgemvTask>(m_gate, m_input, static_cast<std::size_t>(m_plan.most_cycles),
-                                                        static_cast<std::size_t>(m_plan.CountReads())));
+                                                        static_cast<std::size_t>(m_plan.CountReads()),
+                                                        m_plan.deadline_us));
             tasks.back()->Configure({{ravelcore::KEY_TASK_SGEMV_NUM_ROWS, std::to_string(options.rows)},
                                      {ravelcore::KEY_TASK_SGEMV_NUM_COLS, std::to_string(options.cols)}});
             if (m_process.UsesHugePages()) {
@@ -152,6 +153,7 @@ private:
             report.placement.worker_page_faults.push_back(task->GetPageFaults());
             report.workers.push_back({task->GetPlace(), static_cast<std::int64_t>(own.size()),
                                       static_cast<std::int64_t>(task->GetReads().GetValuesUs().size()),
+                                      m_plan.deadline_us ? std::optional(task->GetMissedDeadlines()) : std::nullopt,
                                       task->GetExecutions().ComputePercentiles(),
                                       task->GetLatencies().ComputePercentiles(), task->GetReads().ComputePercentiles(),
                                       CountDurations(own, {}), CountDurations(task->GetLatencies().GetValuesUs(), {})});

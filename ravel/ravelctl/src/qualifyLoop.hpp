@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cycleClock.hpp"
+#include "deadlineCounter.hpp"
 #include "durations.hpp"
 #include "qualifyOptions.hpp"
 #include "sgemvTask.hpp"
@@ -12,27 +13,6 @@
 #include <optional>
 
 namespace lumo::ravelctl {
-
-/// Counts the cycles that are ready after their deadline.
-class DeadlineCounter
-{
-public:
-    explicit DeadlineCounter(std::optional<double> deadline_us) : m_deadline_us(deadline_us) {}
-
-    /// Thread: the cycle's. Real time: yes.
-    void Add(std::chrono::nanoseconds start_to_ready)
-    {
-        if (m_deadline_us && static_cast<double>(start_to_ready.count()) * 1.0e-3 > *m_deadline_us) {
-            ++m_num_late;
-        }
-    }
-
-    std::int64_t GetNumLate() const { return m_num_late; }
-
-private:
-    std::optional<double> m_deadline_us;
-    std::int64_t m_num_late = 0;
-};
 
 /// What other threads may look at while a qualification runs.
 struct QualifyProgress

@@ -12,12 +12,6 @@ namespace lumo::ravelctl {
 
 namespace {
 
-std::string NameWorker(std::size_t index, const WorkerFigures& worker)
-{
-    const std::string cpu = worker.place.cpu < 0 ? "any CPU" : fmt::format("CPU {}", worker.place.cpu);
-    return fmt::format("worker {}, {}", index, cpu);
-}
-
 ParameterGroup DescribeWork(const QualifyReport& report)
 {
     const QualifyPlan& plan = report.plan;
@@ -65,6 +59,20 @@ void AddWorkers(const QualifyReport& report, ReportData& data)
     data.tables = {std::move(executions), std::move(latencies), std::move(cycles)};
 }
 
+/// A line per worker.
+ParameterGroup DescribeMissedDeadlines(const QualifyReport& report)
+{
+    ParameterGroup group{"Missed deadlines", {}};
+    for (std::size_t i = 0; i < report.workers.size(); ++i) {
+        const WorkerFigures& worker = report.workers[i];
+        group.rows.emplace_back(NameWorker(i, worker),
+                                worker.missed_deadlines
+                                    ? fmt::format("{} of {} cycles", *worker.missed_deadlines, worker.cycles)
+                                    : "no deadline");
+    }
+    return group;
+}
+
 }  // namespace
 
 ReportData DescribeQualification(const QualifyReport& report, const MachineFacts& facts)
@@ -81,8 +89,10 @@ ReportData DescribeQualification(const QualifyReport& report, const MachineFacts
                                       report.plan.paced,   report.missed_instants, report.late_cycles};
     }
     AddWorkers(report, data);
-    data.parameters = {
-        DescribeWork(report), {"Placement", DescribePlacement(report.placement)}, DescribeMachine(facts, report.blas)};
+    data.parameters = {DescribeWork(report),
+                       DescribeMissedDeadlines(report),
+                       {"Placement", DescribePlacement(report.placement)},
+                       DescribeMachine(facts, report.blas)};
     return data;
 }
 

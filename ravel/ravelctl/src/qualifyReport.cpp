@@ -51,6 +51,7 @@ Json WorkersToJson(const QualifyReport& report)
                         {"priority_asked", asked.priority},
                         {"numa_node", asked.numa_node},
                         {"cycles", worker.cycles},
+                        {"missed_deadlines", ToJson(worker.missed_deadlines)},
                         {"execution_us", ToJson(worker.execution_us)},
                         {"start_latency_us", ToJson(worker.latency_us)},
                         {"reads", worker.reads},
@@ -109,27 +110,36 @@ std::string FormatFigure(const std::optional<double>& value, int width, int deci
     return value ? fmt::format("{:{}.{}f}", *value, width, decimals) : fmt::format("{:>{}}", "-", width);
 }
 
+std::string FormatCount(const std::optional<std::int64_t>& value, int width)
+{
+    return value ? fmt::format("{:{}}", *value, width) : fmt::format("{:>{}}", "-", width);
+}
+
 std::string FormatHeading(const char* what)
 {
     return fmt::format("\n{:<22}{:>9}{:>9}{:>9}{:>9}{:>9}{:>9}\n", what, "min", "median", "99 %", "99.9 %", "99.99 %",
                        "max");
 }
 
-std::string NameWorker(std::size_t index, const WorkerFigures& worker)
+/// What follows the semicolon goes below, so that it fits.
+std::string InTwoLines(std::string verdict)
 {
-    const std::string cpu = worker.place.cpu < 0 ? "any CPU" : fmt::format("CPU {}", worker.place.cpu);
-    return fmt::format("  worker{} on {}", index, cpu);
+    if (const std::size_t end = verdict.find("; "); end != std::string::npos) {
+        verdict.replace(end, 2, "\n             ");
+    }
+    return verdict;
 }
 
 std::string FormatSpeed(const QualifyReport& report)
 {
-    std::string text = fmt::format("\n{:<22}{:>9}{:>9}{:>9}\n", "speed", "GB/s", "read", "ratio");
+    std::string text =
+        fmt::format("\n{:<22}{:>9}{:>9}{:>9}{:>18}\n", "speed", "GB/s", "read", "ratio", "missed deadlines");
     for (std::size_t i = 0; i < report.workers.size(); ++i) {
         const WorkerFigures& worker = report.workers[i];
-        text += fmt::format("{:<22}{}{}{}\n", NameWorker(i, worker),
+        text += fmt::format("  {:<20}{}{}{}{}\n", NameWorker(i, worker),
                             FormatFigure(worker.ComputeGbPerS(report.plan.matrix_bytes), 9, 1),
                             FormatFigure(worker.ComputeReadGbPerS(report.plan.matrix_bytes), 9, 1),
-                            FormatFigure(worker.ComputeRatio(), 9, 2));
+                            FormatFigure(worker.ComputeRatio(), 9, 2), FormatCount(worker.missed_deadlines, 18));
     }
     return text + fmt::format(
                       "  read: the worker only reads its matrix, once after every {} cycles and on an\n"
@@ -175,7 +185,15 @@ std::string QualifyReport::FormatVerdict() const
                                    ? fmt::format("{} of {} cycles took longer than {:.0f} us, {} instants missed",
                                                  late_cycles, cycles_done, *plan.deadline_us, missed_instants)
                                    : fmt::format("{} cycles, no deadline was set", cycles_done);
-    return fmt::format("{}: {}", interrupted ? "interrupted" : DidHold() ? "holds" : "does NOT hold", within);
+    const std::string starts =
+        plan.paced && wake_up_us ? fmt::format("; starts up to {:.0f} us after their instants", wake_up_us->max) : "";
+    return fmt::format("{}: {}{}", interrupted ? "interrupted" : DidHold() ? "holds" : "does NOT hold", within, starts);
+}
+
+std::string NameWorker(std::size_t index, const WorkerFigures& worker)
+{
+    const std::string cpu = worker.place.cpu < 0 ? "any CPU" : fmt::format("CPU {}", worker.place.cpu);
+    return fmt::format("worker{} on {}", index, cpu);
 }
 
 std::string DescribePriority(const QualifyReport& report)
@@ -198,11 +216,12 @@ std::string FormatQualification(const QualifyReport& report, const Palette& pale
     std::string text = FormatHeading("execution, us");
     for (std::size_t i = 0; i < report.workers.size(); ++i) {
         text +=
-            fmt::format("{:<22}{}\n", NameWorker(i, report.workers[i]), FormatTimes(report.workers[i].execution_us));
+            fmt::format("  {:<20}{}\n", NameWorker(i, report.workers[i]), FormatTimes(report.workers[i].execution_us));
     }
     text += FormatHeading("start latency, us");
     for (std::size_t i = 0; i < report.workers.size(); ++i) {
-        text += fmt::format("{:<22}{}\n", NameWorker(i, report.workers[i]), FormatTimes(report.workers[i].latency_us));
+        text +=
+            fmt::format("  {:<20}{}\n", NameWorker(i, report.workers[i]), FormatTimes(report.workers[i].latency_us));
     }
     text += FormatHeading("whole cycle, us");
     text += fmt::format("{:<22}{}\n", "  start to ready", FormatTimes(report.cycle_us));
@@ -216,7 +235,7 @@ std::string FormatQualification(const QualifyReport& report, const Palette& pale
     if (!report.files.empty()) {
         text += fmt::format("files        {}: {}\n", report.options.output.string(), fmt::join(report.files, ", "));
     }
-    const std::string verdict = report.FormatVerdict();
+    const std::string verdict = InTwoLines(report.FormatVerdict());
     text += fmt::format("verdict      {}\n", report.interrupted ? palette.Doubtful(verdict)
                                              : report.DidHold() ? palette.Good(verdict)
                                                                 : palette.Bad(verdict));

@@ -22,6 +22,7 @@ struct WorkerFigures
     GrantedPlace place;
     std::int64_t cycles = 0;
     std::int64_t reads = 0;
+    std::optional<std::int64_t> missed_deadlines;  // products done later than the deadline after giving the start
     std::optional<Percentiles> execution_us;
     std::optional<Percentiles> latency_us;  // from giving the start to the beginning of Execute
     std::optional<Percentiles> read_us;     // of the same bytes without a product
@@ -62,9 +63,13 @@ struct QualifyReport
     /// instant.
     bool DidHold() const;
 
-    /// One line.
+    /// One line: whether it held, by which deadline, and how long after its instant the latest start was given; the
+    /// deadline counts from the start on, so that lateness is beside it.
     std::string FormatVerdict() const;
 };
+
+/// "worker0 on CPU 3", as its thread is called and where it runs.
+std::string NameWorker(std::size_t index, const WorkerFigures& worker);
 
 /// Whether the system gave the workers the priority that they asked for.
 std::string DescribePriority(const QualifyReport& report);

@@ -21,8 +21,9 @@ std::vector<float> Waves(std::size_t size)
 
 }  // namespace
 
-SgemvTask::SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads)
-    : Task("SgemvTask"), m_gate(gate), m_input(input), m_num_cycles(cycles), m_num_reads(reads)
+SgemvTask::SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads,
+                     std::optional<double> deadline_us)
+    : Task("SgemvTask"), m_gate(gate), m_input(input), m_num_cycles(cycles), m_num_reads(reads), m_deadline(deadline_us)
 {
 }
 
@@ -75,7 +76,9 @@ void SgemvTask::Work()
     }
     m_sgemv.Execute(0.0, false);
     if (m_input.work == SgemvInput::Work::Product) {
-        m_executions.Add(Clock::now() - start);
+        const auto end = Clock::now();
+        m_executions.Add(end - start);
+        m_deadline.Add(end - m_input.given);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cycleGate.hpp"
+#include "deadlineCounter.hpp"
 #include "durations.hpp"
 #include "hugePages.hpp"
 #include "ownThread.hpp"
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace lumo::ravelctl {
 
@@ -37,8 +39,9 @@ class SgemvTask : public ravelcore::Task
 {
 public:
     /// The references must outlive the task. Takes memory for `cycles` products and `reads` reads when it is
-    /// initialised.
-    SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads);
+    /// initialised. `deadline_us`: of a product, from giving the start on.
+    SgemvTask(CycleGate& gate, const SgemvInput& input, std::size_t cycles, std::size_t reads,
+              std::optional<double> deadline_us = std::nullopt);
 
     /// Fills the matrix and takes the memory, in the worker's thread: it is on the worker's NUMA node.
     void Initialize() override;
@@ -57,6 +60,10 @@ public:
     const Durations& GetExecutions() const { return m_executions; }
     const Durations& GetLatencies() const { return m_latencies; }
     const Durations& GetReads() const { return m_reads; }
+
+    /// Products that were done after the deadline; 0 without one.
+    std::int64_t GetMissedDeadlines() const { return m_deadline.GetNumLate(); }
+
     const GrantedPlace& GetPlace() const { return m_place; }
     const HugePages& GetHugePages() const { return m_huge_pages; }
 
@@ -74,6 +81,7 @@ private:
     Durations m_executions{0};
     Durations m_latencies{0};
     Durations m_reads{0};
+    DeadlineCounter m_deadline;
     std::uint64_t m_read_sum = 0;  // so that no read is left out
     GrantedPlace m_place;
     bool m_uses_huge_pages = false;

@@ -34,12 +34,13 @@ QualifyReport MakeReport()
     report.workers = {{{3, 50},
                        3,
                        1,
+                       2,
                        ComputePercentiles(first),
                        ComputePercentiles(latencies),
                        Percentiles{1.0, 1.0, 1.0, 1.0, 1.0, 1.0},
                        CountDurations(first, {}),
                        CountDurations(latencies, {})},
-                      {{2, 50}, 3, 0, ComputePercentiles(second), {}, {}, CountDurations(second, {}), {}}};
+                      {{2, 50}, 3, 0, 0, ComputePercentiles(second), {}, {}, CountDurations(second, {}), {}}};
     report.cycles_done = 3;
     report.late_cycles = 1;
     report.missed_instants = 2;
@@ -53,7 +54,7 @@ TEST(QualifyPageTest, EveryWorkerHasItsTimesAndItsSpeed)
 {
     const ReportData sut = DescribeQualification(MakeReport(), {});
     ASSERT_EQ(sut.tables.size(), 3U);
-    EXPECT_EQ(sut.tables[0].rows.at(0).first, "worker 0, CPU 3");
+    EXPECT_EQ(sut.tables[0].rows.at(0).first, "worker0 on CPU 3");
     EXPECT_THAT(sut.tables[0].rows.at(0).second, ElementsAre(100.0, 100.0, 150.0, 150.0, 150.0, 150.0));
     EXPECT_EQ(sut.tables[1].rows.at(0).second.at(1), 6.0);
     EXPECT_THAT(sut.tables[1].rows.at(1).second, testing::Each(std::optional<double>()));
@@ -61,7 +62,7 @@ TEST(QualifyPageTest, EveryWorkerHasItsTimesAndItsSpeed)
               std::make_pair(std::string("instant to start"),
                              std::vector<std::optional<double>>{1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
     ASSERT_EQ(sut.execution_times.size(), 2U);
-    EXPECT_EQ(sut.execution_times[1].name, "worker 1, CPU 2");
+    EXPECT_EQ(sut.execution_times[1].name, "worker1 on CPU 2");
     EXPECT_EQ(sut.execution_times[1].percentiles_us.max, 900.0);
     EXPECT_EQ(sut.execution_times[1].histogram.counts.back(), 1);
     EXPECT_EQ(sut.start_latencies.size(), 1U);
@@ -87,7 +88,10 @@ TEST(QualifyPageTest, CyclesBeyondTheDeadlineAreCountedAndMarked)
     EXPECT_THAT(work.rows, Contains(Pair("matrix of each worker", "10 x 5000, 200.0 kB")));
     EXPECT_THAT(work.rows, Contains(Pair("scheduling", "priority 50 granted")));
     EXPECT_THAT(work.rows, Contains(Pair("deadline", "1000 us")));
-    EXPECT_EQ(sut.parameters.at(2).title, "Machine");
+    EXPECT_EQ(sut.parameters.at(1).title, "Missed deadlines");
+    EXPECT_THAT(sut.parameters.at(1).rows,
+                ElementsAre(Pair("worker0 on CPU 3", "2 of 3 cycles"), Pair("worker1 on CPU 2", "0 of 3 cycles")));
+    EXPECT_EQ(sut.parameters.at(3).title, "Machine");
 }
 
 TEST(QualifyPageTest, FlatOutThereIsNoInstantAndWithoutADeadlineNothingIsLate)
@@ -99,12 +103,14 @@ TEST(QualifyPageTest, FlatOutThereIsNoInstantAndWithoutADeadlineNothingIsLate)
     report.late_cycles = 0;
     report.missed_instants = 0;
     report.workers[0].place.cpu = -1;
+    report.workers[0].missed_deadlines.reset();
     const ReportData sut = DescribeQualification(report, {});
     EXPECT_TRUE(sut.is_good);
     EXPECT_EQ(sut.tables[2].rows.size(), 1U);
     EXPECT_FALSE(sut.cycle_times->deadline_us);
-    EXPECT_EQ(sut.tables[0].rows.at(0).first, "worker 0, any CPU");
+    EXPECT_EQ(sut.tables[0].rows.at(0).first, "worker0 on any CPU");
     EXPECT_THAT(sut.parameters.at(0).rows, Contains(Pair("pace", "flat out")));
+    EXPECT_THAT(sut.parameters.at(1).rows, Contains(Pair("worker0 on any CPU", "no deadline")));
     EXPECT_THAT(sut.parameters.at(0).rows, Contains(Pair("planned", "2 s")));
 }
 
@@ -124,10 +130,10 @@ TEST(QualifyPageTest, AQualificationThatNeverBeganHasNoCharts)
 TEST(QualifyPageTest, ThePagesDataHoldTheFigures)
 {
     const json sut = json::parse(ReportJson(DescribeQualification(MakeReport(), {})));
-    EXPECT_EQ(sut.at("execution_times").at(1).at("name"), "worker 1, CPU 2");
+    EXPECT_EQ(sut.at("execution_times").at(1).at("name"), "worker1 on CPU 2");
     EXPECT_EQ(sut.at("execution_times").at(1).at("median_us"), 200.0);
     EXPECT_EQ(sut.at("speeds").at(0),
-              json({{"name", "worker 0, CPU 3"}, {"product_gb_per_s", 2.0}, {"read_gb_per_s", 200.0}}));
+              json({{"name", "worker0 on CPU 3"}, {"product_gb_per_s", 2.0}, {"read_gb_per_s", 200.0}}));
     EXPECT_EQ(sut.at("speeds").at(1).at("read_gb_per_s"), nullptr);
     EXPECT_EQ(sut.at("cycle_times").at("late"), 1);
     EXPECT_EQ(sut.at("tables").at(0).at("rows").at(1).at("values").at(5), 900.0);

@@ -35,10 +35,11 @@ QualifyReport MakeReport()
         {{3, 50},
          1000,
          50,
+         3,
          Percentiles{90.0, 100.0, 120.0, 130.0, 150.04, 140.0},
          Percentiles{5.0, 7.5, 20.0, 30.0, 41.0, 40.0},
          Percentiles{70.0, 80.0, 81.0, 82.0, 83.0, 83.0}},
-        {{2, 50}, 1000, 0, Percentiles{1091.0, 1250.0, 1300.0, 1400.0, 1600.0, 1500.0}, std::nullopt, std::nullopt},
+        {{2, 50}, 1000, 0, 0, Percentiles{1091.0, 1250.0, 1300.0, 1400.0, 1600.0, 1500.0}, std::nullopt, std::nullopt},
     };
     report.cycles_done = 1000;
     report.cycle_us = Percentiles{1100.0, 1300.0, 1400.0, 1500.0, 1700.0, 1600.0};
@@ -67,9 +68,9 @@ TEST(QualifyReportTest, TheTableHasALinePerWorkerAndFitsATerminal)
               "  start to ready         1100.0   1300.0   1400.0   1500.0   1600.0   1700.0\n"
               "  instant to start         10.0     20.0     30.0     40.0     50.0     60.0\n"
               "\n"
-              "speed                      GB/s     read    ratio\n"
-              "  worker0 on CPU 3         50.0     62.5     0.80\n"
-              "  worker1 on CPU 2          4.0        -        -\n"
+              "speed                      GB/s     read    ratio  missed deadlines\n"
+              "  worker0 on CPU 3         50.0     62.5     0.80                 3\n"
+              "  worker1 on CPU 2          4.0        -        -                 0\n"
               "  read: the worker only reads its matrix, once after every 20 cycles and on an\n"
               "  instant of its own; ratio: the product's speed over the read's, in the median\n"
               "\n"
@@ -82,7 +83,8 @@ TEST(QualifyReportTest, TheTableHasALinePerWorkerAndFitsATerminal)
               "\n"
               "scheduling   priority 50 granted\n"
               "files        cpu23: qualify.json\n"
-              "verdict      holds: 0 of 1000 cycles took longer than 2000 us, 0 instants missed\n");
+              "verdict      holds: 0 of 1000 cycles took longer than 2000 us, 0 instants missed\n"
+              "             starts up to 60 us after their instants\n");
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(line.size(), 80U) << line;
@@ -116,14 +118,27 @@ TEST(QualifyReportTest, ItHoldsWhenEveryCycleWasDoneInTimeOnItsInstant)
         return report;
     };
     EXPECT_EQ(broken(&QualifyReport::late_cycles, 1).FormatVerdict(),
-              "does NOT hold: 1 of 1000 cycles took longer than 2000 us, 0 instants missed");
+              "does NOT hold: 1 of 1000 cycles took longer than 2000 us, 0 instants missed; starts up to 60 us after "
+              "their instants");
     EXPECT_EQ(broken(&QualifyReport::missed_instants, 2).FormatVerdict(),
-              "does NOT hold: 0 of 1000 cycles took longer than 2000 us, 2 instants missed");
+              "does NOT hold: 0 of 1000 cycles took longer than 2000 us, 2 instants missed; starts up to 60 us after "
+              "their instants");
     EXPECT_EQ(GetExitStatus(broken(&QualifyReport::cycles_done, 999)), EXIT_FAILED);
     EXPECT_EQ(GetExitStatus(broken(&QualifyReport::problems, std::vector<std::string>{"worker0 ended"})), EXIT_FAILED);
     const QualifyReport interrupted = broken(&QualifyReport::interrupted, true);
     EXPECT_EQ(GetExitStatus(interrupted), EXIT_INTERRUPTED);
     EXPECT_THAT(interrupted.FormatVerdict(), HasSubstr("interrupted: 0 of 1000 cycles"));
+}
+
+TEST(QualifyReportTest, WithoutADeadlineNobodyMissesOne)
+{
+    const test::TestFolder folder;
+    QualifyReport report = MakeReport();
+    report.workers[0].missed_deadlines.reset();
+    EXPECT_THAT(FormatQualification(report), HasSubstr("0.80                 -\n"));
+    WriteQualification(report, folder / "qualify.json");
+    const auto json = nlohmann::json::parse(test::ReadBytes(folder / "qualify.json"));
+    EXPECT_EQ(json.at("workers").at(0).at("missed_deadlines"), nullptr);
 }
 
 TEST(QualifyReportTest, FlatOutForATimeAnyNumberOfCyclesHolds)
@@ -154,6 +169,7 @@ TEST(QualifyReportTest, TheFileHasEverythingThatTheTextHas)
     EXPECT_EQ(json.at("wake_up_us").at("max"), 60.0);
     const auto& worker = json.at("workers").at(0);
     EXPECT_EQ(worker.at("cpu"), 3);
+    EXPECT_EQ(worker.at("missed_deadlines"), 3);
     EXPECT_EQ(worker.at("execution_us"),
               nlohmann::json(
                   {{"min", 90.0}, {"p50", 100.0}, {"p99", 120.0}, {"p999", 130.0}, {"p9999", 140.0}, {"max", 150.04}}));

@@ -94,6 +94,7 @@ TEST_F(QualifyTest, EveryWorkerDoesEveryCycleAndReadsAfterEveryTwentieth)
     }
     EXPECT_EQ(CountAll(report.execution_histogram), 210);
     EXPECT_EQ(CountAll(report.cycle_histogram), 105);
+    EXPECT_FALSE(report.workers[0].missed_deadlines) << "there is no deadline";
     EXPECT_TRUE(report.problems.empty());
     EXPECT_TRUE(report.DidHold());
 }
@@ -105,6 +106,7 @@ TEST_F(QualifyTest, ADeadlineThatNothingCanHoldIsMissedInEveryCycle)
     options.deadline_us = 1.0;
     const QualifyReport report = Run(options);
     EXPECT_EQ(report.late_cycles, 30);
+    EXPECT_EQ(report.workers.at(0).missed_deadlines, 30);
     EXPECT_EQ(Sum(report.cycle_counts.late), 30);
     EXPECT_FALSE(report.DidHold());
     EXPECT_THAT(m_out.str(), HasSubstr("does NOT hold: 30 of 30 cycles took longer than 1 us"));
@@ -168,7 +170,7 @@ TEST_F(QualifyTest, ItLeavesItsFileAndItsPageAndNamesThem)
         expected.insert(expected.begin(), "report.html");
         const std::string page = test::ReadBytes(m_folder / "result" / "report.html");
         EXPECT_THAT(page, HasSubstr("Qualification of " + report.started_utc));
-        EXPECT_THAT(page, HasSubstr("\"execution_times\":[{\"name\":\"worker 0, CPU "));
+        EXPECT_THAT(page, HasSubstr("\"execution_times\":[{\"name\":\"worker0 on CPU "));
         EXPECT_THAT(page, Not(HasSubstr("@REPORT_DATA@")));
     } else {
         EXPECT_THAT(m_out.str(), HasSubstr(NO_PAGE));

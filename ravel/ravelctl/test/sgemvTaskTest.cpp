@@ -98,6 +98,36 @@ TEST_F(SgemvTaskTest, TheStartLatencyBeginsWhenTheStartIsGiven)
     EXPECT_GE(m_sut.GetLatencies().GetValuesUs().at(0), 3.0e6F);
 }
 
+TEST(SgemvTaskDeadlineTest, ProductsThatEndTooLateAfterTheStartAreCountedAndNothingElse)
+{
+    test::QuietLog();
+    CycleGate gate{1};
+    SgemvInput input;
+    SgemvTask sut(gate, input, CYCLES, READS, 60.0e6);  // a minute
+    sut.Configure({{ravelcore::KEY_TASK_SGEMV_NUM_ROWS, "2"}, {ravelcore::KEY_TASK_SGEMV_NUM_COLS, "2"}});
+    sut.Initialize();
+    const auto execute = [&](Work work, std::chrono::minutes since_start) {
+        input.work = work;
+        input.given = std::chrono::steady_clock::now() - since_start;
+        sut.Execute(0.0, false);
+    };
+    execute(Work::WarmUp, std::chrono::minutes(2));
+    execute(Work::Read, std::chrono::minutes(2));
+    execute(Work::Product, std::chrono::minutes(0));
+    EXPECT_EQ(sut.GetMissedDeadlines(), 0);
+    execute(Work::Product, std::chrono::minutes(2));
+    execute(Work::Product, std::chrono::minutes(3));
+    EXPECT_EQ(sut.GetMissedDeadlines(), 2);
+}
+
+TEST_F(SgemvTaskTest, WithoutADeadlineNoneIsMissed)
+{
+    m_input.work = Work::Product;
+    m_input.given = std::chrono::steady_clock::now() - std::chrono::hours(1);
+    m_sut.Execute(0.0, false);
+    EXPECT_EQ(m_sut.GetMissedDeadlines(), 0);
+}
+
 TEST_F(SgemvTaskTest, ExecuteNeverAllocates)
 {
     Execute(Work::WarmUp, 1);
