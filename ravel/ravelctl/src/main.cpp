@@ -62,10 +62,12 @@ int TuneGains(const TuneOptions& options)
 
 int QualifyMachine(const QualifyOptions& options, StopSignals& signals)
 {
-    signals.SetEffect(StopSignals::Effect::Note);
     SetUpLogging({});
-    const QualifyReport report = Qualify(
-        options, [&signals] { return signals.Await(); }, std::cout);
+    const QualifyStop stop{[&signals] { signals.SetEffect(StopSignals::Effect::Note); },
+                           [&signals] {
+                               return signals.Await();
+                           }};
+    const QualifyReport report = Qualify(options, stop, std::cout);
     for (const std::string& problem : report.problems) {
         std::cerr << FormatErrorLine(problem);
     }

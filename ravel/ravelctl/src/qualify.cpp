@@ -3,6 +3,7 @@
 #include "cycleThread.hpp"
 #include "error.hpp"
 #include "htmlReport.hpp"
+#include "longWork.hpp"
 #include "progressText.hpp"
 #include "qualifyLoop.hpp"
 #include "qualifyPage.hpp"
@@ -56,13 +57,17 @@ public:
     Qualification& operator=(const Qualification&) = delete;
 
     /// Failure: as WorkerGroup::Start.
-    void Run(const std::function<bool()>& is_interrupted, const std::function<void(const std::string&)>& say,
-             ProgressText& progress, QualifyReport& report)
+    void Start(LongWork& work)
     {
         m_process.Enter();
+        work.Tell(fmt::format("filling {}", m_tasks.size() == 1 ? "the matrix" : "the matrices"));
         m_workers->Start();
         ReportWorkers();
-        m_process.Say(say);
+    }
+
+    /// Once the workers have started.
+    void Run(const std::function<bool()>& is_interrupted, ProgressText& progress, QualifyReport& report)
+    {
         CycleThread thread(m_process.GetPlan().cycle,
                            [this](const std::function<bool()>& is_stopped) { m_loop->Run(is_stopped); });
         thread.StartThread();
@@ -240,7 +245,7 @@ std::string Describe(const QualifyOptions& options, const QualifyPlan& plan)
 
 }  // namespace
 
-QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>& is_interrupted, std::ostream& out)
+QualifyReport Qualify(const QualifyOptions& options, const QualifyStop& stop, std::ostream& out)
 {
     QualifyReport report;
     report.options = options;
@@ -259,7 +264,7 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
         out << fmt::format("ravelctl {}: {}\n{}\n", VERSION, report.blas, Describe(options, report.plan)) << std::flush;
     }
     report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
-    ProgressText progress(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out, ProgressText::Clock::now());
+    const StatusLine::Style style = StatusLine::StyleFor(options.quiet, STDOUT_FILENO);
     const auto say = [&](const std::string& line) {
         if (!options.quiet) {
             out << line << '\n' << std::flush;
@@ -267,8 +272,14 @@ QualifyReport Qualify(const QualifyOptions& options, const std::function<bool()>
     };
     {
         RealTimeProcess process(options.placement, NeedsOf(options), topology, ReadMachineFiles("/"), ThisSystem());
+        LongWork work(style, out, "taking the memory");
         Qualification qualification(options, report.plan, process);
-        qualification.Run(is_interrupted, say, progress, report);
+        qualification.Start(work);
+        work.Finish();
+        stop.workers_started();
+        process.Say(say);
+        ProgressText progress(style, out, ProgressText::Clock::now());
+        qualification.Run(stop.is_interrupted, progress, report);
     }
     WriteResults(report, out);
     if (!options.quiet) {

@@ -201,6 +201,21 @@ std::vector<std::string> FirstRun(const test::TestFolder& folder)
     return Command({"run", "--matrices", (folder / "matrices").string(), "--output", (folder / "run").string()});
 }
 
+TEST(MannersTest, WhileAQualificationFillsItsMatricesAStopEndsItAtOnce)
+{
+    const test::TestFolder folder;
+    // To fill it takes a second or so, to send a signal much less.
+    ChildProcess child(Command({"qualify", "--rows", "4000", "--cols", "20000", "--duration", "1000", "--output",
+                                (folder / "result").string()}));
+    ASSERT_TRUE(child.AwaitOutput("cycles to warm up are not counted\n"));
+    child.Send(SIGINT);
+    const ChildProcess::Result result = child.Wait();
+    EXPECT_EQ(result.status, EXIT_INTERRUPTED);
+    EXPECT_EQ(result.err, "ravelctl: interrupted; no half-written file is left\n");
+    EXPECT_THAT(result.out, Not(HasSubstr("verdict")));
+    EXPECT_FALSE(fs::exists(folder / "result" / "qualify.json"));
+}
+
 TEST(MannersTest, WhileTheMatricesAreComputedAStopEndsTheRunAtOnceAndLeavesNoFile)
 {
     for (const int signal : {SIGINT, SIGTERM}) {

@@ -37,10 +37,13 @@ QualifyOptions Small(int workers, std::int64_t cycles)
     return options;
 }
 
-bool NeverInterrupted()
+QualifyStop Never()
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));  // Qualify expects the question to take its time
-    return false;
+    return {[] {},
+            [] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));  // Qualify expects it to take its time
+                return false;
+            }};
 }
 
 std::int64_t CountAll(const std::vector<HistogramBin>& bins)
@@ -67,7 +70,7 @@ protected:
         if (options.output.empty()) {
             options.output = m_folder / "result";
         }
-        return Qualify(options, NeverInterrupted, m_out);
+        return Qualify(options, Never(), m_out);
     }
 
     const test::TestFolder m_folder;
@@ -202,7 +205,7 @@ TEST_F(QualifyTest, WithoutAFolderItMakesOneNamedAfterTheTime)
 {
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(m_folder.GetPath());
-    const QualifyReport report = Qualify(Small(1, 5), NeverInterrupted, m_out);
+    const QualifyReport report = Qualify(Small(1, 5), Never(), m_out);
     std::filesystem::current_path(before);
     EXPECT_THAT(report.options.output.string(), testing::MatchesRegex("ravelctl-qualify-[0-9]{8}T[0-9]{6}Z"));
     EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / report.options.output / "qualify.json"));
@@ -246,14 +249,46 @@ TEST_F(QualifyTest, AnInterruptionEndsItWithWhatWasMeasured)
 {
     QualifyOptions options = Small(2, 1'000'000);
     options.output = m_folder / "result";
-    const QualifyReport report = Qualify(
-        options, [] { return true; }, m_out);
+    const QualifyReport report = Qualify(options,
+                                         {[] {},
+                                          [] {
+                                              return true;
+                                          }},
+                                         m_out);
     EXPECT_TRUE(report.interrupted);
     EXPECT_LT(report.cycles_done, 1'000'000);
     EXPECT_EQ(report.workers.at(0).cycles, report.cycles_done);
     EXPECT_EQ(report.workers.at(1).cycles, report.cycles_done);
     EXPECT_EQ(GetExitStatus(report), EXIT_INTERRUPTED);
     EXPECT_THAT(m_out.str(), HasSubstr("verdict      interrupted: "));
+}
+
+TEST_F(QualifyTest, AnInterruptionIsAskedForOnceTheWorkersHaveStarted)
+{
+    std::vector<std::string> calls;
+    QualifyOptions options = Small(2, 1'000'000);
+    options.output = m_folder / "result";
+    options.quiet = true;
+    const QualifyStop stop{[&] { calls.emplace_back("started"); },
+                           [&] {
+                               calls.emplace_back("interrupted?");
+                               return true;
+                           }};
+    Qualify(options, stop, m_out);
+    EXPECT_THAT(calls, testing::ElementsAre("started", "interrupted?"));
+}
+
+TEST_F(QualifyTest, AQualificationThatCannotStartIsNeverSaidToHaveStarted)
+{
+    bool started = false;
+    QualifyOptions options = Small(1, 1'000'000'000'000);
+    options.output = m_folder / "result";
+    const QualifyStop stop{[&] { started = true; },
+                           [] {
+                               return true;
+                           }};
+    test::ThrownLine<InputError>([&] { Qualify(options, stop, m_out); });
+    EXPECT_FALSE(started);
 }
 
 TEST_F(QualifyTest, MoreMemoryThanThereIsIsRefusedBeforeAnythingRuns)
