@@ -35,6 +35,8 @@ TIMES = {"cycle_times", "execution_times"}
 CHARTS = {"residual", "edge_sensors", "spectra", "rejection", "modes"} | TIMES
 WORKER_CHARTS = TIMES | {"start_latencies", "speeds"}
 PERCENTILES = ("min", "p50", "p99", "p999", "p9999", "max")
+PARAMETERS = 10  # of a mode's gains
+IMPULSE_CYCLES = 64 * SEGMENT_LENGTH
 FLOOR = 0.5  # where a logarithmic axis draws a count of 0
 PAPER = (718, 1047)  # px within the margins of A4
 SCRIPT = '[[at]]\ntime = 2\ngains = { modes = "0-39", kp = 0.3 }\n'
@@ -76,6 +78,41 @@ def welch(modes):
         spectrum = numpy.fft.rfft((part - part.mean(axis=0)) * window[:, None], axis=0)
         densities.append(2 * (numpy.abs(spectrum) ** 2).sum(axis=1) / (RATE_HZ * (window**2).sum()))
     return numpy.mean(densities, axis=0)[2:-1] * NM_PER_UM**2
+
+
+def load_gains(folder):
+    """Of all modes, as they were when the run began: kp, ki, kd and the derivative's n in a column each."""
+    gains = fits.getdata(folder / "gains.fits", 1)["gains"].astype(float).reshape(-1, PARAMETERS)
+    return gains[:, [0, 1, 2, 6]].T
+
+
+def save_gains(source, target, factors):
+    """The gains of another run with its modes' kp times `factors`."""
+    with fits.open(source / "gains.fits") as tables:
+        tables[1].data["gains"].reshape(-1, PARAMETERS)[:, 0] *= factors
+        tables.writeto(target)
+
+
+def rejection_of(folder, weights):
+    """|1/(1 + L)| of all modes together, by simulating how each mode's loop answers to an impulse."""
+    plant = json.loads((folder / "summary.json").read_text())["plant"]
+    kp, ki, kd, n = load_gains(folder)
+    period, lag, delay = 1 / RATE_HZ, plant["lag_coefficient"], plant["delay_cycles"]
+    answer = numpy.zeros((IMPULSE_CYCLES, len(kp)))
+    answer[0] = 1
+    commands = numpy.zeros_like(answer)
+    position, integral, derivative, last = (numpy.zeros(len(kp)) for _ in range(4))
+    for cycle in range(IMPULSE_CYCLES):
+        if cycle > delay:
+            position = position + lag * (commands[cycle - 1 - delay] - position)
+        answer[cycle] += position
+        derivative = (kd * derivative - n * kp * kd * (answer[cycle] - last)) / (n * period + kd)
+        commands[cycle] = integral + derivative - kp * answer[cycle]
+        integral = integral - period * kp * ki * answer[cycle]
+        last = answer[cycle]
+    expect(numpy.abs(answer[-1]).max() < 1e-6, "the simulated loop has not come to rest")
+    squares = numpy.abs(numpy.fft.rfft(answer, axis=0)[:: IMPULSE_CYCLES // SEGMENT_LENGTH]) ** 2
+    return numpy.sqrt(squares @ weights / weights.sum())[2:-1]
 
 
 class Browser:
@@ -169,6 +206,29 @@ def check_table(browser, title, row, expected):
     expect(not wrong, f"{title}, {row}: {cells[0]}, expected {expected}")
 
 
+def check_computed_rejection(browser, folder):
+    """With the gains that the run began with, each mode counted by its mean square before the loop closed."""
+    modes = fits.getdata(folder / "modes_in.fits", 1)["modes_in"].astype(float)
+    expected = rejection_of(folder, (modes[:OPEN_CYCLES] ** 2).mean(axis=0))
+    points = dict(browser.series("rejection"))["computed"]
+    expect_close("the frequencies of the computed rejection", [point[0] for point in points],
+                 numpy.arange(2, SEGMENT_LENGTH // 2) * RATE_HZ / SEGMENT_LENGTH)
+    found = 10 ** (numpy.array([point[1] for point in points]) / 20)
+    expect_close(f"the computed rejection of {folder.name}", found, expected, 1e-3)  # of four digits
+
+
+def check_injected(browser, folder):
+    """Gains that differ, and references that are not rejected."""
+    expect([name for name, _ in browser.series("rejection")] == ["computed"], "a rejection is measured")
+    check_computed_rejection(browser, folder)
+    unweighted = 20 * numpy.log10(rejection_of(folder, numpy.ones(MODES)))
+    computed = [point[1] for point in dict(browser.series("rejection"))["computed"]]
+    expect(numpy.abs(unweighted - computed).max() > 0.1, "the weights make no difference here")
+    expect("Measured" not in caption_of(browser, "rejection"), caption_of(browser, "rejection"))
+    expect("with the gains that the run began with" in caption_of(browser, "rejection"), "another computed rejection")
+    expect("The rejection as measured" in " ".join(browser.texts(".note li")), "it does not say what is left out")
+
+
 def check_figures(browser, folder):
     """Every chart's data against the run's own files."""
     summary = json.loads((folder / "summary.json").read_text())
@@ -192,7 +252,7 @@ def check_figures(browser, folder):
     rejection = dict(browser.series("rejection"))
     expect_close("the measured rejection", [point[1] for point in rejection["measured"]],
                  10 * numpy.log10(densities["after"] / densities["before"]), 5e-3)
-    expect(len(rejection["computed"]) == len(frequencies), "the computed rejection has other frequencies")
+    check_computed_rejection(browser, folder)
 
     per_mode = dict(browser.series("modes"))
     for name, part in (("before", before), ("after", after)):
@@ -377,7 +437,8 @@ def caption_of(browser, chart):
 def check_qualification(browser, result):
     """Every chart and table against the qualification's own file."""
     workers = result["workers"]
-    names = [f"worker {index}, CPU {worker['cpu']}" for index, worker in enumerate(workers)]
+    places = ["any CPU" if worker["cpu"] < 0 else f"CPU {worker['cpu']}" for worker in workers]
+    names = [f"worker{index} on {place}" for index, place in enumerate(places)]
     for name, worker in zip(names, workers):
         check_table(browser, "Execution", name, [worker["execution_us"][key] for key in PERCENTILES])
         check_table(browser, "Start latency", name, [worker["start_latency_us"][key] for key in PERCENTILES])
@@ -408,6 +469,10 @@ def check_qualification(browser, result):
     good = "good" in browser.find(".verdict").get_attribute("class")
     expect(good == result["held"], "the verdict's colour says something else")
     parameters = " ".join(browser.texts(".parameters tr"))
+    for name, worker in zip(names, workers):
+        missed = worker["missed_deadlines"]
+        text = "no deadline" if missed is None else f"{missed} of {result['cycles']} cycles"
+        expect(f"{name} {text}" in parameters, f"the parameters do not say {name} {text}: {parameters}")
     for text in ("matrix of each worker 20 x 300", "pace flat out", result["blas"], os.uname().release):
         expect(text in parameters, f"the parameters do not say {text}: {parameters}")
     expect(not browser.texts(".map"), "there is a mirror")
@@ -434,6 +499,13 @@ def main():
         run(ravelctl, matrices, folder, "--script", str(script))
         frames = pathlib.Path(directory) / "frames"
         run(ravelctl, matrices, frames, "--record", "es")
+        injected = pathlib.Path(directory) / "injected"
+        gains = pathlib.Path(directory) / "gains.fits"
+        save_gains(folder, gains, numpy.linspace(0.2, 1, MODES))
+        step = pathlib.Path(directory) / "step.fits"
+        subprocess.run([ravelctl, "make-modulation", "step", "--output", step, "--modes", str(MODES), "--quiet"],
+                       check=True)
+        run(ravelctl, matrices, injected, "--gains", str(gains), "--inject", str(step))
         late = pathlib.Path(directory) / "late"
         many = pathlib.Path(directory) / "many"
         results = {late: qualify(ravelctl, late, 1, "--workers", "2", "--cycles", "400", "--deadline-us", "1"),
@@ -454,6 +526,12 @@ def main():
                     else:
                         check_paper(browser)
                     check_console(browser)
+            browser.open(injected / "report.html", 1280, "light")
+            check_layout(browser, 1280, "light", CHARTS)
+            check_injected(browser, injected)
+            check_pointer(browser, ["rejection"])
+            check_keyboard(browser, ["rejection"])
+            check_console(browser)
             recorded = {"residual", "edge_sensors"} | TIMES
             browser.open(frames / "report.html", 390, "dark")
             check_layout(browser, 390, "dark", recorded)

@@ -191,7 +191,7 @@ function speedChart(speeds) {
           type: 'category',
           data: speeds.map((one) => one.name),
           axisLabel: few
-            ? { color: text, fontSize: 12, interval: 0, formatter: (name) => name.replace(', ', '\n') }
+            ? { color: text, fontSize: 12, interval: 0, formatter: (name) => name.replace(' on ', '\non ') }
             : { color: text, fontSize: 12, rotate: 90, hideOverlap: true },
         },
         axis('GB/s', { min: 0 }),
