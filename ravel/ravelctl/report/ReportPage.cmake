@@ -4,7 +4,7 @@
 find_program(RAVEL_NPM npm)
 find_program(RAVEL_NODE node)
 if(NOT RAVEL_NPM OR NOT RAVEL_NODE)
-    message(STATUS "npm is not installed: reports are left out; install npm and configure again")
+    message(STATUS "reports are left out: npm or node is not installed, or RAVEL_NPM is OFF; configure again with npm")
     return()
 endif()
 
