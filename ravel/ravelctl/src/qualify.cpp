@@ -272,6 +272,7 @@ QualifyReport Qualify(const QualifyOptions& options, const QualifyStop& stop, st
     };
     {
         RealTimeProcess process(options.placement, NeedsOf(options), topology, ReadMachineFiles("/"), ThisSystem());
+        report.plan.placement = process.GetPlan();  // without the priorities that are refused
         LongWork work(style, out, "taking the memory");
         Qualification qualification(options, report.plan, process);
         qualification.Start(work);

@@ -40,17 +40,31 @@ nlohmann::json ReadPlacement(const RunOptions& options)
 }
 
 /// The program without the right to priorities and locked memory, also where root runs the tests.
-ChildProcess::Result RunWithoutRights(const RunOptions& options, const std::vector<std::string>& more)
+ChildProcess::Result CallWithoutRights(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> command = {"/bin/bash", "-c", "ulimit -r 0 && ulimit -l 64 && exec \"$@\"", "sh"};
     if (geteuid() == 0) {
         command.insert(command.end(), {"/usr/bin/setpriv", "--bounding-set=-sys_nice,-ipc_lock,-sys_resource",
                                        "--inh-caps=-sys_nice,-ipc_lock,-sys_resource"});
     }
-    command.insert(command.end(), {RAVELCTL_PROGRAM, "run", "--modes", "20", "--duration", "0.6", "--matrices",
-                                   RAVELCTL_TEST_MATRICES, "--output", options.output.string()});
-    command.insert(command.end(), more.begin(), more.end());
+    command.emplace_back(RAVELCTL_PROGRAM);
+    command.insert(command.end(), arguments.begin(), arguments.end());
     return test::RunChild(command);
+}
+
+ChildProcess::Result RunWithoutRights(const RunOptions& options, const std::vector<std::string>& more)
+{
+    std::vector<std::string> arguments = {"run",
+                                          "--modes",
+                                          "20",
+                                          "--duration",
+                                          "0.6",
+                                          "--matrices",
+                                          RAVELCTL_TEST_MATRICES,
+                                          "--output",
+                                          options.output.string()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return CallWithoutRights(arguments);
 }
 
 std::ptrdiff_t CountLines(const std::string& text, const std::string& part)
@@ -154,6 +168,18 @@ TEST(PlacementRunTest, WhatTheSystemRefusesIsSaidOnceWithTheCommandAndTheRunGoes
     EXPECT_EQ(placement.at("cycle").at("priority"), 0);
     EXPECT_EQ(placement.at("refused").at(0).at("what"), "real-time priority 60");
     EXPECT_THAT(placement.at("refused").at(0).at("remedy").get<std::string>(), HasSubstr("rtprio"));
+}
+
+TEST(PlacementRunTest, AQualificationAsksForNothingThatItIsKnownToBeRefused)
+{
+    const test::TestFolder folder;
+    const std::string output = (folder / "q").string();
+    const ChildProcess::Result result =
+        CallWithoutRights({"qualify", "--rows", "10", "--cols", "100", "--cycles", "20", "--output", output});
+    EXPECT_EQ(CountLines(result.out, "not granted: real-time priority"), 1) << result.out;
+    EXPECT_THAT(result.out, Not(HasSubstr("NOT granted"))) << "it was said already";
+    const nlohmann::json figures = nlohmann::json::parse(test::ReadBytes(output + "/qualify.json"));
+    EXPECT_EQ(figures.at("workers").at(0).at("priority_asked"), 0);
 }
 
 TEST(PlacementRunTest, WhatIsSwitchedOffIsNotMissed)
