@@ -10,7 +10,7 @@ namespace lumo::ravelctl {
 
 /// Failure: InputError for a value that is not within `low` to `high`, such as NaN. `unit`: " Hz" and the like, or "".
 template <typename T>
-void CheckRange(const char* option, T value, T low, T high, const char* unit)
+void CheckRange(const std::string& option, T value, T low, T high, const char* unit)
 {
     if (!(value >= low && value <= high)) {  // also refuses NaN
         throw InputError(fmt::format("{}: expected {} to {}{} but got {}", option, low, high, unit, value));

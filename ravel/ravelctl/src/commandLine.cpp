@@ -151,6 +151,7 @@ public:
         } catch (const CLI::ParseError& error) {
             throw InputError(Explain(m_app, error));
         }
+        ForgetPlaces();
     }
 
     /// Prints help or version, whichever was asked for.
@@ -167,6 +168,19 @@ public:
     Command Read() const { return m_reads.at(m_app.get_subcommands().front()->get_name())(); }
 
 private:
+    /// What the command line says is not said by the file any more.
+    void ForgetPlaces()
+    {
+        for (const CLI::Option* option : m_app.get_subcommands().front()->get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                if (option->count() > 0) {
+                    m_run.options.places.Forget("--" + name);
+                    m_qualify.places.Forget("--" + name);
+                }
+            }
+        }
+    }
+
     /// A flag that prints and leaves, as that of the version does.
     void AddPrintFlag(const std::string& name, const std::string& description,
                       std::function<std::string(const ProgramOutline&)> format)
@@ -218,6 +232,8 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     QualifyOptions qualify_for;
     if (!parser.GetConfig().empty()) {
         LoadConfig(parser.GetConfig(), from_file);
+    }
+    if (parser.IsAbout("qualify")) {
         QualifyFor(from_file, qualify_for);
     }
     Parser over_file(from_file, qualify_for);

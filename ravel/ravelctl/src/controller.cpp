@@ -150,13 +150,14 @@ void Controller::PlanTheRun()
     }
     m_options.duration_s = m_plan.TimeOf(m_plan.cycles);
     if (m_player && *m_player->GetNumFrames() < m_plan.cycles) {
-        throw InputError(
-            fmt::format("--duration: expected at most the {} recorded frames but it takes {}; run for {} s",
-                        *m_player->GetNumFrames(), m_plan.cycles, m_plan.TimeOf(*m_player->GetNumFrames())));
+        throw InputError(fmt::format("{}: expected at most the {} recorded frames but it takes {}; run for {} s",
+                                     m_options.places.Name("--duration"), *m_player->GetNumFrames(), m_plan.cycles,
+                                     m_plan.TimeOf(*m_player->GetNumFrames())));
     }
     m_recording_plan = PlanRecording(m_options, m_plan);
     if (m_options.inject.file.empty() && (m_options.inject.loop || m_options.inject.decimation != 1)) {
-        throw InputError("--inject-loop, --inject-decimation: expected --inject besides, a file of samples");
+        const std::string name = m_options.places.Name(m_options.inject.loop ? "--inject-loop" : "--inject-decimation");
+        throw InputError(fmt::format("{}: expected --inject besides, a file of samples", name));
     }
     if (!m_options.inject.file.empty()) {
         m_injection = std::make_unique<ReferenceInjection>(m_options.inject, m_options.modes, say);

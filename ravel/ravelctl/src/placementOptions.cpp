@@ -47,7 +47,8 @@ void CheckWorkerCpus(const PlaceChoice& cpus, int num_workers)
     }
 }
 
-void CheckPriority(const char* option, const std::optional<int>& priority, int highest, const PlacementNeeds& needs)
+void CheckPriority(const std::string& option, const std::optional<int>& priority, int highest,
+                   const PlacementNeeds& needs)
 {
     CheckRange(option, priority.value_or(0), 0, highest, "");
     if (!needs.IsPaced() && priority.value_or(0) > 0) {
@@ -97,8 +98,8 @@ void CheckPlacementOptions(const PlacementOptions& options, const PlacementNeeds
     CheckOne(options.cycle_cpu);
     CheckOne(options.numa_node);
     CheckWorkerCpus(options.cpus, needs.num_workers);
-    CheckPriority("--priority", options.priority, HIGHEST_PRIORITY, needs);
-    CheckPriority("--cycle-priority", options.cycle_priority, HIGHEST_CYCLE_PRIORITY, needs);
+    CheckPriority(needs.places.Name("--priority"), options.priority, HIGHEST_PRIORITY, needs);
+    CheckPriority(needs.places.Name("--cycle-priority"), options.cycle_priority, HIGHEST_CYCLE_PRIORITY, needs);
 }
 
 }  // namespace lumo::ravelctl

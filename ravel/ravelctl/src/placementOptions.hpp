@@ -1,5 +1,7 @@
 #pragma once
 
+#include "optionPlaces.hpp"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,9 +51,10 @@ std::string FormatPlaceChoice(const PlaceChoice& choice);
 struct PlacementNeeds
 {
     int num_workers = 1;
-    const char* unpaced_by = nullptr;  // the option because of which cycles are not paced; null where they are
+    std::string unpaced_by{};  // the option because of which cycles are not paced; empty where they are
+    OptionPlaces places{};     // of the options, for messages
 
-    bool IsPaced() const { return unpaced_by == nullptr; }
+    bool IsPaced() const { return unpaced_by.empty(); }
 };
 
 /// Checks what does not depend on the machine. Failure: InputError that says what was expected and what came.

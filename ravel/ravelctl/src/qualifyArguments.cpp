@@ -8,7 +8,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <string>
 
 namespace lumo::ravelctl {
@@ -55,15 +54,16 @@ void QualifyFor(const RunArguments& run, QualifyOptions& options)
         return found == run.options.cfg.end() ? std::nullopt : std::optional<int>(std::stoi(found->second));
     };
     const int modes = run.options.modes;
-    const int workers = run.workers.value_or(std::min(DEFAULT_WORKERS, modes));
+    const int workers = CountWorkers(run);
     options.workers = workers;
     options.rate_hz = run.options.rate_hz;
     options.rows = number(ravelcore::KEY_TASK_SGEMV_NUM_ROWS).value_or((modes + workers - 1) / workers);
     options.cols = number(ravelcore::KEY_TASK_SGEMV_NUM_COLS).value_or(options.cols);
     options.placement = run.options.placement;
+    options.places = run.options.places;
     const std::optional<int> node = number(ravelcore::KEY_TASK_SGEMV_NUMA_NODE);
     if (node && options.placement.numa_node.kind == PlaceChoice::Kind::Auto) {
-        options.placement.numa_node = ParsePlaceChoice(ravelcore::KEY_TASK_SGEMV_NUMA_NODE,
+        options.placement.numa_node = ParsePlaceChoice(run.options.places.Name(ravelcore::KEY_TASK_SGEMV_NUMA_NODE),
                                                        *node < 0 ? std::string("none") : std::to_string(*node));
     }
 }

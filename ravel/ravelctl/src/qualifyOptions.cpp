@@ -16,11 +16,12 @@ namespace {
 void CheckSize(const QualifyOptions& options)
 {
     constexpr int MOST = std::numeric_limits<int>::max();
-    CheckRange("--rows", options.rows, 1, MOST, "");
-    CheckRange("--cols", options.cols, 1, MOST, "");
+    CheckRange(options.places.Name("--rows"), options.rows, 1, MOST, "");
+    CheckRange(options.places.Name("--cols"), options.cols, 1, MOST, "");
     if (std::int64_t{options.rows} * options.cols > MOST) {
-        throw InputError(fmt::format("--rows: expected at most {} elements but {} x {} are {}", MOST, options.rows,
-                                     options.cols, std::int64_t{options.rows} * options.cols));
+        throw InputError(fmt::format("{}: expected at most {} elements but {} x {} are {}",
+                                     options.places.Name("--rows"), MOST, options.rows, options.cols,
+                                     std::int64_t{options.rows} * options.cols));
     }
 }
 
@@ -57,12 +58,12 @@ PlacementNeeds NeedsOf(const QualifyOptions& options)
     const PlaceChoice& cpus = options.placement.cpus;
     const int num_cpus = static_cast<int>(cpus.numbers.size());
     if (cpus.IsGiven() && options.workers && *options.workers != num_cpus) {
-        throw InputError(fmt::format("--workers: expected {}, one per CPU of {}, but got {}", num_cpus, cpus.name,
-                                     *options.workers));
+        throw InputError(fmt::format("{}: expected {}, one per CPU of {}, but got {}", options.places.Name("--workers"),
+                                     num_cpus, cpus.name, *options.workers));
     }
     const int num_workers = options.workers.value_or(cpus.IsGiven() ? num_cpus : 1);
-    CheckRange("--workers", num_workers, 1, MOST_WORKERS, "");
-    return {num_workers, options.flat_out ? "--flat-out" : nullptr};
+    CheckRange(options.places.Name("--workers"), num_workers, 1, MOST_WORKERS, "");
+    return {num_workers, options.flat_out ? "--flat-out" : "", options.places};
 }
 
 QualifyPlan PlanQualification(const QualifyOptions& options, const CpuTopology& topology)
@@ -71,7 +72,7 @@ QualifyPlan PlanQualification(const QualifyOptions& options, const CpuTopology& 
     constexpr double LONGEST_DEADLINE_US = 1.0e9;
     constexpr std::int64_t MOST_CYCLES = 1'000'000'000'000;
     CheckSize(options);
-    CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
+    CheckRange(options.places.Name("--rate"), options.rate_hz, 1.0, 5000.0, " Hz");
     if (options.cycles && options.duration_s) {
         throw InputError("--cycles: expected without --duration but both are given; leave one of them out");
     }

@@ -26,6 +26,7 @@ struct QualifyOptions
     std::filesystem::path output;  // a new folder named after the time where it is empty
     bool overwrite = false;
     bool quiet = false;
+    OptionPlaces places;  // of what stands in the file
 };
 
 /// What the options mean on this machine.

@@ -17,15 +17,15 @@ namespace {
 constexpr std::uint64_t NUM_MODE_FILES = 4;  // modes_in, modes_out, modes_ref, modes_arw
 
 /// Recorders, and the files that hold the slices' side by side, count their floats in 32 bits.
-void CheckValues(const char* what, std::int64_t samples, std::int64_t sample_size)
+void CheckValues(const RunOptions& options, const char* what, std::int64_t samples, std::int64_t sample_size)
 {
     constexpr std::int64_t MOST = std::numeric_limits<std::int32_t>::max();
     if (samples * sample_size > MOST) {
         throw InputError(
-            fmt::format("--duration: {} samples of {} {} are more than the {} values that a recording "
+            fmt::format("{}: {} samples of {} {} are more than the {} values that a recording "
                         "holds; run for a shorter time, or record with --record-decimation or "
                         "--record-last",
-                        samples, sample_size, what, MOST));
+                        options.places.Name("--duration"), samples, sample_size, what, MOST));
     }
 }
 
@@ -35,14 +35,15 @@ RecordingPlan PlanRecording(const RunOptions& options, const LoopPlan& plan)
 {
     const RecordOptions& record = options.record;
     if (record.decimation < 1 || record.decimation > plan.cycles) {
-        throw InputError(fmt::format("--record-decimation: expected 1 to the run's {} cycles but got {}", plan.cycles,
-                                     record.decimation));
+        throw InputError(fmt::format("{}: expected 1 to the run's {} cycles but got {}",
+                                     options.places.Name("--record-decimation"), plan.cycles, record.decimation));
     }
     std::int64_t samples = plan.cycles / record.decimation;
     RecordingPlan recording{record.modes, record.es, record.pact, record.decimation};
     if (record.last_s) {
         if (!(*record.last_s > 0.0)) {
-            throw InputError(fmt::format("--record-last: expected seconds above 0 but got {}", *record.last_s));
+            throw InputError(fmt::format("{}: expected seconds above 0 but got {}",
+                                         options.places.Name("--record-last"), *record.last_s));
         }
         // More than the run is long is the whole run.
         const double kept_s = std::min(*record.last_s, plan.TimeOf(plan.cycles));
@@ -51,13 +52,13 @@ RecordingPlan PlanRecording(const RunOptions& options, const LoopPlan& plan)
         recording.loopback = true;
     }
     if (record.modes) {
-        CheckValues("modes", samples, options.modes);
+        CheckValues(options, "modes", samples, options.modes);
     }
     if (record.es) {
-        CheckValues("edge-sensor values", samples, static_cast<std::int64_t>(ravelcore::ES_SAMPLE_SIZE));
+        CheckValues(options, "edge-sensor values", samples, static_cast<std::int64_t>(ravelcore::ES_SAMPLE_SIZE));
     }
     if (record.pact) {
-        CheckValues("actuator values", samples, static_cast<std::int64_t>(ravelcore::PACT_SAMPLE_SIZE));
+        CheckValues(options, "actuator values", samples, static_cast<std::int64_t>(ravelcore::PACT_SAMPLE_SIZE));
     }
     recording.capacity = static_cast<int>(samples);
     return recording;

@@ -81,7 +81,8 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
 {
     RunOptions& options = arguments.options;
     run.add_option("CONFIG", arguments.config,
-                   "File of options, as ravelctl config prints one; options given here override it")
+                   "File of options, as ravelctl config prints one; options given here override it, "
+                   "flags too, as --quiet=false does a true")
         ->type_name(FILE_VALUE);
     run.add_option("--modes", options.modes, "Control modes, 1 to 2390, the least stiff ones")->capture_default_str();
     run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->type_name("HZ")->capture_default_str();
@@ -152,10 +153,32 @@ void ParseRecorded(const std::vector<std::string>& names, RecordOptions& record)
     }
 }
 
+int CountWorkers(const RunArguments& arguments)
+{
+    const int modes = std::max(arguments.options.modes, 1);  // others are refused with the rest of the plan
+    if (arguments.workers || !arguments.slice_size) {
+        return arguments.workers.value_or(std::min(modes, DEFAULT_WORKERS));
+    }
+    const int size = *arguments.slice_size;
+    const int workers = (modes + size - 1) / size;
+    const std::string name = arguments.options.places.Name("--workers");
+    if (workers > RunOptions::MOST_WORKERS) {
+        throw InputError(
+            fmt::format("{}: expected slices for at most {} workers but {} modes in slices of {} are for {}", name,
+                        RunOptions::MOST_WORKERS, modes, size, workers));
+    }
+    const int shared = (modes + workers - 1) / workers;
+    if (workers > 1 && shared != size) {
+        throw InputError(fmt::format("{}: expected {}, in which {} workers share {} modes evenly, but got {}", name,
+                                     shared, workers, modes, size));
+    }
+    return workers;
+}
+
 RunOptions ReadRunOptions(const RunArguments& arguments)
 {
     RunOptions options = arguments.options;
-    options.workers = arguments.workers.value_or(std::clamp(options.modes, 1, DEFAULT_WORKERS));
+    options.workers = CountWorkers(arguments);
     if (!arguments.tones.empty()) {
         options.tones.clear();  // of the file
     }

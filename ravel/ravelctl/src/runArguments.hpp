@@ -23,6 +23,7 @@ struct RunArguments
     RunOptions options;  // what stands here is what is meant where nothing is said
     std::filesystem::path config;
     std::optional<int> workers;
+    std::optional<int> slice_size;  // of a file; where there are workers besides, they were said on the command line
     std::vector<std::string> tones;
     std::vector<std::string> record;
     std::optional<std::string> record_last;
@@ -30,6 +31,10 @@ struct RunArguments
 
 /// Tells the parser what the command takes. `arguments` must live as long as it parses.
 void AddRunOptions(CLI::App& command, RunArguments& arguments);
+
+/// The workers that were asked for, directly or by the size of their slices, or the default. Failure: InputError for a
+/// size of which no number of workers makes slices.
+int CountWorkers(const RunArguments& arguments);
 
 /// What was read. Failure: InputError for what the parser alone does not understand.
 RunOptions ReadRunOptions(const RunArguments& arguments);

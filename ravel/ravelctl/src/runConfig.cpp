@@ -10,8 +10,10 @@
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -265,10 +267,13 @@ Entry Recorded()
             }};
 }
 
-/// The same as `workers`, said the other way round.
+/// The same as `workers`, said the other way round. How many they are depends on the modes, which the command line may
+/// say.
 Entry SliceSize()
 {
-    return {"slice_size", "modes of each worker; in the place of run.workers", "300",
+    return {"slice_size",
+            "modes of each worker, but fewer for the last one where they do not divide; in the place of run.workers",
+            "300",
             [](TomlTable& table, const char* name, RunArguments& arguments) {
                 const std::optional<int> size = table.GetInteger(name, 1, mirrorsim::NUM_MODES);
                 if (!size) {
@@ -277,7 +282,7 @@ Entry SliceSize()
                 if (arguments.workers) {
                     table.Refuse(name, "expected either this or run.workers but got both");
                 }
-                arguments.workers = (arguments.options.modes + *size - 1) / *size;
+                arguments.slice_size = size;
             },
             [](const RunOptions& /*options*/) {
                 return std::string();
@@ -393,12 +398,51 @@ std::vector<Section> MakeLibrarySections()
                          ravelcore::KEY_TASK_SGEMV_NUMA_NODE)}}};
 }
 
-void ReadSection(TomlTable table, const Section& section, RunArguments& arguments)
+/// The option of a command that says what a key says; the full name of a key for which there is none.
+std::string OptionOf(const std::string& section, const std::string& key)
+{
+    const std::string full = section + "." + key;
+    static const std::map<std::string, std::string> ODD_ONES = {{"run.tones", "--tone"},
+                                                                {"record.what", "--record"},
+                                                                {"inject.file", "--inject"},
+                                                                {"cfg.task_edc.slice_size", "--workers"},
+                                                                {ravelcore::KEY_TASK_SGEMV_NUM_ROWS, "--rows"},
+                                                                {ravelcore::KEY_TASK_SGEMV_NUM_COLS, "--cols"}};
+    const auto found = ODD_ONES.find(full);
+    if (found != ODD_ONES.end()) {
+        return found->second;
+    }
+    if (section.starts_with("cfg.")) {
+        return full;
+    }
+    const bool is_named_alone = section == "run" || section == "placement";
+    std::string option = (is_named_alone ? "--" : "--" + section + "-") + key;
+    std::replace(option.begin(), option.end(), '_', '-');
+    return option;
+}
+
+TomlTable::KnownKeys ListKeys()
+{
+    TomlTable::KnownKeys known;
+    for (const std::vector<Section>& sections : {MakeRunSections(), MakeLibrarySections()}) {
+        for (const Section& section : sections) {
+            for (const Entry& entry : section.entries) {
+                known.emplace_back(section.name, entry.key);
+            }
+        }
+    }
+    return known;
+}
+
+void ReadSection(TomlTable table, const Section& section, const TomlTable::KnownKeys& known, RunArguments& arguments)
 {
     for (const Entry& entry : section.entries) {
         entry.read(table, entry.key, arguments);
+        if (table.Has(entry.key)) {
+            arguments.options.places.Set(OptionOf(section.name, entry.key), table.Locate(entry.key));
+        }
     }
-    table.RefuseUnknownKeys();
+    table.RefuseUnknownKeys(known);
 }
 
 std::string FormatSection(const Section& section, const RunOptions& options)
@@ -418,21 +462,22 @@ std::string FormatSection(const Section& section, const RunOptions& options)
 void LoadConfig(const std::filesystem::path& file, RunArguments& arguments)
 {
     TomlTable root = TomlTable::Open(file);
+    const TomlTable::KnownKeys known = ListKeys();
     for (const Section& section : MakeRunSections()) {
         if (const std::optional<TomlTable> table = root.GetTable(section.name)) {
-            ReadSection(*table, section, arguments);
+            ReadSection(*table, section, known, arguments);
         }
     }
     if (std::optional<TomlTable> cfg = root.GetTable("cfg")) {
         for (const Section& section : MakeLibrarySections()) {
             const std::string name = section.name;
             if (const std::optional<TomlTable> table = cfg->GetTable(name.substr(name.find('.') + 1))) {
-                ReadSection(*table, section, arguments);
+                ReadSection(*table, section, known, arguments);
             }
         }
-        cfg->RefuseUnknownKeys();
+        cfg->RefuseUnknownKeys(known);
     }
-    root.RefuseUnknownKeys();
+    root.RefuseUnknownKeys(known);
 }
 
 std::string FormatConfig(const RunOptions& options)

@@ -18,10 +18,11 @@ namespace {
 
 void CheckTones(const RunOptions& options)
 {
+    const std::string name = options.places.Name("--tone");
     for (const mirrorsim::Tone& tone : options.tones) {
-        CheckRange("--tone: mode", tone.mode, 0, options.modes - 1, "");
-        CheckRange("--tone: frequency", tone.frequency_hz, 0.0, 0.5 * options.rate_hz, " Hz");
-        CheckRange("--tone: amplitude", tone.amplitude_um, 0.0, 1000.0, " um");
+        CheckRange(name + ": mode", tone.mode, 0, options.modes - 1, "");
+        CheckRange(name + ": frequency", tone.frequency_hz, 0.0, 0.5 * options.rate_hz, " Hz");
+        CheckRange(name + ": amplitude", tone.amplitude_um, 0.0, 1000.0, " um");
     }
 }
 
@@ -41,18 +42,20 @@ std::vector<std::string> NameRecorded(const RecordOptions& record)
 
 PlacementNeeds NeedsOf(const RunOptions& options)
 {
-    return {options.workers, options.as_fast_as_possible ? "--as-fast-as-possible" : nullptr};
+    return {options.workers, options.as_fast_as_possible ? options.places.Name("--as-fast-as-possible") : "",
+            options.places};
 }
 
 LoopPlan PlanRun(const RunOptions& options)
 {
     constexpr std::int64_t FEWEST_CYCLES = 50;
     constexpr double LEAD_S = 0.5;
-    CheckRange("--modes", options.modes, 1, mirrorsim::NUM_MODES, "");
-    CheckRange("--rate", options.rate_hz, 1.0, 5000.0, " Hz");
+    const OptionPlaces& places = options.places;
+    CheckRange(places.Name("--modes"), options.modes, 1, mirrorsim::NUM_MODES, "");
+    CheckRange(places.Name("--rate"), options.rate_hz, 1.0, 5000.0, " Hz");
     const double duration_s = options.duration_s.value_or(RunOptions::DEFAULT_DURATION_S);
-    CheckRange("--duration", duration_s, 0.01, 1.0e6, " s");
-    CheckRange("--workers", options.workers, 1, 256, "");
+    CheckRange(places.Name("--duration"), duration_s, 0.01, 1.0e6, " s");
+    CheckRange(places.Name("--workers"), options.workers, 1, RunOptions::MOST_WORKERS, "");
     CheckTones(options);
 
     LoopPlan plan;
@@ -60,12 +63,12 @@ LoopPlan PlanRun(const RunOptions& options)
     plan.paced = !options.as_fast_as_possible;
     plan.cycles = std::llround(duration_s * options.rate_hz);
     if (plan.cycles < FEWEST_CYCLES || plan.cycles > std::numeric_limits<std::int32_t>::max()) {
-        throw InputError(fmt::format("--duration: expected {} to {} cycles but {} s at {} Hz are {}", FEWEST_CYCLES,
-                                     std::numeric_limits<std::int32_t>::max(), duration_s, options.rate_hz,
-                                     plan.cycles));
+        throw InputError(fmt::format("{}: expected {} to {} cycles but {} s at {} Hz are {}", places.Name("--duration"),
+                                     FEWEST_CYCLES, std::numeric_limits<std::int32_t>::max(), duration_s,
+                                     options.rate_hz, plan.cycles));
     }
     const double open_s = options.open_loop_s.value_or(0.1 * duration_s);
-    CheckRange("--open-loop", open_s, 0.0, 0.9 * duration_s, " s");
+    CheckRange(places.Name("--open-loop"), open_s, 0.0, 0.9 * duration_s, " s");
     plan.open_cycles = std::llround(open_s * options.rate_hz);
     plan.lead_cycles =
         std::min<std::int64_t>(std::llround(LEAD_S * options.rate_hz), (plan.cycles - plan.open_cycles) / 4);
@@ -73,8 +76,9 @@ LoopPlan PlanRun(const RunOptions& options)
     const int slice = (options.modes + options.workers - 1) / options.workers;
     const int needed = (options.modes + slice - 1) / slice;
     if (needed < options.workers) {
-        throw InputError(fmt::format("--workers: {} modes in slices of {} leave {} of {} workers without work; use {}",
-                                     options.modes, slice, options.workers - needed, options.workers, needed));
+        throw InputError(fmt::format("{}: {} modes in slices of {} leave {} of {} workers without work; use {}",
+                                     places.Name("--workers"), options.modes, slice, options.workers - needed,
+                                     options.workers, needed));
     }
     CheckPlacementOptions(options.placement, NeedsOf(options));
     return plan;

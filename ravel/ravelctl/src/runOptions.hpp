@@ -1,5 +1,6 @@
 #pragma once
 
+#include "optionPlaces.hpp"
 #include "placementOptions.hpp"
 
 #include <lumo/mirrorsim/mirrorConfig.hpp>
@@ -45,6 +46,7 @@ struct InjectOptions
 struct RunOptions
 {
     static constexpr double DEFAULT_DURATION_S = 20.0;
+    static constexpr int MOST_WORKERS = 256;
 
     int modes = 600;
     double rate_hz = 500.0;
@@ -66,6 +68,7 @@ struct RunOptions
     std::filesystem::path script;  // changes while the loop runs; none where it is empty
     PlacementOptions placement;
     std::map<std::string, std::string> cfg;  // the library's own keys, as Task::Configure takes them
+    OptionPlaces places;                     // of what stands in a file
 };
 
 /// How the run divides into cycles. All counts are in cycles.
@@ -90,7 +93,8 @@ struct LoopPlan
 /// What the run's placement is for.
 PlacementNeeds NeedsOf(const RunOptions& options);
 
-/// Checks every option and divides the run. Failure: InputError that says what was expected and what came.
+/// Checks every option and divides the run. Failure: InputError that says what was expected and what came, and
+/// names the place of what stands in a file.
 LoopPlan PlanRun(const RunOptions& options);
 
 }  // namespace lumo::ravelctl

@@ -132,6 +132,30 @@ std::string FindNearest(std::string_view key, const std::vector<std::string>& kn
     return nearest;
 }
 
+/// "'modes'", or "'modes' under [run]" for one of another table: what is spelt alike comes before what is near. ""
+/// where nothing is.
+std::string Suggest(const std::string& key, const std::vector<std::string>& known,
+                    const TomlTable::KnownKeys& elsewhere)
+{
+    std::vector<std::string> others;
+    others.reserve(elsewhere.size());
+    for (const auto& [table, other] : elsewhere) {
+        others.push_back(other);
+    }
+    const std::string near_here = FindNearest(key, known);
+    const std::string near_there = FindNearest(key, others);
+    if (near_there.empty() || (!near_here.empty() && near_there != key)) {
+        return near_here.empty() ? "" : fmt::format("'{}'", near_here);
+    }
+    std::vector<std::string> tables;
+    for (const auto& [table, other] : elsewhere) {
+        if (other == near_there) {
+            tables.push_back(fmt::format("[{}]", table));
+        }
+    }
+    return fmt::format("'{}' under {}", near_there, fmt::join(tables, " or "));
+}
+
 }  // namespace
 
 struct TomlTable::Impl
@@ -368,7 +392,7 @@ std::vector<TomlTable> TomlTable::GetTables(const std::string& key)
     return tables;
 }
 
-void TomlTable::RefuseUnknownKeys() const
+void TomlTable::RefuseUnknownKeys(const KnownKeys& elsewhere) const
 {
     const std::vector<std::string>& known = m_impl->asked;
     const toml::key* first = nullptr;
@@ -384,8 +408,8 @@ void TomlTable::RefuseUnknownKeys() const
     const std::string expected = known.empty() ? "an empty table" : fmt::format("{}", fmt::join(known, ", "));
     std::string text =
         fmt::format("unknown key '{}'; expected {}{}", first->str(), known.size() > 1 ? "one of " : "", expected);
-    if (const std::string nearest = FindNearest(first->str(), known); !nearest.empty()) {
-        text += fmt::format("; did you mean '{}'?", nearest);
+    if (const std::string meant = Suggest(std::string(first->str()), known, elsewhere); !meant.empty()) {
+        text += fmt::format("; did you mean {}?", meant);
     }
     RefuseAt(m_impl->document->file, first->source().begin, text);
 }

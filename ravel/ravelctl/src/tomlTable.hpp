@@ -52,8 +52,12 @@ public:
     /// The elements of an array of tables; none where there is no such array.
     std::vector<TomlTable> GetTables(const std::string& key);
 
-    /// Refuses the first key that nobody has asked for so far.
-    void RefuseUnknownKeys() const;
+    /// Table and key, of all that a file may hold.
+    using KnownKeys = std::vector<std::pair<std::string, std::string>>;
+
+    /// Refuses the first key that nobody has asked for so far, and names the one that was probably meant: of this
+    /// table, or of `elsewhere`.
+    void RefuseUnknownKeys(const KnownKeys& elsewhere = {}) const;
 
     /// Where `key` stands, for messages about it: "file:line:column: key".
     std::string Locate(const std::string& key) const;

@@ -28,6 +28,13 @@ Command Parse(const std::vector<std::string>& arguments, std::ostream& out)
     return ParseCommandLine(static_cast<int>(argv.size()), argv.data(), out);
 }
 
+template <typename Options>
+Options ParseAs(const std::vector<std::string>& arguments)
+{
+    std::ostringstream out;
+    return std::get<Options>(Parse(arguments, out));
+}
+
 RunOptions ParseRun(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), "run");
@@ -221,6 +228,36 @@ TEST(CommandLineTest, OptionsOverrideTheFileAndTheFileTheDefaults)
     ASSERT_EQ(overridden.tones.size(), 2U);
     EXPECT_EQ(overridden.tones[0].mode, 4);
     EXPECT_EQ(NameRecorded(overridden.record), std::vector<std::string>{"pact"});
+}
+
+TEST(CommandLineTest, WhatTheCommandLineSaysIsNoLongerSaidByTheFile)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[run]\nopen_loop = 5.0\nduration = 30.0\ntones = [\"1:2:3\"]\n");
+    const OptionPlaces places = ParseRun({file, "--duration", "2", "--tone", "4:5:6"}).places;
+    EXPECT_EQ(places.Name("--open-loop"), file + ":2:13: open_loop");
+    EXPECT_EQ(places.Name("--duration"), "--duration");
+    EXPECT_EQ(places.Name("--tone"), "--tone");
+    const auto qualify = ParseAs<QualifyOptions>({"qualify", file, "--rate", "100"});
+    EXPECT_EQ(qualify.places.Name("--rate"), "--rate");
+}
+
+TEST(CommandLineTest, TheSizeOfTheSlicesIsForTheModesOfTheCommandLineAndItsWorkersComeFirst)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 300\n");
+    EXPECT_EQ(ParseRun({file}).workers, 2);
+    EXPECT_EQ(ParseRun({file, "--modes", "1200"}).workers, 4);
+    EXPECT_EQ(ParseRun({file, "--workers", "3"}).workers, 3);
+    const auto qualify = ParseAs<QualifyOptions>({"qualify", file});
+    EXPECT_EQ(qualify.workers, 2);
+    EXPECT_EQ(qualify.rows, 300);
+
+    test::WriteBytes(file, "[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 250\n");
+    EXPECT_EQ(ParseRun({file, "--modes", "1000"}).workers, 4) << "what does not fit the file's modes";
+    EXPECT_EQ(ParseRun({file, "--workers", "3"}).workers, 3);
 }
 
 ModulationOptions ParseModulation(std::vector<std::string> arguments)
@@ -547,13 +584,6 @@ TEST(CommandLineTest, EveryOptionOfAReplayReachesItsPlace)
     EXPECT_EQ(options.modes, "0-3");
     EXPECT_EQ(options.output, "o.fits");
     EXPECT_TRUE(options.overwrite);
-}
-
-template <typename Options>
-Options ParseAs(const std::vector<std::string>& arguments)
-{
-    std::ostringstream out;
-    return std::get<Options>(Parse(arguments, out));
 }
 
 TEST(CommandLineTest, EveryOptionOfAQualificationReachesItsPlace)

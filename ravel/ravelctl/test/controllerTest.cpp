@@ -306,7 +306,10 @@ TEST(ControllerTest, OptionsOfAnInjectionWithoutOneAreRefused)
     options.inject.loop = true;
     std::ostringstream out;
     EXPECT_EQ(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
-              "--inject-loop, --inject-decimation: expected --inject besides, a file of samples");
+              "--inject-loop: expected --inject besides, a file of samples");
+    options.inject = {"", 2, false};
+    EXPECT_EQ(test::ThrownLine<InputError>([&] { Controller(options, out).Configure(); }),
+              "--inject-decimation: expected --inject besides, a file of samples");
 }
 
 TEST(ControllerTest, DetailOfTheControlTaskIsRefusedWhereItWouldEndTheProcess)

@@ -1,4 +1,6 @@
+#include "commandLine.hpp"
 #include "error.hpp"
+#include "recordingPlan.hpp"
 #include "runConfig.hpp"
 #include "support/testFolder.hpp"
 #include "support/textFile.hpp"
@@ -205,12 +207,71 @@ TEST_F(RunConfigTest, TheMirrorsSizesMayBeSaidButNotChanged)
               "night.toml:2:10: num_es: expected 4788, as the simulated mirror has, but got 1");
 }
 
+TEST_F(RunConfigTest, AKeyOfAnotherTableIsSuggestedUnderItsTable)
+{
+    EXPECT_THAT(Refusal("modes = 10\n"), HasSubstr("did you mean 'modes' under [run]?"));
+    EXPECT_THAT(Refusal("mdoes = 10\n"), HasSubstr("did you mean 'modes' under [run]?"));
+    EXPECT_THAT(Refusal("[run]\nnum_pact = 10\n"), HasSubstr("did you mean 'num_pact' under [cfg.task_edc]?"));
+    EXPECT_THAT(Refusal("[cfg]\nnum_rows = 10\n"), HasSubstr("did you mean 'num_rows' under [cfg.task_sgemv]?"));
+    EXPECT_THAT(Refusal("[play]\ndecimation = 10\n"),
+                HasSubstr("did you mean 'decimation' under [record] or [inject]?"));
+    EXPECT_THAT(Refusal("[run]\nwhat_else_there_is = 10\n"), testing::Not(HasSubstr("did you mean")));
+}
+
+/// What is refused of a file once all of it has been read.
+std::string RefusalOfPlan(const RunOptions& options)
+{
+    return test::ThrownLine<InputError>([&] { PlanRecording(options, PlanRun(options)); });
+}
+
+TEST_F(RunConfigTest, WhatDoesNotFitTheRestOfTheFileIsRefusedWithItsPlace)
+{
+    const std::string file = m_file.string();
+    EXPECT_EQ(RefusalOfPlan(Load("[run]\nopen_loop = 100\n")),
+              file + ":2:13: open_loop: expected 0 to 18 s but got 100");
+    EXPECT_EQ(RefusalOfPlan(Load("[run]\ntones = [\"700:2:3\"]\n")),
+              file + ":2:9: tones: mode: expected 0 to 599 but got 700");
+    EXPECT_THAT(RefusalOfPlan(Load("[run]\nduration = 0.02\n")),
+                testing::StartsWith(file + ":2:12: duration: expected 50 to "));
+    EXPECT_EQ(RefusalOfPlan(Load("[run]\nmodes = 5\nworkers = 4\n")),
+              file + ":3:11: workers: 5 modes in slices of 2 leave 1 of 4 workers without work; use 3");
+    EXPECT_THAT(RefusalOfPlan(Load("[run]\nas_fast_as_possible = true\n[placement]\npriority = 50\n")),
+                testing::StartsWith(file + ":4:12: priority: expected 0 with " + file +
+                                    ":2:23: as_fast_as_possible but got 50"));
+    EXPECT_THAT(RefusalOfPlan(Load("[record]\ndecimation = 100000\n")),
+                testing::StartsWith(file + ":2:14: decimation: expected 1 to the run's 10000 cycles"));
+}
+
+TEST_F(RunConfigTest, EveryOptionOfARunThatAFileMayHoldRemembersItsPlace)
+{
+    const OptionPlaces places = Load(FormatConfig(OptionsOfEveryKind())).places;
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        for (const OptionOutline& option : command.options) {
+            const std::string& name = option.names.front();
+            if (command.name == "run" && name.starts_with("--")) {
+                EXPECT_THAT(places.Name(name), testing::StartsWith(m_file.string() + ":"));
+            }
+        }
+    }
+}
+
 TEST_F(RunConfigTest, TheSliceSizeSaysHowManyWorkersThereAre)
 {
     EXPECT_EQ(Load("[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 200\n").workers, 3);
-    EXPECT_EQ(Load("[run]\nmodes = 600\n[cfg.task_edc]\nslice_size = 250\n").workers, 3);
+    EXPECT_EQ(Load("[run]\nmodes = 11\n[cfg.task_edc]\nslice_size = 4\n").workers, 3) << "the last one has 3";
+    EXPECT_EQ(Load("[run]\nmodes = 11\n[cfg.task_edc]\nslice_size = 300\n").workers, 1);
     EXPECT_EQ(Refusal("[run]\nworkers = 2\n[cfg.task_edc]\nslice_size = 200\n"),
               "night.toml:4:14: slice_size: expected either this or run.workers but got both");
+}
+
+TEST_F(RunConfigTest, ASliceSizeThatNoWorkersHaveIsRefusedWithOneThatTheyHave)
+{
+    EXPECT_EQ(Refusal("[cfg.task_edc]\nslice_size = 250\n"),
+              "night.toml:2:14: slice_size: expected 200, in which 3 workers share 600 modes evenly, but got 250");
+    EXPECT_EQ(Load("[cfg.task_edc]\nslice_size = 200\n").workers, 3);
+    EXPECT_EQ(Refusal("[cfg.task_edc]\nslice_size = 1\n"),
+              "night.toml:2:14: slice_size: expected slices for at most 256 workers but 600 modes in slices of 1 are "
+              "for 600");
 }
 
 TEST_F(RunConfigTest, TheLibrarysOwnKeysReachTheTasksUnderTheirNames)
