@@ -222,7 +222,8 @@ void Controller::CheckResources() const
     RefuseFolderOf("a qualification", "qualify.json", m_options.output);  // whose page would be replaced
     constexpr std::uint64_t HEADERS = 2'000'000;                          // of the files, the summary and the page
     const std::uint64_t gains = (1 + m_script.size()) * modes * ravelcore::NUM_PID_FILTER_PARAMS * sizeof(float);
-    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS);
+    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS, "the recordings",
+                        "run for a shorter time or with fewer modes");
 }
 
 void Controller::MakeGains()
@@ -297,9 +298,6 @@ void Controller::PlaceThreads()
 
 void Controller::Start()
 {
-    if (m_options.overwrite) {
-        RemoveOldRun(m_options.output);  // from here on only the machine could fail
-    }
     m_process->Enter();
     m_workers->Start();
     m_process->SetWorkers(m_slices->GetPlaces(), m_slices->GetHugePages());
@@ -307,6 +305,9 @@ void Controller::Start()
     m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
     m_cycle_thread->StartThread();
+    if (m_options.overwrite) {
+        RemoveOldRun(m_options.output);  // what runs now will be saved; the script may save from here on
+    }
     if (m_script_player) {
         m_script_player->StartThread();
     }

@@ -197,10 +197,7 @@ void PrepareOutput(const QualifyOptions& options)
             options.output.string()));
     }
     RefuseFolderOf("a run", "summary.json", options.output);  // whose page would be replaced
-    PrepareOutputFolder(options.output, true, MOST_BYTES);
-    if (options.overwrite) {
-        fs::remove(options.output / PAGE_NAME, ignored);  // also where this program writes none
-    }
+    PrepareOutputFolder(options.output, true, MOST_BYTES, "the figures and their page", "choose another folder");
 }
 
 /// Notes a file that `write` writes, or what went wrong. The file is noted first: it lists itself.
@@ -219,6 +216,10 @@ void WriteFile(const char* name, QualifyReport& report, Write write)
 /// The page, and the figures for programs, which name what went wrong with the page.
 void WriteResults(QualifyReport& report, std::ostream& out)
 {
+    if (report.options.overwrite) {
+        std::error_code ignored;
+        fs::remove(report.options.output / PAGE_NAME, ignored);  // also where no new one is written
+    }
     if (!ReportTemplate().empty()) {
         WriteFile(PAGE_NAME, report, [&report](const fs::path& file) {
             WriteHtmlReport(DescribeQualification(report, ReadMachineFiles("/")), file);

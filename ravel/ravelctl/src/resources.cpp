@@ -33,7 +33,8 @@ bool CanWrite(const fs::path& folder)
 
 }  // namespace
 
-void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t needed_bytes)
+void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t needed_bytes, const std::string& what,
+                         const std::string& remedy)
 {
     std::error_code error;
     fs::create_directories(folder, error);
@@ -49,10 +50,8 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
     }
     const fs::space_info space = fs::space(folder, error);
     if (!error && space.available < needed_bytes) {
-        throw InputError(
-            fmt::format("--output: the recordings need {} but {} has {} free; free some space, or run for "
-                        "a shorter time or with fewer modes",
-                        FormatBytes(needed_bytes), folder.string(), FormatBytes(space.available)));
+        throw InputError(fmt::format("--output: {} need {} but {} has {} free; free some space, or {}", what,
+                                     FormatBytes(needed_bytes), folder.string(), FormatBytes(space.available), remedy));
     }
     if (!CanWrite(folder)) {
         throw InputError(fmt::format("--output: cannot write into {}; choose another folder or change its permissions",

@@ -7,10 +7,11 @@
 
 namespace lumo::ravelctl {
 
-/// Makes the folder of a run's files and checks that they fit: it can be written to, it holds no other run (unless that
-/// is to be replaced), and `needed_bytes` are free.
-/// Failure: InputError that says what stands in the way and what to do; an empty folder may be left behind.
-void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes);
+/// Makes the folder of a command's files and checks that they fit: it can be written to, it holds no run (unless that
+/// is to be replaced), and the `needed_bytes` of `what` are free. Failure: InputError that says what stands in the way
+/// and what to do (`remedy`, besides freeing space); an empty folder may be left behind.
+void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes,
+                         const std::string& what, const std::string& remedy);
 
 /// Refuses a folder that holds `file`, the sign of something else (`what`) whose files would be replaced.
 /// Failure: InputError.

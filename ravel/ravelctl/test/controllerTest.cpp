@@ -3,6 +3,7 @@
 #include "resources.hpp"
 #include "runConfig.hpp"
 #include "support/describedLoop.hpp"
+#include "support/noMoreThreads.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
@@ -297,6 +298,26 @@ TEST(ControllerTest, AReplacedRunLeavesNothingBehind)
     const FinishedRun run = RunInProcess(options);
     EXPECT_FALSE(std::filesystem::exists(folder / "run" / "pact.fits"));
     EXPECT_EQ(run.report.files, test::FilesOfRun());
+}
+
+TEST(ControllerTest, AStartThatFailsTakesNothingFromTheRunThatItWouldReplace)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    RunInProcess(options);
+    const std::string before = test::ReadBytes(options.output / "summary.json");
+    options.overwrite = true;
+    std::ostringstream out;
+    Controller controller(options, out);
+    controller.Configure();
+    {
+        const test::NoMoreThreads no_more;
+        EXPECT_THROW(controller.Start(), std::exception);
+    }
+    EXPECT_EQ(test::ReadBytes(options.output / "summary.json"), before);
+    for (const std::string& file : test::FilesOfRun()) {
+        EXPECT_TRUE(std::filesystem::exists(options.output / file)) << file;
+    }
 }
 
 TEST(ControllerTest, OptionsOfAnInjectionWithoutOneAreRefused)

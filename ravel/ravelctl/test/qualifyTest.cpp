@@ -1,6 +1,7 @@
 #include "error.hpp"
 #include "htmlReport.hpp"
 #include "qualify.hpp"
+#include "support/noMoreThreads.hpp"
 #include "support/quietLog.hpp"
 #include "support/testFolder.hpp"
 #include "support/textFile.hpp"
@@ -235,6 +236,25 @@ TEST_F(QualifyTest, AFileIsNotReplacedUnlessAskedFor)
     options.overwrite = true;
     Run(options);
     EXPECT_NE(test::ReadBytes(folder / "qualify.json"), "mine");
+}
+
+TEST_F(QualifyTest, AStartThatFailsTakesNothingFromTheQualificationThatItWouldReplace)
+{
+    test::WriteBytes(m_folder / "qualify.json", "mine");
+    test::WriteBytes(m_folder / "report.html", "its page");
+    QualifyOptions options = Small(1, 5);
+    options.output = m_folder.GetPath();
+    options.overwrite = true;
+    {
+        const test::NoMoreThreads no_more;
+        EXPECT_THROW(Run(options), std::exception);
+    }
+    EXPECT_EQ(test::ReadBytes(m_folder / "qualify.json"), "mine");
+    EXPECT_EQ(test::ReadBytes(m_folder / "report.html"), "its page");
+    Run(options);
+    EXPECT_NE(test::ReadBytes(m_folder / "qualify.json"), "mine");
+    const bool has_page = std::filesystem::exists(m_folder / "report.html");
+    EXPECT_EQ(has_page, !ReportTemplate().empty()) << "an old page beside new figures";
 }
 
 TEST_F(QualifyTest, QuietPrintsNothing)
