@@ -4,6 +4,7 @@
 #include "error.hpp"
 #include "libraryLoad.hpp"
 #include "modeSlice.hpp"
+#include "passingFolder.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/ravelcore/utils.hpp>
@@ -85,7 +86,7 @@ void ComputeAndStore(const mirrorsim::Geometry& geometry, const fs::path& folder
                      const std::function<void(const std::string&)>& say)
 {
     std::error_code error;
-    fs::create_directories(folder, error);
+    MakeFolders(folder, error);
     if (error) {
         throw RunError(fmt::format("cannot make the folder {} for the matrices: {}; choose another with --matrices",
                                    folder.string(), error.message()));
@@ -94,6 +95,7 @@ void ComputeAndStore(const mirrorsim::Geometry& geometry, const fs::path& folder
                     folder.string()));
     const auto start = std::chrono::steady_clock::now();
     const mirrorsim::ControlModes modes = mirrorsim::ComputeControlModes(geometry);
+    MakeFolders(folder, error);  // it is empty so far: another process that was stopped may have taken it away
     for (const StoredMatrix& matrix : MATRICES) {
         Store(folder, matrix, modes.*matrix.values);
     }

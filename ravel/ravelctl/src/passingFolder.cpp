@@ -19,6 +19,7 @@ struct Folders
 {
     std::mutex mutex;
     std::vector<fs::path> paths;
+    std::vector<fs::path> made;  // those that are to stay, the outer ones first
 };
 
 /// Never destroyed: a thread may end the process while another one leaves main.
@@ -61,12 +62,32 @@ PassingFolder::~PassingFolder()
     folders.paths.erase(std::remove(folders.paths.begin(), folders.paths.end(), m_path), folders.paths.end());
 }
 
+void MakeFolders(const fs::path& folder, std::error_code& error)
+{
+    Folders& folders = GetFolders();
+    const std::lock_guard lock(folders.mutex);
+    std::vector<fs::path> missing;  // the inner ones first
+    std::error_code ignored;
+    for (fs::path path = fs::absolute(folder).lexically_normal(); !path.empty() && !fs::exists(path, ignored);
+         path = path.parent_path()) {
+        missing.push_back(path);
+    }
+    fs::create_directories(folder, error);
+    if (!error) {
+        folders.made.insert(folders.made.end(), missing.rbegin(), missing.rend());
+    }
+}
+
 void EndWithoutPassingFolders(int status, const std::string& line)
 {
     Folders& folders = GetFolders();
     folders.mutex.lock();  // for good: whoever begins or ends a file from here on waits for the end
     for (const fs::path& path : folders.paths) {
         Remove(path);
+    }
+    std::error_code ignored;
+    for (auto path = folders.made.rbegin(); path != folders.made.rend(); ++path) {
+        fs::remove(*path, ignored);  // which it does not where there is something in it
     }
     // A terminal shows what was typed, and perhaps a line that refreshes: ours begins below it.
     const std::string text = (isatty(STDERR_FILENO) == 1 ? "\n" : "") + line + "\n";

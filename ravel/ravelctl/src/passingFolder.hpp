@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 /// What must not be left behind when the process ends early.
 namespace lumo::ravelctl {
@@ -25,9 +26,13 @@ private:
     std::filesystem::path m_path;
 };
 
-/// Removes every passing folder, writes `line` to standard error and ends the process with `status`, at once: nothing
-/// is destroyed. Other threads may be in the middle of writing; none of them can finish a file or complain any more.
-/// Thread: any, but no signal handler.
+/// Makes a folder, and those around it that are missing, as std::filesystem::create_directories does. Where the process
+/// ends through EndWithoutPassingFolders, what was made here goes again if it is still empty. Thread: any slow one.
+void MakeFolders(const std::filesystem::path& folder, std::error_code& error);
+
+/// Removes every passing folder and every empty folder of MakeFolders, writes `line` to standard error and ends the
+/// process with `status`, at once: nothing is destroyed. Other threads may be in the middle of writing; none of them
+/// can finish a file or complain any more. Thread: any, but no signal handler.
 [[noreturn]] void EndWithoutPassingFolders(int status, const std::string& line);
 
 }  // namespace lumo::ravelctl

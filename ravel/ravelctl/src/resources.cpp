@@ -37,7 +37,7 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
                          const std::string& remedy)
 {
     std::error_code error;
-    fs::create_directories(folder, error);
+    MakeFolders(folder, error);
     if (error || !fs::is_directory(folder)) {
         throw InputError(fmt::format("--output: cannot make the folder {}: {}; choose another", folder.string(),
                                      error ? error.message() : "something else has that name"));

@@ -1,3 +1,4 @@
+#include "commandLine.hpp"
 #include "error.hpp"
 #include "support/childProcess.hpp"
 #include "support/testFolder.hpp"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <set>
 
 // How the program behaves towards who uses it: errors, colours, progress, and being interrupted.
 
@@ -32,11 +34,6 @@ std::vector<std::string> ShortRun(const test::TestFolder& folder)
                     "--duration", "0.6", "--as-fast-as-possible"});
 }
 
-std::size_t CountIn(const fs::path& folder)
-{
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
-}
-
 /// What every error of input is: one line on standard error that says what to do, status 2, and nothing else.
 void ExpectRefusal(const std::vector<std::string>& arguments)
 {
@@ -51,6 +48,7 @@ void ExpectRefusal(const std::vector<std::string>& arguments)
 
 TEST(MannersTest, ABadCommandLineIsOneLineWithARemedyWhateverTheCommand)
 {
+    std::set<std::string> tried;
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
              {},
              {"fly"},
@@ -77,6 +75,9 @@ TEST(MannersTest, ABadCommandLineIsOneLineWithARemedyWhateverTheCommand)
              {"replay"},
              {"replay", "a", "--set", "kq=1"},
              {"replay", "a", "--modes", "1"},
+             {"tune"},
+             {"tune", "a", "--phase-margin", "much"},
+             {"tune", "a", "--from", "both"},
              {"qualify", "--rows", "0"},
              {"qualify", "--cpus", "x"},
              {"qualify", "--cycles", "5", "--duration", "1"},
@@ -84,6 +85,10 @@ TEST(MannersTest, ABadCommandLineIsOneLineWithARemedyWhateverTheCommand)
              {"doctor", "--yaml"},
          }) {
         ExpectRefusal(arguments);
+        tried.insert(arguments.empty() ? "" : arguments.front());
+    }
+    for (const CommandOutline& command : OutlineCommandLine().commands) {
+        EXPECT_TRUE(tried.contains(command.name)) << command.name;
     }
 }
 
@@ -137,6 +142,10 @@ TEST(MannersTest, ABadFileIsOneLineWithARemedyWhateverTheCommand)
              {"replay", folder.GetPath().string()},
              {"replay", path("run")},
              {"replay", path("broken")},
+             {"tune", missing},
+             {"tune", text},
+             {"tune", folder.GetPath().string()},
+             {"tune", path("broken")},
              {"qualify", "--output", text},
          }) {
         ExpectRefusal(arguments);
@@ -163,10 +172,12 @@ TEST(MannersTest, OnATerminalTheVerdictHasAColour)
     EXPECT_THAT(result.out, HasSubstr("\x1b[32mthe loop held\x1b[0m"));
     const ChildProcess::Result doctor = ChildProcess(Command({"doctor"}), ChildProcess::Output::Terminal).Wait();
     EXPECT_THAT(doctor.out, HasSubstr("\x1b[32mok "));
-    const ChildProcess::Result qualify = ChildProcess(Command({"qualify", "--rows", "2000", "--cols", "300",
-                                                               "--flat-out", "--cycles", "20", "--deadline-us", "1"}),
-                                                      ChildProcess::Output::Terminal)
-                                             .Wait();
+    const ChildProcess::Result qualify =
+        ChildProcess(Command({"qualify", "--rows", "2000", "--cols", "300", "--flat-out", "--cycles", "20",
+                              "--deadline-us", "1", "--output", (folder / "qualified").string()}),
+                     ChildProcess::Output::Terminal)
+            .Wait();
+    EXPECT_EQ(qualify.status, EXIT_FAILED);
     EXPECT_THAT(qualify.out, HasSubstr("\x1b[31mdoes NOT hold"));
 }
 
@@ -227,8 +238,7 @@ TEST(MannersTest, WhileTheMatricesAreComputedAStopEndsTheRunAtOnceAndLeavesNoFil
         EXPECT_EQ(result.status, EXIT_INTERRUPTED);
         EXPECT_EQ(result.err, "ravelctl: interrupted; no half-written file is left\n");
         EXPECT_THAT(result.out, Not(HasSubstr("computed and stored")));
-        EXPECT_EQ(CountIn(folder / "matrices"), 0U);
-        EXPECT_EQ(CountIn(folder / "run"), 0U);
+        EXPECT_EQ(folder.CountEntries(), 0U) << "the folders are gone as well, if they were not there before";
     }
 }
 
@@ -241,7 +251,19 @@ TEST(MannersTest, CtrlCInTheTerminalWhileTheMatricesAreComputedIsAnsweredOnALine
     const ChildProcess::Result result = child.Wait();
     EXPECT_EQ(result.status, EXIT_INTERRUPTED);
     EXPECT_THAT(result.out, HasSubstr("\nravelctl: interrupted; no half-written file is left\r\n"));
-    EXPECT_EQ(CountIn(folder / "matrices"), 0U);
+    EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
+TEST(MannersTest, AStopLeavesFoldersThatWereThereBefore)
+{
+    const test::TestFolder folder;
+    fs::create_directories(folder / "run");
+    ChildProcess child(FirstRun(folder));
+    ASSERT_TRUE(child.AwaitOutput("computing all 2390 control modes"));
+    child.Send(SIGTERM);
+    EXPECT_EQ(child.Wait().status, EXIT_INTERRUPTED);
+    EXPECT_TRUE(fs::exists(folder / "run"));
+    EXPECT_FALSE(fs::exists(folder / "matrices"));
 }
 
 TEST(MannersTest, ImpatienceWhileARunIsSavedTakesNothingFromItsFiles)
