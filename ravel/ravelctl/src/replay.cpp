@@ -30,7 +30,6 @@ namespace lumo::ravelctl {
 namespace {
 
 constexpr auto NUM_PARAMS = static_cast<std::size_t>(ravelcore::NUM_PID_FILTER_PARAMS);
-constexpr double NM_PER_UM = 1.0e3;
 
 /// What the channels of a run were given, cycle by cycle, and what they gave.
 struct RunData
@@ -153,8 +152,9 @@ public:
         if (m_count == 0) {
             return "the loop was not closed in this run, and with the loop open no output depends on the gains\n";
         }
-        std::string text = fmt::format("outputs with the loop closed: {:.3f} nm rms as recorded, {:.3f} nm rms then\n",
-                                       RmsNm(m_recorded_squares), RmsNm(m_computed_squares));
+        std::string text = fmt::format(
+            "outputs (modal coordinates) with the loop closed: {:.6f} um rms as recorded, {:.6f} um rms then\n",
+            RmsUm(m_recorded_squares), RmsUm(m_computed_squares));
         if (m_first_not_finite) {
             text += fmt::format("outputs that are not finite: {}, the first in cycle {}, mode {}\n", m_num_not_finite,
                                 m_first_not_finite->cycle, m_first_not_finite->mode);
@@ -163,14 +163,14 @@ public:
             return text + "no output changes\n";
         }
         if (const std::optional<Pair>& largest = m_comparison.GetLargest()) {
-            text += fmt::format("largest difference: {:.3f} nm, cycle {}, mode {}\n", largest->Difference() * NM_PER_UM,
+            text += fmt::format("largest difference: {:.6f} um, cycle {}, mode {}\n", largest->Difference(),
                                 largest->cycle, largest->mode);
         }
         return text;
     }
 
 private:
-    double RmsNm(double squares) const { return std::sqrt(squares / static_cast<double>(m_count)) * NM_PER_UM; }
+    double RmsUm(double squares) const { return std::sqrt(squares / static_cast<double>(m_count)); }
 
     std::int64_t m_count = 0;
     double m_recorded_squares = 0.0;
@@ -258,7 +258,8 @@ std::string Format(const Comparison& comparison, const RunFolder& run)
         return text + "every output equal to the last bit\n";
     }
     const Pair& first = *comparison.GetFirst();
-    text += fmt::format("{} of {} outputs differ\n", comparison.GetCount(), run.GetCycles() * run.GetModes());
+    text += fmt::format("{} of {} outputs (modal coordinates) differ\n", comparison.GetCount(),
+                        run.GetCycles() * run.GetModes());
     text += fmt::format("first difference: cycle {}, mode {}: recorded {} um, replayed {} um\n", first.cycle,
                         first.mode, first.recorded, first.computed);
     if (const std::optional<Pair>& largest = comparison.GetLargest()) {

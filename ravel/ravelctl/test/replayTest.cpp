@@ -263,10 +263,11 @@ TEST_F(ReplayTest, AChangedBitIsFoundWithItsCycleAndMode)
     const Replayed replayed = Replay(m_replay);
     EXPECT_EQ(replayed.status, EXIT_FAILED);
     const double difference = std::abs(static_cast<double>(before) - static_cast<double>(value));
-    EXPECT_EQ(replayed.text, fmt::format("replayed 300 cycles of 20 modes: 1 of 6000 outputs differ\n"
-                                         "first difference: cycle 123, mode 7: recorded {} um, replayed {} um\n"
-                                         "largest difference: {} um, cycle 123, mode 7\n",
-                                         value, before, difference));
+    EXPECT_EQ(replayed.text,
+              fmt::format("replayed 300 cycles of 20 modes: 1 of 6000 outputs (modal coordinates) differ\n"
+                          "first difference: cycle 123, mode 7: recorded {} um, replayed {} um\n"
+                          "largest difference: {} um, cycle 123, mode 7\n",
+                          value, before, difference));
 }
 
 TEST_F(ReplayTest, TheFirstDifferenceNeedNotBeTheLargest)
@@ -280,7 +281,8 @@ TEST_F(ReplayTest, TheFirstDifferenceNeedNotBeTheLargest)
     ravelcore::SaveMatrixWithTimestamps(file.string(), "modes_out", 300, 20, recording.values, recording.timestamps);
     const Replayed replayed = Replay(m_replay);
     EXPECT_EQ(replayed.status, EXIT_FAILED);
-    EXPECT_THAT(replayed.text, HasSubstr("3 of 6000 outputs differ\nfirst difference: cycle 5, mode 19: "));
+    EXPECT_THAT(replayed.text,
+                HasSubstr("3 of 6000 outputs (modal coordinates) differ\nfirst difference: cycle 5, mode 19: "));
     EXPECT_THAT(replayed.text, HasSubstr(" um, cycle 299, mode 2\n"));
 }
 
@@ -307,7 +309,7 @@ TEST_F(ReplayTest, WithOtherGainsTheOutputsAreThoseOfAControlTaskWithThem)
     EXPECT_THAT(replayed.text,
                 StartsWith(std::string(ALL_EQUAL) +
                            "with kp = 0.5, freq = 45 for modes 3-12, what is measured being as recorded:\n"
-                           "outputs with the loop closed: "));
+                           "outputs (modal coordinates) with the loop closed: "));
     const std::vector<float> gains = LoadGains(m_replay.run / "gains.fits");
     const std::vector<float> expected =
         OutputsOfATask(m_replay.run, 30, {{0, WithParam(WithParam(gains, KP, 0.5F, 3, 12), FREQ, 45.0F, 3, 12)}});
@@ -327,7 +329,8 @@ TEST_F(ReplayTest, WithOtherGainsTheOutputsAreThoseOfAControlTaskWithThem)
             }
         }
     }
-    EXPECT_THAT(replayed.text, HasSubstr(fmt::format("\nlargest difference: {:.3f} nm, cycle ", 1.0e3 * largest)));
+    EXPECT_THAT(replayed.text, testing::ContainsRegex(": [0-9.]+ um rms as recorded, [0-9.]+ um rms then\n"));
+    EXPECT_THAT(replayed.text, HasSubstr(fmt::format("\nlargest difference: {:.6f} um, cycle ", largest)));
 }
 
 TEST_F(ReplayTest, WhatIsSetStaysSetWhenTheScriptChangesGains)
