@@ -401,7 +401,7 @@ std::vector<Section> MakeLibrarySections()
 /// The option of a command that says what a key says; the full name of a key for which there is none.
 std::string OptionOf(const std::string& section, const std::string& key)
 {
-    const std::string full = section + "." + key;
+    std::string full = section + "." + key;
     static const std::map<std::string, std::string> ODD_ONES = {{"run.tones", "--tone"},
                                                                 {"record.what", "--record"},
                                                                 {"inject.file", "--inject"},
