@@ -15,10 +15,10 @@ namespace lumo::ravelctl {
 void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
 {
     command
-        .add_option("config", options.config,
+        .add_option("CONFIG", options.config,
                     "File of a run's options: its rate, workers, placement and cfg.task_sgemv count; options given "
                     "here override it")
-        ->type_name("CONFIG");
+        ->type_name(FILE_VALUE);
     command.add_option("--rows", options.rows, "Rows of each worker's matrix")->capture_default_str();
     command.add_option("--cols", options.cols, "Columns of each worker's matrix")->capture_default_str();
     command.add_option("--workers", options.workers, "Worker threads [1, or one for each of the CPUs that are given]");
