@@ -66,9 +66,10 @@ void StatusLine::Show(const LoopProgress& progress)
     const std::string text = Format(progress, m_plan);
     if (m_style == Style::Refresh) {
         m_out << '\r' << text << "\x1b[K" << std::flush;  // clears what a longer line left
-    } else {
+    } else if (text != m_last) {                          // a run may end just when a line was due
         m_out << text << '\n' << std::flush;
     }
+    m_last = text;
 }
 
 }  // namespace lumo::ravelctl

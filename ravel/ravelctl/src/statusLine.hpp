@@ -45,6 +45,7 @@ private:
     LoopPlan m_plan;
     std::ostream& m_out;
     std::chrono::steady_clock::time_point m_next_plain;
+    std::string m_last;  // that was shown
 };
 
 }  // namespace lumo::ravelctl

@@ -69,6 +69,20 @@ TEST(StatusLineTest, ElsewhereItIsPlainLinesAndTheFinalOneIsAlwaysThere)
     EXPECT_EQ(out.str(), StatusLine::Format(progress, MakePlan()) + "\n");
 }
 
+TEST(StatusLineTest, APlainLineIsNotSaidTwice)
+{
+    LoopProgress progress;
+    std::ostringstream out;
+    StatusLine sut(StatusLine::Style::Plain, LoopPlan(), out);
+    sut.Finish(progress);
+    const std::string once = out.str();
+    sut.Finish(progress);
+    EXPECT_EQ(out.str(), once);
+    progress.missed.store(1);
+    sut.Finish(progress);
+    EXPECT_GT(out.str().size(), once.size());
+}
+
 TEST(StatusLineTest, OnATerminalANoteTakesTheLinesPlaceAndStaysAboveIt)
 {
     LoopProgress progress;
