@@ -73,7 +73,7 @@ TEST(StatusLineTest, APlainLineIsNotSaidTwice)
 {
     LoopProgress progress;
     std::ostringstream out;
-    StatusLine sut(StatusLine::Style::Plain, LoopPlan(), out);
+    StatusLine sut(StatusLine::Style::Plain, MakePlan(), out);
     sut.Finish(progress);
     const std::string once = out.str();
     sut.Finish(progress);
