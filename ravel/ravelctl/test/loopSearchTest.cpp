@@ -1,17 +1,18 @@
 #include "error.hpp"
 #include "loopSearch.hpp"
 #include "support/thrown.hpp"
+#include "support/whiteNoise.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
-#include <random>
 
 namespace lumo::ravelctl {
 namespace {
 
+using test::WhiteNoise;
 constexpr Plant PLANT{0.4866, 1, 0.002};
 constexpr double LAG_KI = PLANT.lag_coefficient / PLANT.period_s;  // puts the zero on the pole
 constexpr std::int64_t SKIPPED = 500;
@@ -31,17 +32,6 @@ ravelcore::PidFilterContext MakeChannel(double kp, double ki, double kd = 0.0)
     std::vector<ravelcore::PidFilterContext> channels;
     EXPECT_TRUE(ravelcore::PidFilterCopy(static_cast<float>(PLANT.period_s), 0.0F, params, channels));
     return channels.front();
-}
-
-std::vector<double> WhiteNoise(std::size_t count, double rms, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::normal_distribution<double> normal(0.0, rms);
-    std::vector<double> noise(count);
-    for (double& value : noise) {
-        value = normal(generator);
-    }
-    return noise;
 }
 
 /// Falls with f^-4 above 0.3 Hz, as wind does.

@@ -1,26 +1,16 @@
 #include "modeDisturbance.hpp"
+#include "support/whiteNoise.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
-#include <random>
 
 namespace lumo::ravelctl {
 namespace {
 
+using test::WhiteNoise;
 constexpr double PERIOD_S = 0.002;
-
-std::vector<double> WhiteNoise(std::size_t count, double rms, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::normal_distribution<double> normal(0.0, rms);
-    std::vector<double> noise(count);
-    for (double& value : noise) {
-        value = normal(generator);
-    }
-    return noise;
-}
 
 std::vector<double> Sum(std::vector<double> left, const std::vector<double>& right)
 {
