@@ -317,6 +317,17 @@ TEST_F(TuneTest, APredictionThatDoesNotComeTrueIsSaid)
     EXPECT_EQ(tuned.status, EXIT_FAILED);
     EXPECT_THAT(tuned.text, HasSubstr("+30.0 %\n"));
     EXPECT_THAT(tuned.text, testing::EndsWith("verdict                 NOT confirmed within 20 %\n"));
+
+    prediction["measured_nm"]["predicted"] = recorded;
+    prediction["surface_nm"]["predicted"] = 0.0;
+    test::WriteBytes(file, prediction.dump());
+    const Tuned noise_alone = RunTune(check);
+    EXPECT_EQ(noise_alone.status, EXIT_OK) << "where only noise is predicted the surface is not judged by it";
+    EXPECT_THAT(noise_alone.text, testing::ContainsRegex("surface, controlled +0.00 +[0-9.]+ +-\n"));
+
+    prediction["surface_nm"]["predicted"] = prediction.at("surface_nm").at("recorded").get<double>() / 1.3;
+    test::WriteBytes(file, prediction.dump());
+    EXPECT_EQ(RunTune(check).status, EXIT_FAILED) << "the surface counts as well";
 }
 
 TEST_F(TuneTest, AFileThatPredictsNothingIsRefused)
