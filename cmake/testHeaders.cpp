@@ -1,0 +1,1 @@
+// A program without tests: what it is compiled for is the headers that all tests share, precompiled.
