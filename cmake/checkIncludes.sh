@@ -4,6 +4,8 @@
 #   platform   <-   ravelcore   <-   ravelctl
 #      ^                                |
 #      +------   mirrorsim   <----------+
+#
+# What ravelcore's interface is made of, the platform's threads and exceptions, ravelctl may include as well.
 set -euo pipefail
 root=$1
 status=0
@@ -20,7 +22,8 @@ forbid() {
 
 forbid platform 'lumo/'
 forbid ravel/ravelcore 'lumo/(mirrorsim|ravelctl)/|.*ravelctl/'
-forbid ravel/mirrorsim 'lumo/(ravelcore|ravelctl)/|brisk/|chartkit/|vigil/|log4cplus/|CCfits|fitsio|thread>|fstream>'
+forbid ravel/mirrorsim 'lumo/(ravelcore|ravelctl)/|brisk/|chartkit/|vigil/|log4cplus/|CCfits|fitsio|thread>|mutex>|condition_variable>|pthread\.h>|fstream>|filesystem>|cstdio>'
+forbid ravel/ravelctl 'chartkit/|lumo/ravelcore/(blas|plainFile|fitsBinTable)'
 # Nobody reaches into another component's private sources.
 forbid platform '\.\./\.\./'
 forbid ravel '\.\./\.\./'

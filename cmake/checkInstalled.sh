@@ -11,6 +11,17 @@ prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 "$prefix/bin/ravelctl" --version
 
+echo "== the shared library: a version in its name, and nothing private among its symbols"
+library=$(find "$prefix" -name 'liblumoRavelCore.so')
+readelf -d "$library" | grep -F 'soname: [liblumoRavelCore.so.0]'
+# The whole list first: grep leaves a pipe at its first find.
+symbols=$(nm -DC --defined-only "$library")
+grep -F 'lumo::ravelcore::TaskEdc::Execute(' <<<"$symbols"
+if grep -F 'lumo::ravelcore::blas::' <<<"$symbols"; then
+    echo "expected the functions of blas.hpp to be hidden but the library exports them" >&2
+    exit 1
+fi
+
 echo "== manual page and completion"
 "$prefix/bin/ravelctl" --man-page | cmp - "$prefix/share/man/man1/ravelctl.1"
 "$prefix/bin/ravelctl" --bash-completion | cmp - "$prefix/share/bash-completion/completions/ravelctl"
@@ -29,7 +40,7 @@ c++ -std=c++20 "$source/examples/lockstep.cpp" -o "$work/lockstep" \
     $(pkg-config --define-variable=prefix="$prefix" --cflags --libs lumoRavelCore) -pthread
 LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name liblumoRavelCore.so)") "$work/lockstep"
 
-echo "== the core, on an installed platform"
-cmake -S "$source" -B "$work/site" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DRAVEL_SYSTEM_PLATFORM=ON \
-    -DRAVEL_BUILD_TESTS=OFF -DRAVEL_BUILD_BENCHMARKS=OFF -DCMAKE_BUILD_TYPE=Debug >/dev/null
+echo "== the core, on an installed platform, in the preset for the debugger"
+cmake --preset debug -S "$source" -B "$work/site" -DCMAKE_PREFIX_PATH="$prefix" -DRAVEL_SYSTEM_PLATFORM=ON \
+    -DRAVEL_BUILD_TESTS=OFF -DRAVEL_BUILD_BENCHMARKS=OFF -DRAVEL_NPM=OFF >/dev/null
 cmake --build "$work/site" --target lumoRavelCore
