@@ -109,6 +109,13 @@ NewFile::NewFile(const std::string& filename)
     if (::fstatat(m_directory.Get(), m_final_name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
         throw CCfits::FITS::CantCreate(filename + ": " + ErrorText(EEXIST), true);
     }
+    // Asked of the system, which says why not; the FITS library would only say that it cannot open the safe path.
+    constexpr mode_t MODE = 0600;
+    const FileDescriptor file(::openat(m_directory.Get(), m_passing_name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, MODE));
+    if (!file.IsOpen()) {
+        throw CCfits::FITS::CantCreate(filename + ": " + ErrorText(errno), true);
+    }
+    ::unlinkat(m_directory.Get(), m_passing_name.c_str(), 0);  // the FITS library makes it itself
 }
 
 NewFile::~NewFile()

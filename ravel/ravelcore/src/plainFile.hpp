@@ -47,7 +47,8 @@ class NewFile
 {
 public:
     /// Failure: CCfits::FITS::CantOpen when there is no such directory or no such name is possible,
-    ///          CCfits::FITS::CantCreate when something of that name exists, which is left alone.
+    ///          CCfits::FITS::CantCreate, with the reason, when something of that name exists, which is left alone, or
+    ///          when the directory takes no new file.
     explicit NewFile(const std::string& filename);
     /// Removes what was written, unless it was published.
     ~NewFile();
