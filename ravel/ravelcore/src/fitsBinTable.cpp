@@ -2,8 +2,6 @@
 
 #include "plainFile.hpp"
 
-#include <lumo/ravelcore/exception.hpp>
-#include <lumo/ravelcore/logger.hpp>
 #include <lumo/ravelcore/utils.hpp>
 
 #include <CCfits/CCfits>
@@ -13,7 +11,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <type_traits>
 #include <valarray>
 
 namespace lumo::ravelcore {
@@ -68,26 +65,65 @@ void WriteMatrixColumn(CCfits::Column& column, const std::vector<T>& values, int
     }
 }
 
-/// One array per row of a column, whatever numeric type it stores.
+// How columns are read. In pieces of so many rows, or else a third copy of the matrix would stand beside the result and
+// what the FITS library keeps. The last row first: a file that has it has all of them, and neither the FITS library nor
+// we make room for them on the header's word alone.
+constexpr int ROWS_AT_ONCE = 64;
+
+/// Appends the elements of a column of one element per row, whatever numeric type it stores.
 template <typename T>
-std::vector<std::valarray<T>> ReadRows(CCfits::Column& column, int rows)
+void AppendElements(CCfits::Column& column, int rows, std::vector<T>& values)
+{
+    std::vector<T> elements;
+    column.read(elements, rows, rows);
+    values.reserve(values.size() + static_cast<std::size_t>(rows));
+    for (int done = 0; done < rows; done += static_cast<int>(elements.size())) {
+        column.read(elements, done + 1, done + std::min(ROWS_AT_ONCE, rows - done));
+        values.insert(values.end(), elements.begin(), elements.end());
+    }
+}
+
+/// Appends the rows of a column of arrays, whatever numeric type it stores, up to the first whose length differs from
+/// the first row's length, which is returned in `cols`; false when there is such a row.
+template <typename T>
+bool AppendArrays(CCfits::Column& column, int rows, int& cols, std::vector<T>& values)
 {
     std::vector<std::valarray<T>> arrays;
-    if (rows == 0) {
-        return arrays;
+    if (rows > 0) {
+        column.readArrays(arrays, rows, rows);
+        values.reserve(values.size() + (column.varLength() ? 0 : static_cast<std::size_t>(rows) * column.repeat()));
     }
-    if (!column.varLength() && column.repeat() == 0) {
-        arrays.resize(static_cast<std::size_t>(rows));  // the FITS library would make up one element per row
-    } else if (!column.varLength() && column.repeat() == 1) {
-        std::vector<T> elements;
-        column.read(elements, 1, rows);
-        for (const T element : elements) {
-            arrays.emplace_back(element, 1);
+    std::optional<std::size_t> length;
+    bool well_formed = true;
+    for (int done = 0; done < rows; done += static_cast<int>(arrays.size())) {
+        column.readArrays(arrays, done + 1, done + std::min(ROWS_AT_ONCE, rows - done));
+        length = length.value_or(arrays[0].size());
+        // All rows are read: what the FITS library objects to in a later one comes before what is wrong with their
+        // lengths.
+        for (const std::valarray<T>& array : arrays) {
+            well_formed = well_formed && array.size() == *length;
+            if (well_formed) {
+                values.insert(values.end(), std::begin(array), std::end(array));
+            }
         }
-    } else {
-        column.readArrays(arrays, 1, rows);
     }
-    return arrays;
+    cols = static_cast<int>(*length);  // a table of no rows ends here: access is checked
+    return well_formed;
+}
+
+/// AppendArrays for all columns: to the FITS library one of fewer than two elements per row is no column of arrays, and
+/// one of no elements has one per row.
+template <typename T>
+bool AppendRows(CCfits::Column& column, int rows, int& cols, std::vector<T>& values)
+{
+    if (rows == 0 || column.varLength() || column.repeat() > 1) {
+        return AppendArrays(column, rows, cols, values);
+    }
+    if (column.repeat() == 1) {
+        AppendElements(column, rows, values);
+    }
+    cols = static_cast<int>(column.repeat());
+    return true;
 }
 
 /// The FITS library knows scale and offset (TSCAL, TZERO) of a column that has both, but hands on the scale alone to
@@ -208,15 +244,7 @@ bool ReadFitsBinTable(const std::string& path, int& rows, int& cols, std::vector
         column.read(timestamps, 1, column.rows());
     }
     rows = matrix.rows();
-    const std::vector<std::valarray<T>> arrays = ReadRows<T>(matrix, rows);
-    cols = static_cast<int>(arrays[0].size());  // a table of no rows ends here: element access is checked
-    for (const std::valarray<T>& array : arrays) {
-        if (array.size() != static_cast<std::size_t>(cols)) {
-            return false;
-        }
-        values.insert(values.end(), std::begin(array), std::end(array));
-    }
-    return true;
+    return AppendRows(matrix, rows, cols, values);
 }
 
 template bool WriteFitsBinTable<float>(const std::string&, const std::string&, int, int, const std::vector<double>&,

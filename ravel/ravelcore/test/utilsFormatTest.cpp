@@ -8,11 +8,13 @@
 #include <CCfits/CCfits>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -71,6 +73,17 @@ protected:
 
 using UtilsFormatDeathTest = UtilsFormatTest;
 
+/// The keywords of one header of a file, in order, up to END; `start` is where the header begins.
+std::vector<std::string> Keywords(const std::string& bytes, std::size_t start)
+{
+    std::vector<std::string> keywords;
+    for (std::size_t card = start; keywords.empty() || keywords.back() != "END"; card += 80) {
+        const std::string keyword = bytes.substr(card, 8);  // throws past the end
+        keywords.push_back(keyword.substr(0, keyword.find(' ')));
+    }
+    return keywords;
+}
+
 // ---- writing
 
 TEST_F(UtilsFormatTest, ThreeByTwoIsOneColumnOfTwoElementsNamedAfterTheMatrix)
@@ -113,6 +126,24 @@ TEST_F(UtilsFormatTest, TimestampsAreTheFirstColumnInSeconds)
     EXPECT_THAT(header, Not(HasSubstr("TUNIT2  = 's")));
     EXPECT_EQ(bytes.substr(2U * 2880U), test::FitsData(BigEndian<double>({0.5}) + BigEndian<float>({1, 2}) +
                                                        BigEndian<double>({0.25}) + BigEndian<float>({3, 4})));
+}
+
+TEST_F(UtilsFormatTest, NoOtherKeywordsAreWritten)
+{
+    const std::vector<float> values = {1, 2, 3, 4};
+    const std::vector<std::string> primary = {"SIMPLE", "BITPIX", "NAXIS", "EXTEND", "COMMENT", "COMMENT", "END"};
+    SaveMatrixToFitsBinTable(m_file, "M", 2, 2, {}, values);
+    std::string bytes = test::ReadBytes(m_file);
+    EXPECT_EQ(Keywords(bytes, 0), primary);
+    EXPECT_THAT(Keywords(bytes, 2880), ElementsAre("XTENSION", "BITPIX", "NAXIS", "NAXIS1", "NAXIS2", "PCOUNT",
+                                                   "GCOUNT", "TFIELDS", "TTYPE1", "TFORM1", "EXTNAME", "END"));
+    m_file = m_dir / "stamped.fits";
+    SaveMatrixToFitsBinTable(m_file, "M", 2, 2, {0.5, 0.25}, values);
+    bytes = test::ReadBytes(m_file);
+    EXPECT_EQ(Keywords(bytes, 0), primary);
+    EXPECT_THAT(Keywords(bytes, 2880),
+                ElementsAre("XTENSION", "BITPIX", "NAXIS", "NAXIS1", "NAXIS2", "PCOUNT", "GCOUNT", "TFIELDS", "TTYPE1",
+                            "TFORM1", "TUNIT1", "TTYPE2", "TFORM2", "EXTNAME", "END"));
 }
 
 TEST_F(UtilsFormatTest, FourTimestampsForThreeRowsStoreThree)
@@ -238,6 +269,34 @@ TEST_F(UtilsFormatTest, LoadingAppendsToTheValuesAndReplacesTheTimestamps)
     LoadMatrixFromFitsBinTable(m_file, rows, cols, values, timestamps);
     EXPECT_THAT(values, ElementsAre(-1.0F, 1.0F, 2.0F));
     EXPECT_THAT(timestamps, ElementsAre(4.0));
+}
+
+TEST_F(UtilsFormatTest, LoadingAppendsAColumnOfSingleElementsToo)
+{
+    SaveMatrixToFitsBinTable(m_file, "M", 2, 1, {}, std::vector<float>{1, 2});
+    int rows = 0;
+    int cols = 0;
+    std::vector<float> values = {-1.0F};
+    std::vector<double> timestamps;
+    LoadMatrixFromFitsBinTable(m_file, rows, cols, values, timestamps);
+    EXPECT_THAT(values, ElementsAre(-1.0F, 1.0F, 2.0F));
+}
+
+TEST_F(UtilsFormatTest, AnyNumberOfRowsIsReadInTheirOrder)
+{
+    // Around the number of rows that are read at once.
+    for (const int rows : {1, 63, 64, 65, 128, 200}) {
+        for (const int cols : {1, 3}) {
+            std::vector<std::int32_t> numbers(static_cast<std::size_t>(rows * cols));
+            std::iota(numbers.begin(), numbers.end(), 1);
+            const std::vector<float> values(numbers.begin(), numbers.end());
+            const auto num_rows = static_cast<std::size_t>(rows);
+            Load(FitsTableFile({{"a", std::to_string(cols) + "E"}}, num_rows, BigEndian(values)));
+            ExpectLoaded(rows, cols, values);
+            Load(FitsTableFile({{"a", std::to_string(cols) + "J"}}, num_rows, BigEndian(numbers)));
+            ExpectLoaded(rows, cols, values);
+        }
+    }
 }
 
 TEST_F(UtilsFormatTest, ThreeColumnsAreReadFromTheFirst)
@@ -375,6 +434,38 @@ TEST_F(UtilsFormatTest, RowsOfDifferentLengthsAreIllFormedAndLeaveTheRowsBeforeT
     ExpectLoaded(2, 2, {1, 2});
     load({0, 0, 2, 0});
     ExpectLoaded(2, 0, {});
+}
+
+TEST_F(UtilsFormatTest, AnErrorOfTheFitsLibraryComesBeforeAnIllFormedRow)
+{
+    constexpr std::size_t ROWS = 200;  // more than are read at once
+    std::vector<std::int32_t> descriptors;
+    for (std::size_t row = 0; row < ROWS; ++row) {
+        descriptors.push_back(row == 1 ? 1 : 2);
+        descriptors.push_back(row == ROWS - 2 ? 1'000'000 : 0);  // past the end
+    }
+    const std::string heap = BigEndian<float>({1, 2});
+    EXPECT_THROW(Load(FitsTableFile({{"a", "1PE(2)"}}, ROWS, BigEndian(descriptors), heap)), CCfits::FitsException);
+    EXPECT_EQ(m_loaded.cols, -7);
+}
+
+TEST_F(UtilsFormatTest, RowsThatAreOnlyPromisedAreAnErrorOfTheFitsLibraryAndTakeNoMemory)
+{
+    rusage before = {};
+    ::getrusage(RUSAGE_SELF, &before);
+    constexpr std::size_t PROMISED = 50'000'000;
+    for (const auto& [format, row_bytes] : {std::pair{"E", 4U}, {"2E", 8U}, {"1PE(0)", 8U}}) {
+        EXPECT_THROW(Load(test::FitsPrimary() + test::FitsTableHeader({{"a", format}}, row_bytes, PROMISED) +
+                          test::FitsData(std::string(8000, '\0'))),
+                     CCfits::FitsException)
+            << format;
+        EXPECT_EQ(m_loaded.rows, PROMISED);
+        EXPECT_EQ(m_loaded.cols, -7);
+        EXPECT_EQ(m_loaded.values.capacity(), 0U) << format;
+    }
+    rusage after = {};
+    ::getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100'000) << "KiB; one float per row would be twice as much";
 }
 
 TEST_F(UtilsFormatTest, WhatIsNoTableIsAnErrorOfTheFitsLibrary)
