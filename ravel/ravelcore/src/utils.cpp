@@ -90,6 +90,26 @@ void ThrowIfFlawed(const std::string& flaw, int line, const char* function)
     }
 }
 
+/// Checks and saves, with or without time stamps; throws in the name of `function`, the one that was called.
+template <typename T>
+void CheckAndSave(const char* function, const std::string& filename, const std::string& name, int rows, int cols,
+                  const std::vector<T>& values, const std::vector<double>* timestamps, bool overwrite,
+                  FileFormat format)
+{
+    ThrowIfFlawed(FindFlawInSize(name, rows, cols, values.size()), __LINE__, function);
+    if (timestamps != nullptr) {
+        ThrowIfFlawed(FindFlawInTimestamps(rows, timestamps->size()), __LINE__, function);
+    }
+    ThrowIfFlawed(FindFlawInRest(name, rows, cols, values.size(), format), __LINE__, function);
+    const std::vector<double> none;
+    try {
+        CheckForExitingFile(filename, overwrite);
+        SaveMatrixToFitsBinTable(filename, name, rows, cols, timestamps != nullptr ? *timestamps : none, values);
+    } catch (const CCfits::FitsException& exception) {
+        throw CreateExceptionObject(0, __FILE__, __LINE__, function, exception.message());
+    }
+}
+
 }  // namespace
 
 template <typename T>
@@ -130,14 +150,7 @@ void SaveMatrix(const std::string& filename, const std::string& name, int rows, 
         LOG4CPLUS_DEBUG(GetLogger(), "Skipped saving empty filename for " << name);
         return;
     }
-    ThrowIfFlawed(FindFlawInSize(name, rows, cols, values.size()), __LINE__, __func__);
-    ThrowIfFlawed(FindFlawInRest(name, rows, cols, values.size(), format), __LINE__, __func__);
-    try {
-        CheckForExitingFile(filename, overwrite);
-        SaveMatrixToFitsBinTable(filename, name, rows, cols, std::vector<double>(), values);
-    } catch (const CCfits::FitsException& exception) {
-        RAVELCORE_THROW(exception.message());
-    }
+    CheckAndSave(__func__, filename, name, rows, cols, values, nullptr, overwrite, format);
     LOG4CPLUS_DEBUG(GetLogger(), "Saved " << name << " [" << rows << " x " << cols << "] to file: " << filename);
 }
 
@@ -151,15 +164,7 @@ void SaveMatrixWithTimestamps(const std::string& filename, const std::string& na
         LOG4CPLUS_DEBUG(GetLogger(), "Skipped saving empty filename for " << name);
         return;
     }
-    ThrowIfFlawed(FindFlawInSize(name, rows, cols, values.size()), __LINE__, __func__);
-    ThrowIfFlawed(FindFlawInTimestamps(rows, timestamps.size()), __LINE__, __func__);
-    ThrowIfFlawed(FindFlawInRest(name, rows, cols, values.size(), format), __LINE__, __func__);
-    try {
-        CheckForExitingFile(filename, overwrite);
-        SaveMatrixToFitsBinTable(filename, name, rows, cols, timestamps, values);
-    } catch (const CCfits::FitsException& exception) {
-        RAVELCORE_THROW(exception.message());
-    }
+    CheckAndSave(__func__, filename, name, rows, cols, values, &timestamps, overwrite, format);
     LOG4CPLUS_DEBUG(GetLogger(), "Saved " << name << " [" << rows << " x " << cols << "] to file: " << filename);
 }
 

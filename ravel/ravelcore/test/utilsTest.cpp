@@ -1,5 +1,6 @@
 #include "support/fitsBytes.hpp"
 #include "support/logCapture.hpp"
+#include "support/story.hpp"
 #include "support/temporaryDirectory.hpp"
 
 #include <brisk/exception.hpp>
@@ -12,6 +13,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -22,12 +24,11 @@ namespace {
 using log4cplus::DEBUG_LOG_LEVEL;
 using log4cplus::INFO_LOG_LEVEL;
 using log4cplus::TRACE_LOG_LEVEL;
-using test::LogCapture;
 using test::LogEvent;
+using test::Story;
 using test::TemporaryDirectory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Lines = std::vector<std::string>;
 
 const std::vector<float> SIX = {1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F};
 
@@ -52,27 +53,6 @@ std::string Message(const std::function<void()>& action)
     return Caught(action).GetMessage();
 }
 
-/// Everything logged, "LEVEL text"; of entry lines only the function, after having checked the rest of them.
-Lines Story(const LogCapture& log)
-{
-    Lines lines;
-    for (const LogEvent& event : log.Events()) {
-        EXPECT_EQ(event.logger, "ravelcore");
-        EXPECT_FALSE(event.function.empty());
-        if (event.level != TRACE_LOG_LEVEL) {
-            lines.push_back((event.level == DEBUG_LOG_LEVEL ? "DEBUG " : "HIGHER ") + event.message);
-            continue;
-        }
-        const std::string head = event.file + " ";
-        const std::string tail = " " + std::to_string(event.line);
-        EXPECT_TRUE(event.message.starts_with(head + "")) << event.message;
-        EXPECT_TRUE(event.message.ends_with(tail)) << event.message;
-        EXPECT_TRUE(event.file.starts_with("ravel/ravelcore/src/")) << event.file;
-        lines.push_back("TRACE " + event.message.substr(head.size(), event.message.size() - head.size() - tail.size()));
-    }
-    return lines;
-}
-
 class UtilsTest : public ::testing::Test
 {
 protected:
@@ -80,7 +60,7 @@ protected:
 
     TemporaryDirectory m_dir;
     std::string m_file = m_dir / "matrix.fits";
-    LogCapture m_log{"ravelcore"};
+    test::LogCapture m_log{"ravelcore"};
 };
 
 // ---- saving
@@ -214,6 +194,13 @@ TEST_F(UtilsTest, SizesThatOnlyTheWrappedProductLetsPassTouchNoFile)
     const std::string old = test::ReadBytes(m_file);
     EXPECT_EQ(Message([&] { SaveMatrix(m_file, "M", 65536, 65536, SIX); }),
               "Size mismatch: values size is 6 but file should contain 4294967296 elements!");
+    EXPECT_EQ(test::ReadBytes(m_file), old);
+}
+
+TEST_F(UtilsTest, TwoNegativeSizesAreAnInvalidSizeAlthoughThereAreValuesForTheirProduct)
+{
+    SaveOld(m_file);
+    const std::string old = test::ReadBytes(m_file);
     EXPECT_EQ(Message([&] { SaveMatrix(m_file, "M", -2, -3, SIX); }),
               "Matrix M has invalid size [-2,-3] or no elements.");
     EXPECT_EQ(Message([&] {
@@ -346,6 +333,11 @@ TEST_F(UtilsTest, ExceptionsCarryFileLineAndTheFunctionThatWasCalled)
     expect(Caught([&] { SaveMatrixWithTimestamps(m_file, "M", 3, 2, SIX, {1}); }), "SaveMatrixWithTimestamps");
     expect(Caught([&] { CheckForExitingFile(m_file, false); }), "CheckForExitingFile");
     expect(Caught([&] { SaveMatrix(m_file, "M", 3, 2, SIX, false); }), "CheckForExitingFile");
+    expect(Caught([&] { SaveMatrixWithTimestamps(m_file, "M", 3, 2, SIX, {1, 2, 3}, false); }), "CheckForExitingFile");
+    expect(Caught([&] {
+               SaveMatrixWithTimestamps(m_dir / "nowhere/m", "M", 3, 2, SIX, {1, 2, 3});
+           }),
+           "SaveMatrixWithTimestamps");
     expect(Caught([&] { LoadMatrix(m_dir / "nothing", "M", rows, cols, values); }), "LoadMatrix");
 }
 
@@ -449,6 +441,21 @@ TEST_F(UtilsTest, RowsOfDifferentLengthsAreReportedWithTheResolvedPathAndRaisedA
     std::vector<float> values;
     const brisk::Exception seen = Caught([&] { LoadMatrix(m_file, "M", rows, cols, values); });
     EXPECT_EQ(seen.GetMessage(), "Ill formed matrix in <" + m_file + "> binary table.");
+    EXPECT_EQ(seen.GetFunctionName(), "LoadMatrix");
+}
+
+TEST_F(UtilsTest, AnExceptionOfTheLanguageWhileReadingBecomesABriskExceptionWithItsText)
+{
+    // A row that promises more elements than there can be bytes.
+    const std::string promise = test::BigEndian<std::int64_t>({std::int64_t{1} << 62, 0});
+    test::WriteBytes(m_file, test::FitsTableFile({{"a", "1QE"}}, 1, promise, test::BigEndian<float>({1})));
+    int rows = -1;
+    int cols = -1;
+    std::vector<float> values;
+    std::vector<double> timestamps;
+    EXPECT_THROW(LoadMatrixFromFitsBinTable(m_file, rows, cols, values, timestamps), std::bad_array_new_length);
+    const brisk::Exception seen = Caught([&] { LoadMatrix(m_file, "M", rows, cols, values); });
+    EXPECT_EQ(seen.GetMessage(), std::bad_array_new_length().what());
     EXPECT_EQ(seen.GetFunctionName(), "LoadMatrix");
 }
 

@@ -21,9 +21,10 @@ enum class FileFormat
 /// Real time: no.
 /// Data:      `values` row-major, rows x cols; surplus elements at its end are not stored. `name` labels the matrix in
 ///            messages and names its column. A `filename` that ends in ".gz" is compressed.
-/// Failure:   brisk::Exception: no elements, fewer values than rows x cols, a file that exists while `overwrite` is
-///            false, a name that no column can have, and any error of the FITS library, with its text. Nothing is
-///            touched before the sizes are checked. A failed write leaves no file; the old one is gone by then.
+/// Failure:   brisk::Exception: no elements, fewer values than rows x cols, two negative sizes, whatever their product,
+///            a name that no column can have, a file that exists while `overwrite` is false, and any error of the FITS
+///            library, with its text. Nothing is touched before sizes and name are checked. A failed write leaves no
+///            file; the old one is gone by then.
 template <typename T>
 RAVELCORE_API void SaveMatrix(const std::string& filename, const std::string& name, int rows, int cols,
                               const std::vector<T>& values, bool overwrite = true,
@@ -60,7 +61,6 @@ RAVELCORE_API std::string ConvertTypeToFitsType();
 /// Thread:    any but a worker's.
 /// Real time: no.
 /// Data:      rows, cols >= 1; `values` row-major, at least rows x cols; `timestamps` in seconds, none or >= `rows`.
-///
 /// Failure:   CCfits::FitsException, also when something of that name is there already, which is left as it is;
 ///            brisk::Exception for a name that no column can have. A file that could not be written to its end is not
 ///            left behind. Too few values or time stamps end the process.
