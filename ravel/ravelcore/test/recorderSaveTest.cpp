@@ -2,6 +2,7 @@
 #include "support/logCapture.hpp"
 #include "support/logHook.hpp"
 #include "support/savedSeries.hpp"
+#include "support/story.hpp"
 #include "support/temporaryDirectory.hpp"
 #include "support/thrown.hpp"
 
@@ -16,11 +17,13 @@
 namespace lumo::ravelcore {
 namespace {
 
+using test::ExpectException;
 using test::LogCapture;
 using test::LogHook;
 using test::ReadBytes;
 using test::ReadSavedSeries;
 using test::SavedSeries;
+using test::Story;
 using test::TemporaryDirectory;
 using test::Thrown;
 using test::WriteBytes;
@@ -75,10 +78,12 @@ TEST_F(RecorderSaveTest, SaysWhatItSaves)
 {
     Start(5, 2);
     Add(1, 3);
-    const LogCapture log("ravelcore", log4cplus::DEBUG_LOG_LEVEL);
+    const LogCapture log("ravelcore");
     m_sut.Save(m_file);
-    EXPECT_THAT(log.Messages(log4cplus::DEBUG_LOG_LEVEL),
-                ElementsAre("Saving modes recorded samples from 0 to 2", "Saved modes [3 x 2] to file: " + m_file));
+    EXPECT_THAT(Story(log), ElementsAre("TRACE Save", "DEBUG Saving modes recorded samples from 0 to 2",
+                                        "TRACE SaveMatrixWithTimestamps", "TRACE CheckForExitingFile",
+                                        "TRACE SaveMatrixToFitsBinTable", "TRACE ConvertTypeToFitsType",
+                                        "DEBUG Saved modes [3 x 2] to file: " + m_file));
 }
 
 TEST_F(RecorderSaveTest, FullRecorderIsSavedWhole)
@@ -187,20 +192,40 @@ TEST_F(RecorderSaveTest, SavingARecordingRecorderLeavesItRecording)
     EXPECT_THAT(SaveAndRead().values, ElementsAre(10.0F, 20.0F));
 }
 
-TEST_F(RecorderSaveTest, SavesWhatItAnnouncedAlsoWhenTheIndexIsResetMeanwhile)
+TEST_F(RecorderSaveTest, ASampleThatComesWhileTheSavingIsAnnouncedIsSavedToo)
 {
     Start(3, 1);
     Add(1, 2);
     {
         const LogHook hook("ravelcore", log4cplus::DEBUG_LOG_LEVEL, [this](const std::string& message) {
             if (message == "Saving modes recorded samples from 0 to 1") {
-                m_sut.ResetIndex();
+                Add(3, 3);
             }
         });
         m_sut.Save(m_file);
     }
-    EXPECT_EQ(m_sut.GetIndex(), -1);
-    EXPECT_THAT(ReadSavedSeries(m_file).values, ElementsAre(10.0F, 20.0F));
+    const SavedSeries saved = ReadSavedSeries(m_file);
+    EXPECT_THAT(saved.values, ElementsAre(10.0F, 20.0F, 30.0F));
+    EXPECT_THAT(saved.timestamps, ElementsAre(0.125, 0.25, 0.375));
+}
+
+TEST_F(RecorderSaveTest, WhenTheIndexIsResetWhileTheSavingIsAnnouncedTheSizeIsInvalid)
+{
+    WriteBytes(m_file, "as it was");
+    Start(3, 1);
+    Add(1, 2);
+    brisk::Exception seen("");
+    {
+        const LogHook hook("ravelcore", log4cplus::DEBUG_LOG_LEVEL, [this](const std::string& message) {
+            if (message == "Saving modes recorded samples from 0 to 1") {
+                m_sut.ResetIndex();
+            }
+        });
+        seen = Thrown([this] { m_sut.Save(m_file); });
+    }
+    ExpectException(seen, "Matrix modes has invalid size [0,1] or no elements.", "SaveMatrixWithTimestamps",
+                    "utils.cpp");
+    EXPECT_EQ(ReadBytes(m_file), "as it was");
 }
 
 }  // namespace

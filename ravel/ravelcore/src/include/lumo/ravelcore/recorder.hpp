@@ -38,8 +38,9 @@ public:
     void Init(int num_samples, int sample_size);
 
     /// Arms recording from slot 0. While a producer runs: an AddSample that has just found the recorder full may stop
-    /// it again right after; let a cycle pass after Stop, or look at IsStarted. Thread:    a slow one. Data: `loopback`
-    /// wraps to slot 0 after the last slot instead of stopping. `decimation`: 0 and 1 record all
+    /// it again right after; let a cycle pass after Stop, or look at IsStarted.
+    /// Thread:    a slow one.
+    /// Data:      `loopback` wraps to slot 0 after the last slot instead of stopping. `decimation`: 0 and 1 record all
     ///            calls, d > 1 every d-th, a negative one records nothing.
     void Start(bool loopback, int decimation);
 
@@ -58,9 +59,11 @@ public:
 
     /// Writes slots 0 to GetIndex() with their time stamps; after a wrap these are the newest samples only. Writes
     /// nothing when nothing is recorded.
-    /// Thread:    a slow one; also while recording, when a sample that is being written may appear in the file.
+    /// Thread:    a slow one; also while recording. The index is read anew for each step, last for the file: samples
+    ///            that come after the DEBUG line are in the file too, the newest perhaps half written.
     /// Real time: no.
-    /// Failure:   what SaveMatrixWithTimestamps throws.
+    /// Failure:   what SaveMatrixWithTimestamps throws; of its brisk::Exceptions the one for an invalid size says that
+    ///            what was recorded has been forgotten (ResetIndex, Start, a wrap) since there was something to save.
     void Save(const std::string& file_name) const;
 
     /// Forgets what was recorded. Thread: a slow one.
