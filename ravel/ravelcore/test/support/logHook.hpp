@@ -12,8 +12,8 @@
 namespace lumo::ravelcore::test {
 
 /// Calls a function with each message that is logged to one logger while the hook lives, in the thread that logs: lets
-/// a test act between two steps of an operation. The function must not log to that logger at an enabled level. Thread:
-/// construct and destroy it where nobody logs.
+/// a test act between two steps of an operation. The function must not log to that logger at an enabled level.
+/// Thread: construct and destroy it where nobody logs.
 class LogHook
 {
 public:
