@@ -2,6 +2,7 @@
 #include "support/handshakeController.hpp"
 #include "support/logCapture.hpp"
 #include "support/scriptedTask.hpp"
+#include "support/slotOf.hpp"
 
 #include <lumo/ravelcore/activityWorker.hpp>
 
@@ -9,8 +10,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <array>
-#include <bit>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -36,6 +35,7 @@ using test::HandshakeController;
 using test::LogCapture;
 using test::LogEvent;
 using test::ScriptedTask;
+using test::SlotOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
@@ -151,13 +151,6 @@ static_assert(std::is_base_of_v<brisk::ThreadBaseActivity, brisk::PthreadActivit
 static_assert(std::is_base_of_v<chartkit::Activity, brisk::ThreadBaseActivity>);
 static_assert(std::is_nothrow_destructible_v<ActivityWorker>);
 static_assert(!std::is_copy_constructible_v<ActivityWorker> && !std::is_copy_assignable_v<ActivityWorker>);
-
-/// Where a virtual function stands in the table of its class: its pointer to member holds 1 + the offset in bytes.
-template <typename Method>
-std::size_t SlotOf(Method method)
-{
-    return static_cast<std::size_t>(std::bit_cast<std::array<std::ptrdiff_t, 2>>(method)[0] - 1) / sizeof(void*);
-}
 
 TEST_F(ActivityWorkerTest, VirtualOperationsFollowTheTwoDestructorEntriesInTheirFixedOrder)
 {

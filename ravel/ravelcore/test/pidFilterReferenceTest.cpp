@@ -1,3 +1,5 @@
+#include "support/sameFloat.hpp"
+
 #include <lumo/ravelcore/pidFilter.hpp>
 
 #include <gtest/gtest.h>
@@ -19,6 +21,8 @@
 
 namespace lumo::ravelcore {
 namespace {
+
+using test::IsSame;
 
 struct Step
 {
@@ -111,13 +115,6 @@ const std::vector<Scenario>& Reference()
 {
     static const std::vector<Scenario> scenarios = ReadReference();
     return scenarios;
-}
-
-/// Equal bits; any NaN equals any other, because sign and payload of a NaN are the processor's business.
-bool IsSame(float one, float other)
-{
-    return (std::isnan(one) && std::isnan(other)) ||
-           std::bit_cast<std::uint32_t>(one) == std::bit_cast<std::uint32_t>(other);
 }
 
 template <std::size_t SIZE>

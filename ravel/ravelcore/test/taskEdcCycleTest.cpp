@@ -1,6 +1,7 @@
 #include "support/edcReference.hpp"
 #include "support/edcRig.hpp"
 #include "support/edcState.hpp"
+#include "support/sameFloat.hpp"
 #include "support/thrown.hpp"
 
 #include <lumo/ravelcore/taskEdc.hpp>
@@ -9,10 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <bit>
 #include <chrono>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <random>
 #include <string>
@@ -31,6 +30,7 @@ using test::EdcRig;
 using test::EdcState;
 using test::Fractions;
 using test::Integers;
+using test::IsSame;
 using test::StateOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -40,13 +40,6 @@ using ::testing::SizeIs;
 
 constexpr float NOT_A_NUMBER = std::numeric_limits<float>::quiet_NaN();
 constexpr float INFINITE = std::numeric_limits<float>::infinity();
-
-/// Same bits, or both no number: which NaN comes out of an operation on two is the compiler's choice.
-bool IsSame(float one, float other)
-{
-    return (std::isnan(one) && std::isnan(other)) ||
-           std::bit_cast<std::uint32_t>(one) == std::bit_cast<std::uint32_t>(other);
-}
 
 void ExpectSame(const std::string& what, const std::vector<float>& seen, const std::vector<float>& expected)
 {

@@ -1,5 +1,6 @@
 #include "support/edcState.hpp"
 #include "support/logCapture.hpp"
+#include "support/ramp.hpp"
 #include "support/thrown.hpp"
 
 #include <lumo/ravelcore/names.hpp>
@@ -10,7 +11,6 @@
 
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -25,6 +25,7 @@ using test::EdcState;
 using test::ExpectException;
 using test::LogCapture;
 using test::LogEvent;
+using test::Ramp;
 using test::StateOf;
 using test::Thrown;
 using ::testing::ElementsAre;
@@ -35,13 +36,6 @@ using ::testing::MatchesRegex;
 std::string Entry(const std::string& function)
 {
     return "ravel/ravelcore/src/taskEdc\\.cpp " + function + " [0-9]+";
-}
-
-std::vector<float> Ramp(std::size_t size, float first)
-{
-    std::vector<float> values(size);
-    std::iota(values.begin(), values.end(), first);
-    return values;
 }
 
 // ---------------------------------------------------------------------------------------------- the three matrices

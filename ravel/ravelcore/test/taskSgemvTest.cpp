@@ -1,7 +1,8 @@
 #include "support/allocationGuard.hpp"
 #include "support/logCapture.hpp"
+#include "support/ramp.hpp"
+#include "support/thrown.hpp"
 
-#include <brisk/exception.hpp>
 #include <lumo/ravelcore/names.hpp>
 #include <lumo/ravelcore/taskSgemv.hpp>
 
@@ -13,10 +14,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstddef>
-#include <functional>
 #include <limits>
 #include <map>
-#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,8 +24,11 @@ namespace lumo::ravelcore {
 namespace {
 
 using std::chrono::nanoseconds;
+using test::ExpectException;
 using test::LogCapture;
 using test::LogEvent;
+using test::Ramp;
+using test::Thrown;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -46,34 +48,6 @@ public:
     }
     int calls = 0;
 };
-
-std::vector<float> Iota(int count, float first = 1.0F)
-{
-    std::vector<float> values(static_cast<std::size_t>(count));
-    std::iota(values.begin(), values.end(), first);
-    return values;
-}
-
-/// The brisk::Exception that `action` throws; a failed test and an empty one if it throws none.
-brisk::Exception ThrownBy(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const brisk::Exception& seen) {
-        return seen;
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return brisk::Exception("");
-}
-
-void ExpectThrownFrom(const brisk::Exception& seen, const std::string& function)
-{
-    EXPECT_EQ(seen.GetFileName(), "taskSgemv.cpp");
-    EXPECT_EQ(seen.GetFunctionName(), function);
-    EXPECT_GT(seen.GetLineNumber(), 0);
-    EXPECT_EQ(seen.GetClassName(), "brisk::Exception");
-    EXPECT_THAT(seen.GetExceptionStack(), ElementsAre("brisk::Exception"));
-}
 
 auto IsEntryOf(const std::string& function)
 {
@@ -140,7 +114,7 @@ TEST(TaskSgemvTest, InitializeRefusesCountsThatNoMatrixCanHaveAndLeavesTheVector
 {
     TaskSgemv sut(2, 3);
     FillTwoByThree(sut);
-    const brisk::Exception negative = ThrownBy([&] { sut.Configure({{KEY_TASK_SGEMV_NUM_ROWS, "-2"}}); });
+    const brisk::Exception negative = Thrown([&] { sut.Configure({{KEY_TASK_SGEMV_NUM_ROWS, "-2"}}); });
     EXPECT_EQ(negative.GetMessage(),
               "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of -2 x 3.");
     EXPECT_EQ(sut.GetMatrix(), (std::vector<float>{1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F}));
@@ -148,7 +122,7 @@ TEST(TaskSgemvTest, InitializeRefusesCountsThatNoMatrixCanHaveAndLeavesTheVector
     // 65536 x 65536 is 0 when the product wraps around in int.
     const std::map<std::string, std::string> wraps = {{KEY_TASK_SGEMV_NUM_ROWS, "65536"},
                                                       {KEY_TASK_SGEMV_NUM_COLS, "65536"}};
-    const brisk::Exception large = ThrownBy([&] { sut.Configure(wraps); });
+    const brisk::Exception large = Thrown([&] { sut.Configure(wraps); });
     EXPECT_EQ(large.GetMessage(),
               "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of "
               "65536 x 65536.");
@@ -308,8 +282,8 @@ TEST(TaskSgemvTest, SettersCopyInPlaceWithoutAllocating)
 {
     TaskSgemv sut(3, 4);
     sut.Initialize();
-    const std::vector<float> matrix = Iota(12);
-    const std::vector<float> input = Iota(4, 100.0F);
+    const std::vector<float> matrix = Ramp(12);
+    const std::vector<float> input = Ramp(4, 100.0F);
     const float* const matrix_data = sut.GetMatrix().data();
     const float* const input_data = sut.GetInputVector().data();
     const test::AllocationGuard guard;
@@ -336,13 +310,12 @@ TEST(TaskSgemvTest, SetMatrixOfAnotherSizeThrowsAndChangesNothing)
 {
     TaskSgemv sut(3, 4);
     sut.Initialize();
-    sut.SetMatrix(Iota(12));
-    for (const int size : {0, 11, 13, 24}) {
-        const brisk::Exception seen = ThrownBy([&] { sut.SetMatrix(Iota(size, 50.0F)); });
-        EXPECT_EQ(seen.GetMessage(),
-                  "Expected matrix of 12 but received one of " + std::to_string(size) + " elements.");
-        ExpectThrownFrom(seen, "SetMatrix");
-        EXPECT_EQ(sut.GetMatrix(), Iota(12));
+    sut.SetMatrix(Ramp(12));
+    for (const std::size_t size : {0U, 11U, 13U, 24U}) {
+        ExpectException(Thrown([&] { sut.SetMatrix(Ramp(size, 50.0F)); }),
+                        "Expected matrix of 12 but received one of " + std::to_string(size) + " elements.", "SetMatrix",
+                        "taskSgemv.cpp");
+        EXPECT_EQ(sut.GetMatrix(), Ramp(12));
     }
 }
 
@@ -350,20 +323,19 @@ TEST(TaskSgemvTest, SetInputVectorOfAnotherSizeNamesTheMatrixsElementCountOnPurp
 {
     TaskSgemv sut(3, 4);
     sut.Initialize();
-    sut.SetInputVector(Iota(4));
-    const brisk::Exception seen = ThrownBy([&] { sut.SetInputVector(Iota(5, 50.0F)); });
-    EXPECT_EQ(seen.GetMessage(), "Expected input vector of 12 but received one of 5 elements.");
-    ExpectThrownFrom(seen, "SetInputVector");
-    EXPECT_EQ(sut.GetInputVector(), Iota(4));
+    sut.SetInputVector(Ramp(4));
+    ExpectException(Thrown([&] { sut.SetInputVector(Ramp(5, 50.0F)); }),
+                    "Expected input vector of 12 but received one of 5 elements.", "SetInputVector", "taskSgemv.cpp");
+    EXPECT_EQ(sut.GetInputVector(), Ramp(4));
 }
 
 TEST(TaskSgemvTest, SetInputVectorComparesWithTheInputVectorNotWithTheMatrix)
 {
     TaskSgemv sut(3, 4);
     sut.Initialize();
-    EXPECT_EQ(ThrownBy([&] { sut.SetInputVector(Iota(12)); }).GetMessage(),
+    EXPECT_EQ(Thrown([&] { sut.SetInputVector(Ramp(12)); }).GetMessage(),
               "Expected input vector of 12 but received one of 12 elements.");
-    EXPECT_NO_THROW(sut.SetInputVector(Iota(4)));
+    EXPECT_NO_THROW(sut.SetInputVector(Ramp(4)));
 }
 
 TEST(TaskSgemvTest, SettersBeforeInitializeAcceptOnlyEmptyVectors)
@@ -371,9 +343,9 @@ TEST(TaskSgemvTest, SettersBeforeInitializeAcceptOnlyEmptyVectors)
     TaskSgemv sut(3, 4);
     EXPECT_NO_THROW(sut.SetMatrix({}));
     EXPECT_NO_THROW(sut.SetInputVector({}));
-    EXPECT_EQ(ThrownBy([&] { sut.SetMatrix(Iota(12)); }).GetMessage(),
+    EXPECT_EQ(Thrown([&] { sut.SetMatrix(Ramp(12)); }).GetMessage(),
               "Expected matrix of 0 but received one of 12 elements.");
-    EXPECT_EQ(ThrownBy([&] { sut.SetInputVector(Iota(4)); }).GetMessage(),
+    EXPECT_EQ(Thrown([&] { sut.SetInputVector(Ramp(4)); }).GetMessage(),
               "Expected input vector of 0 but received one of 4 elements.");
 }
 
@@ -397,9 +369,9 @@ TEST(TaskSgemvTest, IdentityLeavesTheInputInTheOutput)
         identity[index] = 1.0F;
     }
     sut.SetMatrix(identity);
-    sut.SetInputVector(Iota(SIZE, -18.5F));
+    sut.SetInputVector(Ramp(SIZE, -18.5F));
     sut.Execute(0.0, true);
-    EXPECT_EQ(sut.GetOutputVector(), Iota(SIZE, -18.5F));
+    EXPECT_EQ(sut.GetOutputVector(), Ramp(SIZE, -18.5F));
 }
 
 TEST(TaskSgemvTest, EachRowMeetsOnlyItsOwnElements)
@@ -492,7 +464,7 @@ TEST(TaskSgemvTest, NoRowsAreAnEmptyProduct)
     EXPECT_THAT(sut.GetInputVector(), SizeIs(4));
     EXPECT_THAT(sut.GetOutputVector(), IsEmpty());
     EXPECT_NO_THROW(sut.SetMatrix({}));
-    EXPECT_EQ(ThrownBy([&] { sut.SetMatrix({1.0F}); }).GetMessage(),
+    EXPECT_EQ(Thrown([&] { sut.SetMatrix({1.0F}); }).GetMessage(),
               "Expected matrix of 0 but received one of 1 elements.");
 }
 
@@ -505,7 +477,7 @@ TEST(TaskSgemvTest, NoColumnsGiveZeros)
     EXPECT_EQ(sut.GetOutputVector(), std::vector<float>(3, 0.0F));
     EXPECT_NO_THROW(sut.SetMatrix({}));
     EXPECT_NO_THROW(sut.SetInputVector({}));
-    EXPECT_EQ(ThrownBy([&] { sut.SetInputVector({1.0F}); }).GetMessage(),
+    EXPECT_EQ(Thrown([&] { sut.SetInputVector({1.0F}); }).GetMessage(),
               "Expected input vector of 0 but received one of 1 elements.");
 }
 
@@ -521,13 +493,13 @@ TEST(TaskSgemvTest, OneRowAndOneColumnWorkAsAnyOther)
 {
     TaskSgemv row(1, 4);
     row.Initialize();
-    row.SetMatrix(Iota(4));
-    row.SetInputVector(Iota(4));
+    row.SetMatrix(Ramp(4));
+    row.SetInputVector(Ramp(4));
     row.Execute(0.0, true);
     EXPECT_THAT(row.GetOutputVector(), ElementsAre(30.0F));
     TaskSgemv col(4, 1);
     col.Initialize();
-    col.SetMatrix(Iota(4));
+    col.SetMatrix(Ramp(4));
     col.SetInputVector({2.0F});
     col.Execute(0.0, true);
     EXPECT_THAT(col.GetOutputVector(), ElementsAre(2.0F, 4.0F, 6.0F, 8.0F));

@@ -1,5 +1,6 @@
 #include "support/allocationGuard.hpp"
 #include "support/logCapture.hpp"
+#include "support/slotOf.hpp"
 
 #include <lumo/ravelcore/logger.hpp>
 #include <lumo/ravelcore/task.hpp>
@@ -9,8 +10,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -25,6 +24,7 @@ using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 using test::LogCapture;
 using test::LogEvent;
+using test::SlotOf;
 
 /// The least that a task can be; its "work" takes as long as the test wants.
 class ProbeTask : public Task
@@ -48,15 +48,6 @@ static_assert(!std::is_copy_constructible_v<ProbeTask> && !std::is_copy_assignab
 auto IsEntryOf(const std::string& function)
 {
     return ::testing::MatchesRegex("ravel/ravelcore/src/task\\.cpp " + function + " [0-9]+");
-}
-
-/// Slot of a virtual function, counted from the start of the table, as the ABI of this platform encodes it.
-template <typename Function>
-std::ptrdiff_t SlotOf(Function function)
-{
-    std::ptrdiff_t encoded = 0;
-    std::memcpy(&encoded, &function, sizeof(encoded));
-    return (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 TEST(TaskTest, KeepsTheNameOfItsConstructor)
@@ -193,10 +184,10 @@ TEST(TaskTest, WritesNothingAboveTrace)
 
 TEST(TaskTest, VirtualOperationsKeepTheirSlots)
 {
-    // Applications derive their own tasks in libraries of their own. The destructor takes slots 0 and 1 of this ABI.
-    EXPECT_EQ(SlotOf(&Task::Initialize), 2);
-    EXPECT_EQ(SlotOf(&Task::Configure), 3);
-    EXPECT_EQ(SlotOf(&Task::Execute), 4);
+    // Applications derive their own tasks in libraries of their own. The destructor takes slots 0 and 1.
+    EXPECT_EQ(SlotOf(&Task::Initialize), 2U);
+    EXPECT_EQ(SlotOf(&Task::Configure), 3U);
+    EXPECT_EQ(SlotOf(&Task::Execute), 4U);
 }
 
 }  // namespace
