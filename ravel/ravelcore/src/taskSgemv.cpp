@@ -24,10 +24,7 @@ void TaskSgemv::Initialize()
     RAVELCORE_TRACE_ENTRY(m_logger);
     blas::UseOneThread();
     if (!blas::IsMatrixSize(m_num_rows, m_num_cols)) {
-        const std::string message = blas::ImpossibleSizeText(m_num_rows, m_num_cols);
-        m_num_rows = static_cast<int>(m_vector_out.size());  // back to what the vectors have, which Execute trusts
-        m_num_cols = static_cast<int>(m_vector_in.size());
-        RAVELCORE_THROW(message);
+        RAVELCORE_THROW(blas::ImpossibleSizeText(m_num_rows, m_num_cols));
     }
     m_vector_in.assign(static_cast<std::size_t>(m_num_cols), 0.0F);
     m_matrix.assign(static_cast<std::size_t>(m_num_rows) * static_cast<std::size_t>(m_num_cols), 0.0F);
@@ -58,7 +55,10 @@ void TaskSgemv::Execute(double /*time_stamp*/, bool /*first*/)
 {
     RAVELCORE_TRACE_ENTRY(m_logger);
     const auto start = std::chrono::steady_clock::now();
-    blas::Multiply(m_matrix.data(), m_num_rows, m_num_cols, m_vector_in.data(), m_vector_out.data());
+    // The vectors' own sizes: the counts may be ahead of them, where Initialize has refused them or was not called.
+    const auto num_rows = static_cast<int>(m_vector_out.size());
+    const auto num_cols = static_cast<int>(m_vector_in.size());
+    blas::Multiply(m_matrix.data(), num_rows, num_cols, m_vector_in.data(), m_vector_out.data());
     UpdateExecTime(start);
 }
 
@@ -69,7 +69,9 @@ void TaskSgemv::SetMatrix(const std::vector<float>& m)
         RAVELCORE_THROW("Expected matrix of " + std::to_string(m_matrix.size()) + " but received one of " +
                         std::to_string(m.size()) + " elements.");
     }
-    std::copy(m.begin(), m.end(), m_matrix.begin());
+    if (&m != &m_matrix) {
+        std::copy(m.begin(), m.end(), m_matrix.begin());
+    }
 }
 
 void TaskSgemv::SetInputVector(const std::vector<float>& v)
@@ -80,7 +82,9 @@ void TaskSgemv::SetInputVector(const std::vector<float>& v)
         RAVELCORE_THROW("Expected input vector of " + std::to_string(m_matrix.size()) + " but received one of " +
                         std::to_string(v.size()) + " elements.");
     }
-    std::copy(v.begin(), v.end(), m_vector_in.begin());
+    if (&v != &m_vector_in) {
+        std::copy(v.begin(), v.end(), m_vector_in.begin());
+    }
 }
 
 int TaskSgemv::GetNumRows() const

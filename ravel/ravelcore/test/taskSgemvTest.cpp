@@ -110,23 +110,71 @@ TEST(TaskSgemvTest, InitializeMakesTheBlasSingleThreaded)
     EXPECT_EQ(openblas_get_num_threads(), 1);
 }
 
-TEST(TaskSgemvTest, InitializeRefusesCountsThatNoMatrixCanHaveAndLeavesTheVectors)
+/// A case of counts that no matrix can have, as the keys give them and as the message shows them.
+struct ImpossibleCounts
+{
+    std::map<std::string, std::string> keys;
+    int rows;
+    int cols;
+};
+
+/// For a task of 2 x 3. 65536 x 65536 is 0 when the product wraps around in int.
+std::vector<ImpossibleCounts> AllImpossibleCounts()
+{
+    return {{{{KEY_TASK_SGEMV_NUM_ROWS, "-2"}}, -2, 3},
+            {{{KEY_TASK_SGEMV_NUM_COLS, "-1"}}, 2, -1},
+            {{{KEY_TASK_SGEMV_NUM_COLS, "1073741824"}}, 2, 1073741824},
+            {{{KEY_TASK_SGEMV_NUM_ROWS, "65536"}, {KEY_TASK_SGEMV_NUM_COLS, "65536"}}, 65536, 65536}};
+}
+
+TEST(TaskSgemvTest, CountsThatNoMatrixCanHaveAreRefusedEachTimeAndStayAsTheyWereSet)
+{
+    for (const ImpossibleCounts& counts : AllImpossibleCounts()) {
+        TaskSgemv sut(2, 3);
+        FillTwoByThree(sut);
+        const std::string message =
+            "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of " +
+            std::to_string(counts.rows) + " x " + std::to_string(counts.cols) + ".";
+        ExpectException(Thrown([&] { sut.Configure(counts.keys); }), message, "Initialize", "taskSgemv.cpp");
+        EXPECT_EQ(sut.GetNumRows(), counts.rows);
+        EXPECT_EQ(sut.GetNumCols(), counts.cols);
+        ExpectException(Thrown([&] { sut.Initialize(); }), message, "Initialize", "taskSgemv.cpp");
+        EXPECT_EQ(sut.GetNumRows(), counts.rows);
+        EXPECT_EQ(sut.GetNumCols(), counts.cols);
+        EXPECT_EQ(sut.GetMatrix(), Ramp(6));
+        EXPECT_EQ(sut.GetInputVector(), Ramp(3));
+        EXPECT_THAT(sut.GetOutputVector(), SizeIs(2));
+    }
+}
+
+TEST(TaskSgemvTest, ExecuteGoesOnWithTheOldProductAfterCountsThatWereRefused)
+{
+    for (const ImpossibleCounts& counts : AllImpossibleCounts()) {
+        TaskSgemv sut(2, 3);
+        FillTwoByThree(sut);
+        EXPECT_THROW(sut.Configure(counts.keys), brisk::Exception);
+        sut.Execute(0.0, false);
+        EXPECT_THAT(sut.GetOutputVector(), ElementsAre(14.0F, 32.0F));
+    }
+}
+
+TEST(TaskSgemvTest, CountThatWasRefusedIsNotTakenBackByAnotherKey)
 {
     TaskSgemv sut(2, 3);
-    FillTwoByThree(sut);
-    const brisk::Exception negative = Thrown([&] { sut.Configure({{KEY_TASK_SGEMV_NUM_ROWS, "-2"}}); });
-    EXPECT_EQ(negative.GetMessage(),
-              "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of -2 x 3.");
-    EXPECT_EQ(sut.GetMatrix(), (std::vector<float>{1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F}));
-    EXPECT_EQ(sut.GetInputVector(), (std::vector<float>{1.0F, 2.0F, 3.0F}));
-    // 65536 x 65536 is 0 when the product wraps around in int.
-    const std::map<std::string, std::string> wraps = {{KEY_TASK_SGEMV_NUM_ROWS, "65536"},
-                                                      {KEY_TASK_SGEMV_NUM_COLS, "65536"}};
-    const brisk::Exception large = Thrown([&] { sut.Configure(wraps); });
-    EXPECT_EQ(large.GetMessage(),
-              "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of "
-              "65536 x 65536.");
-    EXPECT_THAT(sut.GetMatrix(), SizeIs(6));
+    sut.Initialize();
+    EXPECT_THROW(sut.Configure({{KEY_TASK_SGEMV_NUM_ROWS, "65536"}, {KEY_TASK_SGEMV_NUM_COLS, "65536"}}),
+                 brisk::Exception);
+    sut.Configure({{KEY_TASK_SGEMV_NUM_COLS, "1"}});
+    EXPECT_EQ(sut.GetNumRows(), 65536);
+    EXPECT_THAT(sut.GetMatrix(), SizeIs(65536));
+    EXPECT_THAT(sut.GetOutputVector(), SizeIs(65536));
+}
+
+TEST(TaskSgemvTest, ExecuteBeforeAnyInitializeIsAnEmptyProduct)
+{
+    TaskSgemv sut(3, 4);
+    sut.Execute(0.0, true);
+    EXPECT_THAT(sut.GetOutputVector(), IsEmpty());
 }
 
 // ---- Configure -----------------------------------------------------------------------------------------------------
@@ -267,6 +315,16 @@ TEST(TaskSgemvTest, ConfigureKeepsAKeyReadBeforeTheBadOneAndDoesNotInitialise)
     EXPECT_THAT(sut.GetInputVector(), SizeIs(3));
 }
 
+TEST(TaskSgemvTest, ExecuteGoesOnWithTheOldProductAfterAValueThatIsNoNumber)
+{
+    TaskSgemv sut(2, 3);
+    FillTwoByThree(sut);
+    EXPECT_THROW(sut.Configure({{KEY_TASK_SGEMV_NUM_ROWS, "bad"}, {KEY_TASK_SGEMV_NUM_COLS, "7000000"}}),
+                 std::invalid_argument);
+    sut.Execute(0.0, false);
+    EXPECT_THAT(sut.GetOutputVector(), ElementsAre(14.0F, 32.0F));
+}
+
 TEST(TaskSgemvTest, ConfigureDoesNotReadTheKeyAfterTheBadOne)
 {
     TaskSgemv sut(2, 3);
@@ -327,6 +385,18 @@ TEST(TaskSgemvTest, SetInputVectorOfAnotherSizeNamesTheMatrixsElementCountOnPurp
     ExpectException(Thrown([&] { sut.SetInputVector(Ramp(5, 50.0F)); }),
                     "Expected input vector of 12 but received one of 5 elements.", "SetInputVector", "taskSgemv.cpp");
     EXPECT_EQ(sut.GetInputVector(), Ramp(4));
+}
+
+TEST(TaskSgemvTest, SettersTakeTheTasksOwnVectors)
+{
+    TaskSgemv sut(3, 4);
+    sut.Initialize();
+    sut.SetMatrix(Ramp(12));
+    sut.SetInputVector(Ramp(4, 100.0F));
+    sut.SetMatrix(sut.GetMatrix());
+    sut.SetInputVector(sut.GetInputVector());
+    EXPECT_EQ(sut.GetMatrix(), Ramp(12));
+    EXPECT_EQ(sut.GetInputVector(), Ramp(4, 100.0F));
 }
 
 TEST(TaskSgemvTest, SetInputVectorComparesWithTheInputVectorNotWithTheMatrix)

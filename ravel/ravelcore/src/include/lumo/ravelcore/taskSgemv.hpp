@@ -23,35 +23,37 @@ public:
     /// Also lets the BLAS map its buffers now, so that the first cycle does not pay for it.
     /// Thread:    the worker's before its first cycle, or the owner's while no cycle runs.
     /// Real time: no.
-    /// Failure:   brisk::Exception for a negative count or more than 2^31 - 1 elements; the vectors are unchanged and
-    ///            the counts are theirs again.
+    /// Failure:   brisk::Exception for a negative count or more than 2^31 - 1 elements, each time until Configure gives
+    ///            other counts; counts and vectors are unchanged.
     void Initialize() override;
 
     /// Takes KEY_TASK_SGEMV_NUM_ROWS and KEY_TASK_SGEMV_NUM_COLS; if either is there, calls Initialize.
     /// Thread:    the owner's, while no cycle runs.
     /// Real time: no.
-    /// Failure:   what std::stoi throws; a key read before the bad one keeps its new value, Initialize is not called:
-    ///            counts and vectors may then disagree, so Configure or Initialize must succeed before the next
-    ///            Execute.
+    /// Failure:   what std::stoi throws; a key read before the bad one keeps its new value, Initialize is not called.
+    ///            What Initialize throws; the new counts are kept. Either way the vectors are unchanged, and Execute
+    ///            goes on with them.
     void Configure(const std::map<std::string, std::string>& cfg) override;
 
-    /// One product. Both arguments are ignored.
+    /// One product, of the sizes with which Initialize has last succeeded; of no elements before. Both arguments are
+    /// ignored.
     /// Thread:    the worker's.
-    /// Real time: yes. Trusts the sizes that Initialize has set.
+    /// Real time: yes.
     void Execute(double time_stamp, bool first) override;
 
-    /// Replaces the matrix, num_rows x num_cols values, row-major; copied.
+    /// Replaces the matrix, num_rows x num_cols values, row-major; copied. May be GetMatrix().
     /// Thread:    the owner's, while no cycle runs (no lock).
     /// Real time: allocation-free.
     /// Failure:   brisk::Exception for another number of elements; the task is unchanged.
     void SetMatrix(const std::vector<float>& m);
 
-    /// Replaces the input vector, num_cols values; copied.
+    /// Replaces the input vector, num_cols values; copied. May be GetInputVector().
     /// Thread:    the owner's, while no cycle runs (no lock).
     /// Real time: allocation-free.
     /// Failure:   brisk::Exception for another number of elements; the task is unchanged.
     void SetInputVector(const std::vector<float>& v);
 
+    /// The counts are those configured, also where Initialize has refused them; the vectors are those of Execute.
     /// Thread: any; the vectors only while no cycle runs. Real time: yes. The references live as long as the task.
     int GetNumRows() const;
     int GetNumCols() const;
