@@ -80,11 +80,27 @@ TEST_F(TaskEdcSetupTest, MembersHaveTheirTypes)
     static_assert(!std::is_copy_constructible_v<TaskEdc>);
     static_assert(std::has_virtual_destructor_v<TaskEdc>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_id), int>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_num_pact), int>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_num_es), int>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_num_modes), int>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_pid_enabled), bool>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_filter_enabled), bool>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_feed_forward_enabled), bool>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_es_meas), const float*>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_pact_in), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes_rate_limited), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes_ref), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes_in), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes_out), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes_error), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_p2edc), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_pact2modes), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_modes2pact), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_pact_ref), std::vector<float>>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_pdc_mask), std::vector<bool>>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_fdc_mask), std::vector<bool>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_pdc_values), std::vector<float>>);
+    static_assert(std::is_same_v<decltype(TaskEdc::m_fdc_values), std::vector<float>>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_pid_filters), std::vector<PidFilterContext>>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_rec_modes_in), Recorder&>);
     static_assert(std::is_same_v<decltype(TaskEdc::m_rec_modes_out), Recorder&>);
@@ -360,13 +376,18 @@ TEST_F(TaskEdcSetupTest, InitializeRefusesImpossibleSizesBeforeAnythingIsAllocat
     struct Sizes
     {
         int num_pact, num_es, num_modes;
+        std::string refused;  // rows and columns of the matrix that cannot be
     };
-    for (const Sizes& sizes :
-         {Sizes{-1, 5, 3}, Sizes{4, -1, 3}, Sizes{4, 5, -1}, Sizes{50000, 5, 50000}, Sizes{4, 50000, 50000}}) {
+    for (const Sizes& sizes : {Sizes{-2, 5, 3, "3 x -2"}, Sizes{4, -1, 3, "3 x -1"}, Sizes{4, 5, -3, "-3 x 5"},
+                               Sizes{50001, 5, 50000, "50000 x 50001"}, Sizes{4, 50002, 50000, "50000 x 50002"}}) {
+        SCOPED_TRACE(sizes.refused);
         TaskEdc sut(7, sizes.num_pact, sizes.num_es, sizes.num_modes, m_in, m_out, NUM_SAMPLES);
         const EdcState before = StateOf(sut);
-        EXPECT_THROW(sut.Initialize(), brisk::Exception)
-            << sizes.num_pact << ' ' << sizes.num_es << ' ' << sizes.num_modes;
+        ExpectException(
+            Thrown([&] { sut.Initialize(); }),
+            "Expected a matrix with counts of 0 or more and at most 2147483647 elements but received one of " +
+                sizes.refused + ".",
+            "Initialize", "taskEdc.cpp");
         EXPECT_THAT(Differences(before, StateOf(sut)), IsEmpty());
     }
 }
