@@ -112,7 +112,7 @@ TEST(TaskTest, DurationsBeyondThirtyTwoBitsOfNanosecondsAreWhole)
     EXPECT_LT(sut.GetExecTime(), std::chrono::hours(2000));
 }
 
-TEST(TaskTest, BookkeepingNeitherAllocatesNorLocks)
+TEST(TaskTest, BookkeepingNeverAllocates)
 {
     ProbeTask sut;
     const test::AllocationGuard guard;
