@@ -1,3 +1,5 @@
+#include "support/allocationGuard.hpp"
+#include "support/edcRig.hpp"
 #include "support/logCapture.hpp"
 
 #include <lumo/ravelcore/logger.hpp>
@@ -13,10 +15,11 @@
 namespace lumo::ravelcore {
 namespace {
 
+using test::EdcRig;
 using test::LogCapture;
 using test::LogEvent;
 
-/// Stands in for any public operation; `formatted` counts how often the text was made.
+/// Stands in for any public operation.
 struct Operation
 {
     int line = 0;
@@ -26,11 +29,6 @@ struct Operation
         RAVELCORE_TRACE_ENTRY(GetLogger());
     }
 };
-
-int Counted(int& formatted)
-{
-    return ++formatted;
-}
 
 TEST(LoggerTest, IsTheOneNamedRavelcore)
 {
@@ -94,16 +92,34 @@ TEST(LoggerTest, EntryLineIsSilentAboveTrace)
     EXPECT_TRUE(log.Events().empty());
 }
 
-TEST(LoggerTest, NothingIsFormattedWhileTheLevelIsOff)
+TEST(LoggerTest, NothingIsFormattedForAnEntryLineWhileTraceIsOff)
 {
-    LogCapture log(LOGGER_RAVELCORE, log4cplus::INFO_LOG_LEVEL);
-    int formatted = 0;
-    LOG4CPLUS_DEBUG(GetLogger(), "number " << Counted(formatted));
-    EXPECT_EQ(formatted, 0);
-    log.SetLevel(log4cplus::DEBUG_LOG_LEVEL);
-    LOG4CPLUS_DEBUG(GetLogger(), "number " << Counted(formatted));
-    EXPECT_EQ(formatted, 1);
-    EXPECT_EQ(log.Messages(log4cplus::DEBUG_LOG_LEVEL), std::vector<std::string>{"number 1"});
+    LogCapture log(LOGGER_RAVELCORE, log4cplus::DEBUG_LOG_LEVEL);
+    Operation sut;
+    const test::AllocationGuard guard;
+    sut.Run();
+    EXPECT_EQ(guard.GetCount(), 0);
+    log.SetLevel(log4cplus::TRACE_LOG_LEVEL);
+    sut.Run();
+    EXPECT_GT(guard.GetCount(), 0) << "the text, which is then needed";
+}
+
+TEST(LoggerTest, NothingIsFormattedInACycleWhileTheLevelsOfItsLinesAreOff)
+{
+    constexpr int NUM_MODES = 17;  // the least that the lines at DEBUG need
+    constexpr int NUM_PACT = 225;
+    EdcRig rig(NUM_PACT, 1, NUM_MODES);
+    rig.sut.m_pdc_mask.assign(NUM_MODES, true);
+    rig.sut.m_fdc_mask.assign(NUM_MODES, true);
+    for (const auto level : {log4cplus::INFO_LOG_LEVEL, log4cplus::DEBUG_LOG_LEVEL, log4cplus::TRACE_LOG_LEVEL}) {
+        rig.log.SetLevel(level);
+        rig.log.Clear();
+        const test::AllocationGuard guard;
+        rig.sut.Execute(0.0, true);
+        const bool has_allocated = guard.GetCount() != 0;
+        EXPECT_EQ(has_allocated, level != log4cplus::INFO_LOG_LEVEL);
+        EXPECT_EQ(rig.log.Messages(log4cplus::DEBUG_LOG_LEVEL).size(), level == log4cplus::INFO_LOG_LEVEL ? 0U : 4U);
+    }
 }
 
 TEST(LogCaptureTest, SeesChildLoggersUnderTheirOwnNames)
