@@ -1,6 +1,7 @@
 #include "support/edcReference.hpp"
 #include "support/edcRig.hpp"
 #include "support/edcState.hpp"
+#include "support/logHook.hpp"
 #include "support/sameFloat.hpp"
 #include "support/thrown.hpp"
 
@@ -12,6 +13,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <random>
 #include <string>
@@ -249,6 +251,15 @@ TEST_F(TaskEdcCycleTest, WithoutPidAndFilterOutIsInWhereInEqualsRefAndInPlusRefE
     EXPECT_THAT(sut.m_modes_out, ElementsAre(2.0F, 7.0F, 0.0F, IsNan()));
 }
 
+TEST_F(TaskEdcCycleTest, WithoutPidAndFilterTheSignOfAZeroThatEqualsItsReferenceIsKept)
+{
+    SetFlags(false, false, false);
+    sut.m_fdc_mask.assign(4, true);  // a product may lose the sign
+    sut.m_fdc_values = {-0.0F, -0.0F, 0.0F, 0.0F};
+    Cycle({0.0F, 0.0F, 0.0F, 0.0F}, {-0.0F, 0.0F, -0.0F, 0.0F});
+    ExpectSame("m_modes_out", sut.m_modes_out, {-0.0F, -0.0F, 0.0F, 0.0F});
+}
+
 TEST_F(TaskEdcCycleTest, WithoutFilterFeedForwardAddsTheRawReferenceAlsoWhereInEqualsRef)
 {
     SetFlags(false, false, true);
@@ -396,6 +407,47 @@ TEST_F(TaskEdcCycleTest, MaskThatIsShorterThanTheModesEndsTheProcess)
     sut.m_pdc_mask.resize(4);
     sut.m_fdc_mask.clear();
     EXPECT_DEATH(sut.Execute(0.0, false), "Expected a mask that reaches to mode 0 but found one of 0 modes.");
+}
+
+/// Checked element access ends the process where a vector of the owner's is one short.
+class TaskEdcShortVectorDeathTest : public TaskEdcCycleTest
+{
+protected:
+    TaskEdcShortVectorDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    static constexpr const char* OUT_OF_RANGE = "Assertion '__n < this->size\\(\\)' failed";
+};
+
+TEST_F(TaskEdcShortVectorDeathTest, ReplacementValuesThatAreOneShortEndTheProcessWhereTheLastIsWanted)
+{
+    sut.m_pdc_values.resize(3);
+    sut.m_fdc_values.resize(3);
+    sut.Execute(0.0, true);
+    sut.m_pdc_mask[3] = true;
+    EXPECT_DEATH(sut.Execute(0.0, false), OUT_OF_RANGE);
+    sut.m_pdc_mask[3] = false;
+    sut.m_fdc_mask[3] = true;
+    EXPECT_DEATH(sut.Execute(0.0, false), OUT_OF_RANGE);
+}
+
+TEST_F(TaskEdcShortVectorDeathTest, ReferencesThatAreOneShortEndTheProcess)
+{
+    sut.m_modes_ref.resize(3);
+    EXPECT_DEATH(sut.Execute(0.0, false), OUT_OF_RANGE);
+}
+
+TEST_F(TaskEdcShortVectorDeathTest, ReferencesThatAreOneShortEndTheProcessWhereTheFirstCycleWritesThem)
+{
+    // And not where it reads them later: before that there is a line with DEBUG on, behind which this process ends
+    // well.
+    EdcRig rig(225, 4, 18);
+    rig.sut.m_modes_ref.resize(17);
+    const auto cycle = [&rig] {
+        const test::LogHook hook("ravelcore.TaskEdc.7", log4cplus::DEBUG_LOG_LEVEL,
+                                 [](const std::string& /*message*/) { std::_Exit(EXIT_SUCCESS); });
+        rig.sut.Execute(0.0, true);
+    };
+    EXPECT_DEATH(cycle(), OUT_OF_RANGE);
 }
 
 // ------------------------------------------------------------------------------------------------- not-a-number

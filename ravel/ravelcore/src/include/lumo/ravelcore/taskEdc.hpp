@@ -45,9 +45,10 @@ public:
     ///            become the references and every channel starts bumplessly. One measurement that is NaN
     ///            makes every mode NaN that is not replaced; a channel that has measured NaN gives NaN, first cycles
     ///            included, until PidFilterReset or SetPidFilters.
-    /// Failure:   brisk::Exception when m_es_meas is null; nothing has changed then. A mask shorter than M ends the
-    ///            process. So do M <= 16 or P <= 224 with DEBUG on, which it is while log4cplus is not configured: mode
-    ///            16 and actuator triple 74 are fixed probes of the log.
+    /// Failure:   brisk::Exception when m_es_meas is null; nothing has changed then. A mask or m_modes_ref shorter than
+    ///            M ends the process, and so does a replacement value that is wanted and not there. So do M <= 16 or
+    ///            P <= 224 with DEBUG on, which it is while log4cplus is not configured: mode 16 and actuator triple 74
+    ///            are fixed probes of the log.
     void Execute(double time_stamp, bool is_first_execution) override;
 
     /// pact[i] += m_pact_ref[i] for all P actuators.
