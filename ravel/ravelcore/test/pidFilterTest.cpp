@@ -1,5 +1,6 @@
 #include "support/allocationGuard.hpp"
 #include "support/logCapture.hpp"
+#include "support/sameFloat.hpp"
 
 #include <lumo/ravelcore/pidFilter.hpp>
 
@@ -406,6 +407,39 @@ TEST(PidFilterTest, FilterMovesOnlyItsOwnTwoStates)
     EXPECT_NE(sut.internal1, Numbered().internal1);
 }
 
+TEST(PidFilterTest, FilterUsesTheNumeratorsOfTheRecord)
+{
+    // All values and results are small integers or halves, so that no rounding takes part.
+    PidFilterContext sut{};
+    sut.gain = 0.5F;
+    sut.n1 = 3.0F;
+    sut.d1 = -1.0F;
+    sut.n2 = 5.0F;
+    sut.d2 = 2.0F;
+    sut.internal1 = 7.0F;
+    sut.internal2 = 11.0F;
+    // w = 100 + 7 - 22 = 85; 3 * 7 + 85 + 5 * 11 = 161
+    EXPECT_EQ(FilterCompute(sut, NOT_A_NUMBER, 100.0F, false), 80.5F);
+    // w = 10 + 85 - 14 = 81; 3 * 85 + 81 + 5 * 7 = 371
+    EXPECT_EQ(FilterCompute(sut, NOT_A_NUMBER, 10.0F, false), 185.5F);
+    EXPECT_EQ(sut.internal1, 81.0F);
+    EXPECT_EQ(sut.internal2, 85.0F);
+}
+
+TEST(PidFilterTest, FirstStepOfTheFilterUsesTheNumeratorsOfTheRecord)
+{
+    PidFilterContext sut{};
+    sut.gain = 0.5F;
+    sut.n1 = 3.0F;
+    sut.d1 = -1.0F;
+    sut.n2 = 6.0F;
+    sut.d2 = 2.0F;
+    // start = 0.5 * 16 / ((9 + 1 - 2) * 0.5) = 2; w = 100 + 2 - 4 = 98; 3 * 2 + 98 + 6 * 2 = 116
+    EXPECT_EQ(FilterCompute(sut, 16.0F, 100.0F, true), 58.0F);
+    EXPECT_EQ(sut.internal1, 98.0F);
+    EXPECT_EQ(sut.internal2, 2.0F);
+}
+
 TEST(PidFilterTest, FilterDoesNotRecoverFromNanBeforeItIsStartedAgain)
 {
     PidFilterContext sut = Default();
@@ -568,6 +602,18 @@ TEST(PidFilterTest, CombinedWithoutPidAndFilterAtTheSetpointReturnsTheMeasuremen
     PidFilterContext sut = Default();
     EXPECT_EQ(PidFilterCompute(sut, 7.0F, 7.0F, 0.0F, false, false, false, true), 7.0F);
     EXPECT_EQ(PidFilterCompute(sut, 7.0F, 7.0F, 0.0F, false, false, true, true), 7.0F) << "plus 0";
+}
+
+TEST(PidFilterTest, CombinedWithoutPidAndFilterKeepsTheSignOfAZeroAtTheSetpoint)
+{
+    PidFilterContext sut = Default();
+    for (const float setpoint : {-0.0F, 0.0F}) {
+        for (const float meas : {-0.0F, 0.0F}) {
+            EXPECT_PRED2(test::IsSame, PidFilterCompute(sut, meas, setpoint, 0.0F, false, false, false, true), meas);
+        }
+    }
+    EXPECT_PRED2(test::IsSame, PidFilterCompute(sut, -0.0F, -0.0F, 0.0F, false, false, true, true), 0.0F)
+        << "the added set-point is a 0 that is not negative";
 }
 
 TEST(PidFilterTest, CombinedWithoutPidAndFilterOffTheSetpointAddsIt)

@@ -224,6 +224,10 @@ def scenarios():
         inputs[20] = (False, F(0.0), F(-0.0), F(0))
         inputs[-2:] = [(False, NAN, NAN, F(0)), (False, F(2), NAN, F(0))]
         yield f"combined_{flags:03b}", f"{flags:03b}", Channel(**full), inputs
+    # Frequencies for which d1 is another number when it is divided in double and then narrowed. Behind the others, so
+    # that these keep their random inputs.
+    for freq in (152.05, 152.07, 152.11):
+        yield f"coefficients_freq_{freq}", None, Channel(freq=freq), random_inputs(random, 6, 100)
 
 
 def lines():
