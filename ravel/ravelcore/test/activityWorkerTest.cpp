@@ -258,6 +258,8 @@ TEST_F(ActivityWorkerTest, GivesItsThreadTheNameOfTheActivity)
     sut.stop(nullptr);
     sut.Run();
     EXPECT_EQ(name_at_initialize, "worker7");
+    EXPECT_THAT(m_log.Messages(log4cplus::INFO_LOG_LEVEL),
+                ElementsAre("Activity worker7 running (Thread name worker7, CPU -1, NUMA -1, Priority 0)."));
 }
 
 TEST_F(ActivityWorkerTest, InitialisesTheTaskOnItsOwnThreadAfterItHasSaidWhereItRuns)
