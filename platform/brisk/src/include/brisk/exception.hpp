@@ -11,8 +11,10 @@ namespace brisk {
 /// The exception of the framework: a message, and the place it comes from as far as its thrower has filled it in.
 /// Thrown by value, caught by reference to const. Its type is one and the same in every library of a process.
 /// Thread:    one object belongs to one thread at a time, as with any value; the getters may be called at the same
-/// time. Real time: no; everything but what() and the getters allocates. Data:      the getters' references live as
-/// long as the exception and until the same field is set again. Failure:   std::bad_alloc only.
+///            time.
+/// Real time: no; everything but what() and the getters allocates.
+/// Data:      the getters' references live as long as the exception and until the same field is set again.
+/// Failure:   std::bad_alloc only.
 class BRISK_API Exception : public std::exception
 {
 public:
