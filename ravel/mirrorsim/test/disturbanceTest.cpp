@@ -84,6 +84,28 @@ TEST(DisturbanceTest, WindMovesTheSurfaceByItsConfiguredRmsInTheMean)
     EXPECT_NEAR(mean_square / (1.7 * 1.7), 1.0, 4.0 * deviation);
 }
 
+TEST(DisturbanceTest, ByDefaultThereAreAMicrometreOfWindAndAnHoursDriftOfSevenMicrometres)
+{
+    const Geometry geometry;
+    MirrorConfig config;
+    config.period_s = 0.2;  // slow cycles make the series long
+    Disturbance sut(geometry, config, {}, 0);
+    MirrorConfig without_drift = config;
+    without_drift.drift_um_per_s = 0.0;
+    Disturbance wind(geometry, without_drift, {}, 0);
+    const int num_cycles = 10000;
+    double mean_square = 0.0;
+    for (int cycle = 0; cycle < num_cycles; ++cycle) {
+        sut.Step();
+        wind.Step();
+        mean_square += MeanSquare(wind) / num_cycles;
+    }
+    const double duration_s = num_cycles * config.period_s;
+    EXPECT_NEAR(mean_square, 1.0, 4.0 * WindMeanSquareDeviation(geometry, 0.3, duration_s));
+    const double drift_rms_um = (Heights(sut) - Heights(wind)).norm() / std::sqrt(NUM_PACT);
+    EXPECT_NEAR(drift_rms_um, 7.2 * duration_s / 3600.0, 1e-9);
+}
+
 TEST(DisturbanceTest, WindOnTheSurfaceIsFlatBelowTheCornerAndFallsSteeplyAbove)
 {
     MirrorConfig config = Calm();
