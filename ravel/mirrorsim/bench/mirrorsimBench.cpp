@@ -1,31 +1,22 @@
 // What the simulated mirror costs: a cycle must leave most of its 2 ms to the controller.
 
+#include "support/longestCall.hpp"
+
 #include <lumo/mirrorsim/controlModes.hpp>
 #include <lumo/mirrorsim/mirror.hpp>
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <chrono>
 #include <memory>
 #include <vector>
 
 namespace lumo::mirrorsim {
 namespace {
 
-/// Times each iteration of `work` and adds the longest of them to the report.
-template <typename Work>
-void RunAndReportMaximum(benchmark::State& state, Work&& work)
-{
-    using Clock = std::chrono::steady_clock;
-    Clock::duration longest{0};
-    for (auto _ : state) {
-        const Clock::time_point start = Clock::now();
-        work();
-        longest = std::max(longest, Clock::now() - start);
-    }
-    state.counters["max_us"] = std::chrono::duration<double, std::micro>(longest).count();
-}
+using ravelcore::bench::MeasureWithLongest;
+
+/// Cycles that are timed one by one for the longest: a tenth of a second or so.
+constexpr int NUM_TIMED = 1000;
 
 /// Everything is on, and the command moves every actuator in every cycle.
 void MirrorStep(benchmark::State& state)
@@ -36,7 +27,7 @@ void MirrorStep(benchmark::State& state)
     config.tones = {{0, 10.0, 1.0}};
     Mirror sut(geometry, config, shape, 1);
     std::vector<float> command(NUM_PACT, 1.0F);
-    RunAndReportMaximum(state, [&]() {
+    MeasureWithLongest<NUM_TIMED>(state, [&]() {
         for (float& value : command) {
             value = -value;
         }
@@ -50,7 +41,7 @@ void FillEsMeas(benchmark::State& state)
 {
     const Mirror sut(Geometry{}, MirrorConfig{});
     const auto record = std::make_unique<EsRecord>();
-    RunAndReportMaximum(state, [&]() {
+    MeasureWithLongest<NUM_TIMED>(state, [&]() {
         sut.FillEsMeas(0.0, 0, *record);
         benchmark::ClobberMemory();
     });
@@ -61,7 +52,7 @@ void FillPactMeas(benchmark::State& state)
 {
     const Mirror sut(Geometry{}, MirrorConfig{});
     const auto record = std::make_unique<PactRecord>();
-    RunAndReportMaximum(state, [&]() {
+    MeasureWithLongest<NUM_TIMED>(state, [&]() {
         sut.FillPactMeas(0.0, 0, *record);
         benchmark::ClobberMemory();
     });
@@ -75,7 +66,7 @@ void WholeCycle(benchmark::State& state)
     const auto es_record = std::make_unique<EsRecord>();
     const auto pact_record = std::make_unique<PactRecord>();
     const std::vector<float> command(NUM_PACT, 1.0F);
-    RunAndReportMaximum(state, [&]() {
+    MeasureWithLongest<NUM_TIMED>(state, [&]() {
         sut.FillEsMeas(0.0, 0, *es_record);
         sut.FillPactMeas(0.0, 0, *pact_record);
         sut.Step(command);
@@ -87,7 +78,9 @@ BENCHMARK(WholeCycle)->Unit(benchmark::kMicrosecond);
 void ComputeControlModesAll(benchmark::State& state)
 {
     const Geometry geometry;
-    RunAndReportMaximum(state, [&]() { benchmark::DoNotOptimize(ComputeControlModes(geometry)); });
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ComputeControlModes(geometry));
+    }
 }
 BENCHMARK(ComputeControlModesAll)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()->UseRealTime();
 
