@@ -1,3 +1,5 @@
+#include "numberText.hpp"
+
 #include <lumo/mirrorsim/actuators.hpp>
 
 #include <algorithm>
@@ -17,9 +19,8 @@ Actuators::Actuators(const MirrorConfig& config, std::span<const double> initial
     CheckMirrorConfig(config);
     for (const double position : m_positions) {
         if (!(std::abs(position) <= m_stroke_limit)) {
-            throw std::invalid_argument("Expected initial positions within the stroke of +-" +
-                                        std::to_string(m_stroke_limit) + " um but found " + std::to_string(position) +
-                                        " um.");
+            throw std::invalid_argument("Expected initial positions within the stroke of +-" + ToText(m_stroke_limit) +
+                                        " um but found " + ToText(position) + " um.");
         }
     }
 }

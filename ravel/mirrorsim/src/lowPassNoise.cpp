@@ -1,3 +1,5 @@
+#include "numberText.hpp"
+
 #include <lumo/mirrorsim/lowPassNoise.hpp>
 
 #include <cmath>
@@ -12,9 +14,8 @@ LowPassNoise::LowPassNoise(double rms, double corner_hz, double period_s, std::m
     : m_period_s(period_s)
 {
     if (!(corner_hz > 0.0 && corner_hz * period_s < 0.5)) {
-        throw std::invalid_argument("Expected a corner between 0 and half the cycle rate of " +
-                                    std::to_string(0.5 / period_s) + " Hz but received " + std::to_string(corner_hz) +
-                                    " Hz.");
+        throw std::invalid_argument("Expected a corner between 0 and half the cycle rate of " + ToText(0.5 / period_s) +
+                                    " Hz but received " + ToText(corner_hz) + " Hz.");
     }
     const double angle = std::numbers::sqrt2 * std::numbers::pi * corner_hz * period_s;
     const std::complex<double> pole = std::exp(std::complex<double>(-angle, angle));

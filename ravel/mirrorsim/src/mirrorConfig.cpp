@@ -1,3 +1,5 @@
+#include "numberText.hpp"
+
 #include <lumo/mirrorsim/mirrorConfig.hpp>
 
 #include <cmath>
@@ -12,7 +14,7 @@ void Require(bool condition, const std::string& name, const std::string& expecte
 {
     if (!condition) {
         throw std::invalid_argument("Expected MirrorConfig::" + name + " to be " + expected + " but it is " +
-                                    std::to_string(found) + ".");
+                                    ToText(found) + ".");
     }
 }
 
@@ -32,7 +34,7 @@ void CheckMirrorConfig(const MirrorConfig& config)
 {
     RequirePositive("period_s", config.period_s);
     const double nyquist_hz = 0.5 / config.period_s;
-    const std::string below_nyquist = "below half the cycle rate of " + std::to_string(nyquist_hz) + " Hz";
+    const std::string below_nyquist = "below half the cycle rate of " + ToText(nyquist_hz) + " Hz";
     RequireNotNegative("actuator_time_constant_s", config.actuator_time_constant_s);
     RequirePositive("stroke_limit_um", config.stroke_limit_um);
     RequirePositive("rate_limit_um_per_s", config.rate_limit_um_per_s);
@@ -48,7 +50,7 @@ void CheckMirrorConfig(const MirrorConfig& config)
         Require(tone.mode >= 0, name + "mode", "0 or greater", tone.mode);
         RequireNotNegative(name + "frequency_hz", tone.frequency_hz);
         Require(tone.frequency_hz <= nyquist_hz, name + "frequency_hz",
-                "not above half the cycle rate of " + std::to_string(nyquist_hz) + " Hz", tone.frequency_hz);
+                "not above half the cycle rate of " + ToText(nyquist_hz) + " Hz", tone.frequency_hz);
         Require(std::isfinite(tone.amplitude_um), name + "amplitude_um", "finite", tone.amplitude_um);
     }
 }

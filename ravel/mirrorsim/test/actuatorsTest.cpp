@@ -141,5 +141,17 @@ TEST(ActuatorsTest, InitialPositionsBeyondTheStrokeAreRefused)
     EXPECT_THROW(Actuators(config, std::vector<double>{std::nan("")}), std::invalid_argument);
 }
 
+TEST(ActuatorsTest, AStrokeThatIsSmallIsNamedAsItIs)
+{
+    MirrorConfig config;
+    config.stroke_limit_um = 1e-7;
+    try {
+        const Actuators sut(config, std::vector<double>{0.0, 2.5e-7});
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "Expected initial positions within the stroke of +-1e-07 um but found 2.5e-07 um.");
+    }
+}
+
 }  // namespace
 }  // namespace lumo::mirrorsim

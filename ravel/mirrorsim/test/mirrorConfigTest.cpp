@@ -60,13 +60,20 @@ TEST(MirrorConfigTest, FrequenciesAboveHalfTheCycleRateAreRefusedWithBothNumbers
     MirrorConfig sut;
     sut.wind_corner_hz = 250.0;
     EXPECT_EQ(MessageOf(sut),
-              "Expected MirrorConfig::wind_corner_hz to be below half the cycle rate of 250.000000 Hz but it is "
-              "250.000000.");
+              "Expected MirrorConfig::wind_corner_hz to be below half the cycle rate of 250 Hz but it is "
+              "250.");
     sut = MirrorConfig{};
     sut.tones = {{0, 1.0, 1.0}, {0, 251.0, 1.0}};
     EXPECT_EQ(MessageOf(sut),
-              "Expected MirrorConfig::tones[1].frequency_hz to be not above half the cycle rate of 250.000000 Hz but "
-              "it is 251.000000.");
+              "Expected MirrorConfig::tones[1].frequency_hz to be not above half the cycle rate of 250 Hz but "
+              "it is 251.");
+}
+
+TEST(MirrorConfigTest, ASmallNumberIsRefusedAsItIs)
+{
+    MirrorConfig sut;
+    sut.drift_um_per_s = -2.5e-9;
+    EXPECT_EQ(MessageOf(sut), "Expected MirrorConfig::drift_um_per_s to be 0 or greater but it is -2.5e-09.");
 }
 
 TEST(MirrorConfigTest, TonesThatMakeNoSenseAreRefused)
