@@ -316,7 +316,7 @@ void Controller::Start()
 void Controller::Wait(const std::function<bool()>& is_interrupted)
 {
     const StatusLine::Style style = StatusLine::StyleFor(m_options.quiet, STDOUT_FILENO);
-    StatusLine status(style, m_plan, m_out);
+    StatusLine status(style, m_plan, m_out, STDOUT_FILENO);
     while (m_loop->GetProgress().cycles_done.load() < m_plan.cycles &&
            m_cycle_thread->GetThreadException() == nullptr) {
         if (is_interrupted()) {

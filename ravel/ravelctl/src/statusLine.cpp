@@ -4,6 +4,8 @@
 
 #include <fmt/core.h>
 
+#include <optional>
+
 namespace lumo::ravelctl {
 
 namespace {
@@ -20,8 +22,12 @@ StatusLine::Style StatusLine::StyleFor(bool quiet, int file_descriptor)
     return FindTerminalStyle(file_descriptor).refreshes ? Style::Refresh : Style::Plain;
 }
 
-StatusLine::StatusLine(Style style, const LoopPlan& plan, std::ostream& out)
-    : m_style(style), m_plan(plan), m_out(out), m_next_plain(std::chrono::steady_clock::now() + PLAIN_INTERVAL)
+StatusLine::StatusLine(Style style, const LoopPlan& plan, std::ostream& out, int terminal)
+    : m_style(style),
+      m_plan(plan),
+      m_out(out),
+      m_terminal(terminal),
+      m_next_plain(std::chrono::steady_clock::now() + PLAIN_INTERVAL)
 {
 }
 
@@ -31,6 +37,27 @@ std::string StatusLine::Format(const LoopProgress& progress, const LoopPlan& pla
                        plan.TimeOf(progress.cycles_done.load()), plan.TimeOf(plan.cycles),
                        progress.closed.load() ? "closed" : "open", progress.cycle_time_us.load(),
                        progress.max_cycle_time_us.load(), progress.missed.load(), progress.residual_nm.load());
+}
+
+std::string StatusLine::FormatFor(int columns, const LoopProgress& progress, const LoopPlan& plan)
+{
+    const auto room = static_cast<std::size_t>(columns - 1);
+    const std::string full = Format(progress, plan);
+    if (full.size() <= room) {
+        return full;
+    }
+    const std::string brief =
+        fmt::format("{:.1f}/{:.1f} s  {}  cycle {:.0f}/{:.0f} us  missed {}  residual {:.1f} nm",
+                    plan.TimeOf(progress.cycles_done.load()), plan.TimeOf(plan.cycles),
+                    progress.closed.load() ? "closed" : "open", progress.cycle_time_us.load(),
+                    progress.max_cycle_time_us.load(), progress.missed.load(), progress.residual_nm.load());
+    return brief.substr(0, room);
+}
+
+std::string StatusLine::FormatForTerminal(const LoopProgress& progress) const
+{
+    const std::optional<int> columns = FindTerminalWidth(m_terminal);  // each time: windows change their size
+    return columns ? FormatFor(*columns, progress, m_plan) : Format(progress, m_plan);
 }
 
 void StatusLine::Update(const LoopProgress& progress)
@@ -63,7 +90,7 @@ void StatusLine::Finish(const LoopProgress& progress)
 
 void StatusLine::Show(const LoopProgress& progress)
 {
-    const std::string text = Format(progress, m_plan);
+    const std::string text = m_style == Style::Refresh ? FormatForTerminal(progress) : Format(progress, m_plan);
     if (m_style == Style::Refresh) {
         m_out << '\r' << text << "\x1b[K" << std::flush;  // clears what a longer line left
     } else if (text != m_last) {                          // a run may end just when a line was due

@@ -24,7 +24,8 @@ public:
     /// Refresh if `file_descriptor` is a terminal that can do so, else Plain.
     static Style StyleFor(bool quiet, int file_descriptor);
 
-    StatusLine(Style style, const LoopPlan& plan, std::ostream& out);
+    /// `terminal`: the file behind `out`, to whose width a line that refreshes is fitted; below 0: as wide as need be.
+    StatusLine(Style style, const LoopPlan& plan, std::ostream& out, int terminal = -1);
 
     /// Shows the progress if it is time to.
     void Update(const LoopProgress& progress);
@@ -38,12 +39,18 @@ public:
     /// The line's text.
     static std::string Format(const LoopProgress& progress, const LoopPlan& plan);
 
+    /// The same on a terminal of so many columns: in fewer words if need be, and cut if these are still too many. It
+    /// leaves the last column free, behind which some terminals go to the next line.
+    static std::string FormatFor(int columns, const LoopProgress& progress, const LoopPlan& plan);
+
 private:
+    std::string FormatForTerminal(const LoopProgress& progress) const;
     void Show(const LoopProgress& progress);
 
     Style m_style;
     LoopPlan m_plan;
     std::ostream& m_out;
+    int m_terminal;
     std::chrono::steady_clock::time_point m_next_plain;
     std::string m_last;  // that was shown
 };

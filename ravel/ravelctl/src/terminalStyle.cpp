@@ -2,6 +2,7 @@
 
 #include "environment.hpp"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace lumo::ravelctl {
@@ -15,6 +16,15 @@ TerminalStyle DecideTerminalStyle(bool is_terminal, const std::string& term, con
 TerminalStyle FindTerminalStyle(int file_descriptor)
 {
     return DecideTerminalStyle(isatty(file_descriptor) == 1, Environment("TERM"), Environment("NO_COLOR"));
+}
+
+std::optional<int> FindTerminalWidth(int file_descriptor)
+{
+    winsize size{};
+    if (ioctl(file_descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+        return std::nullopt;
+    }
+    return size.ws_col;
 }
 
 std::string Palette::Paint(const char* colour, const std::string& text) const

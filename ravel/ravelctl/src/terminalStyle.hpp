@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace lumo::ravelctl {
@@ -18,6 +19,10 @@ TerminalStyle DecideTerminalStyle(bool is_terminal, const std::string& term, con
 
 /// The style of an open file, in the environment as it is.
 TerminalStyle FindTerminalStyle(int file_descriptor);
+
+/// How many columns a terminal has now; none where the file is no terminal, or one that does not say. It may change at
+/// any time.
+std::optional<int> FindTerminalWidth(int file_descriptor);
 
 /// Colours verdicts, or leaves them plain. The words say the same without colour.
 class Palette

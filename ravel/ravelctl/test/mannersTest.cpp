@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <set>
 
 // How the program behaves towards who uses it: errors, colours, progress, and being interrupted.
@@ -204,6 +205,38 @@ TEST(MannersTest, ADumbTerminalGetsPlainLines)
     EXPECT_EQ(result.status, EXIT_OK);
     EXPECT_THAT(result.out, HasSubstr("the loop held"));
     EXPECT_THAT(result.out, Not(HasSubstr("\x1b")));
+}
+
+/// The lines that told a run's progress in place, as the terminal got them.
+std::vector<std::string> ProgressLines(const std::string& out)
+{
+    std::vector<std::string> lines;
+    const std::string end = "\x1b[K";
+    for (std::size_t at = out.find(end); at != std::string::npos; at = out.find(end, at + 1)) {
+        const std::size_t begin = out.rfind('\r', at) + 1;
+        const std::string line = out.substr(begin, at - begin);
+        if (line.find(" s  ") != std::string::npos) {  // the others tell what takes long on a slow machine
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+TEST(MannersTest, TheLineOfARunFitsIntoTheTerminalThatItRefreshesOn)
+{
+    for (const unsigned short columns : {std::uint16_t{80}, std::uint16_t{40}}) {
+        const test::TestFolder folder;
+        const ChildProcess::Result result =
+            ChildProcess(ShortRun(folder), ChildProcess::Output::Terminal, columns).Wait();
+        EXPECT_EQ(result.status, EXIT_OK);
+        const std::vector<std::string> lines = ProgressLines(result.out);
+        ASSERT_FALSE(lines.empty());
+        for (const std::string& line : lines) {
+            EXPECT_LT(line.size(), columns) << line;
+        }
+        EXPECT_THAT(lines.back(), testing::StartsWith("0.6/0.6 s  closed  cycle "));
+        EXPECT_EQ(lines.back().ends_with(" nm"), columns == 80) << lines.back();
+    }
 }
 
 /// A run that has to compute the matrices first, which takes seconds.

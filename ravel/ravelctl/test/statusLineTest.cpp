@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -57,6 +58,73 @@ TEST(StatusLineTest, OnATerminalItRefreshesInPlaceAndEndsWithANewLine)
     sut.Finish(progress);
     const std::string once = "\r" + StatusLine::Format(progress, MakePlan()) + "\x1b[K";
     EXPECT_EQ(out.str(), once + once + once + "\n");
+}
+
+TEST(StatusLineTest, OnEightyColumnsEveryFigureIsThereInFewerWords)
+{
+    LoopProgress progress;
+    Fill(progress);
+    EXPECT_EQ(StatusLine::FormatFor(80, progress, MakePlan()),
+              "5.0/20.0 s  closed  cycle 512/902 us  missed 3  residual 15.6 nm");
+    progress.closed = false;
+    EXPECT_THAT(StatusLine::FormatFor(80, progress, MakePlan()), HasSubstr("20.0 s  open  cycle"));
+}
+
+TEST(StatusLineTest, OnEightyColumnsEveryFigureOfANightIsThere)
+{
+    LoopPlan night = MakePlan();
+    night.cycles = 20'000'000;
+    LoopProgress progress;
+    progress.cycles_done = 19'999'999;
+    progress.missed = 1234;
+    progress.cycle_time_us = 1234.0;
+    progress.max_cycle_time_us = 54321.0;
+    progress.residual_nm = 123.4;
+    progress.closed = true;
+    const std::string line = StatusLine::FormatFor(80, progress, night);
+    EXPECT_EQ(line, "40000.0/40000.0 s  closed  cycle 1234/54321 us  missed 1234  residual 123.4 nm");
+    EXPECT_LE(line.size(), 79U);
+}
+
+TEST(StatusLineTest, WhereItFitsTheLineHasAllItsWords)
+{
+    LoopProgress progress;
+    Fill(progress);
+    const std::string full = StatusLine::Format(progress, MakePlan());
+    const int length = static_cast<int>(full.size());
+    EXPECT_EQ(StatusLine::FormatFor(length + 1, progress, MakePlan()), full);
+    EXPECT_NE(StatusLine::FormatFor(length, progress, MakePlan()), full) << "the last column stays free";
+}
+
+TEST(StatusLineTest, OnFewerColumnsTheLineIsCut)
+{
+    LoopProgress progress;
+    Fill(progress);
+    const std::string brief = StatusLine::FormatFor(80, progress, MakePlan());
+    for (const int columns : {40, 2, 1}) {
+        EXPECT_EQ(StatusLine::FormatFor(columns, progress, MakePlan()),
+                  brief.substr(0, static_cast<std::size_t>(columns - 1)));
+    }
+}
+
+TEST(StatusLineTest, ALineThatRefreshesFollowsTheSizeOfItsTerminal)
+{
+    LoopProgress progress;
+    Fill(progress);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    std::ostringstream out;
+    StatusLine sut(StatusLine::Style::Refresh, MakePlan(), out, terminal);
+    std::string expected;
+    for (const int columns : {80, 200, 40}) {
+        winsize size{};
+        size.ws_col = static_cast<unsigned short>(columns);
+        ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+        sut.Update(progress);
+        expected += "\r" + StatusLine::FormatFor(columns, progress, MakePlan()) + "\x1b[K";
+    }
+    EXPECT_EQ(out.str(), expected);
+    close(terminal);
 }
 
 TEST(StatusLineTest, ElsewhereItIsPlainLinesAndTheFinalOneIsAlwaysThere)

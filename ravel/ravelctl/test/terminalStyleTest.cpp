@@ -1,6 +1,10 @@
 #include "terminalStyle.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace lumo::ravelctl {
 namespace {
@@ -44,6 +48,22 @@ TEST(TerminalStyleTest, APaletteColoursOnlyWhereThereAreColours)
     const Palette plain(DecideTerminalStyle(true, "xterm", "1"));
     EXPECT_EQ(plain.Good("held") + plain.Doubtful("interrupted") + plain.Bad("failed"), "heldinterruptedfailed");
     EXPECT_EQ(Palette().Good("held"), "held");
+}
+
+TEST(TerminalWidthTest, IsThatOfATerminalThatSaysOneAndOfNothingElse)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    EXPECT_EQ(FindTerminalWidth(terminal), std::nullopt) << "a new one does not say";
+    winsize size{};
+    size.ws_col = 132;
+    ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+    EXPECT_EQ(FindTerminalWidth(terminal), 132);
+    const int file = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(FindTerminalWidth(file), std::nullopt);
+    EXPECT_EQ(FindTerminalWidth(-1), std::nullopt);
+    close(file);
+    close(terminal);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,11 +45,14 @@ int MakeNamelessFile()
 }
 
 /// The side of a new terminal at which the person sits.
-int OpenTerminal()
+int OpenTerminal(unsigned short columns)
 {
     const int terminal = Check(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt");
     Check(grantpt(terminal), "grantpt");
     Check(unlockpt(terminal), "unlockpt");
+    winsize size{};
+    size.ws_col = columns;
+    Check(ioctl(terminal, TIOCSWINSZ, &size), "ioctl");
     return terminal;
 }
 
@@ -115,12 +119,13 @@ pid_t Spawn(const std::vector<std::string>& arguments, posix_spawn_file_actions_
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string>& arguments, Output output) : m_err(MakeNamelessFile())
+ChildProcess::ChildProcess(const std::vector<std::string>& arguments, Output output, unsigned short columns)
+    : m_err(MakeNamelessFile())
 {
     posix_spawn_file_actions_t actions;
     CheckError(posix_spawn_file_actions_init(&actions), "posix_spawn_file_actions_init");
     if (output == Output::Terminal) {
-        m_out = OpenTerminal();
+        m_out = OpenTerminal(columns);
         std::array<char, 100> name{};
         CheckError(ptsname_r(m_out, name.data(), name.size()), "ptsname_r");
         // The first terminal that the leader of a new session opens becomes its controlling one.

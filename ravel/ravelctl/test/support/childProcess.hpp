@@ -27,7 +27,9 @@ public:
     };
 
     /// `arguments`: the program's path first.
-    explicit ChildProcess(const std::vector<std::string>& arguments, Output output = Output::Pipe);
+    /// `columns`: of a terminal; 0: it does not say.
+    explicit ChildProcess(const std::vector<std::string>& arguments, Output output = Output::Pipe,
+                          unsigned short columns = 0);
 
     /// Kills the process if nobody has waited for it.
     ~ChildProcess();
