@@ -30,7 +30,13 @@ namespace lumo::ravelctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds START_TIMEOUT{5000};
+/// A cycle that is not paced waits for the script as long as a step takes, and the workers with it; it is no reason to
+/// end them. One that ends by itself or hangs is found without.
+WorkerGroup::Timeouts TimeoutsFor(const LoopPlan& plan)
+{
+    constexpr std::chrono::hours LONGER_THAN_ANY_STEP{1000};
+    return {plan.paced ? Controller::HANDSHAKE_TIMEOUT : LONGER_THAN_ANY_STEP, Controller::HANDSHAKE_TIMEOUT};
+}
 
 std::string DescribeMargins(const MarginRange& range)
 {
@@ -258,7 +264,7 @@ void Controller::MakeTasks()
     if (m_process->UsesHugePages()) {
         m_slices->UseHugePages();
     }
-    m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), m_process->GetPlan().workers, START_TIMEOUT,
+    m_workers = std::make_unique<WorkerGroup>(m_slices->GetTasks(), m_process->GetPlan().workers, TimeoutsFor(m_plan),
                                               log4cplus::Logger::getInstance(ravelcore::LOGGER_APP));
     for (ravelcore::Task* task : m_slices->GetTasks()) {
         task->Configure(m_options.cfg);

@@ -18,6 +18,7 @@
 
 #include <lumo/mirrorsim/controlModes.hpp>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -35,6 +36,9 @@ class StatusLine;
 class Controller
 {
 public:
+    /// How long cycle and workers wait for each other in a paced run.
+    static constexpr std::chrono::milliseconds HANDSHAKE_TIMEOUT{5000};
+
     /// `out` is where the user reads along (nothing is written to it when the options say quiet).
     Controller(RunOptions options, std::ostream& out);
     ~Controller();

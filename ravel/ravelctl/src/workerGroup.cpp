@@ -48,8 +48,8 @@ std::string DescribeBlas()
 }
 
 WorkerGroup::WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::vector<Placement>& placements,
-                         std::chrono::milliseconds start_timeout, const log4cplus::Logger& logger)
-    : m_timeout(start_timeout)
+                         const Timeouts& timeouts, const log4cplus::Logger& logger)
+    : m_ready_timeout(timeouts.ready)
 {
     const ravelcore::ActivityWorkerControl control{this,           &m_ready_mutex, &m_ready_cond,   &m_ready_counter,
                                                    &m_start_mutex, &m_start_cond,  &m_start_counter};
@@ -61,10 +61,16 @@ WorkerGroup::WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::
                                                      placement.cpu,
                                                      placement.priority,
                                                      placement.numa_node,
-                                                     start_timeout,
+                                                     timeouts.start,
                                                      logger};
         m_workers.push_back(std::make_unique<ravelcore::ActivityWorker>(config, control, *tasks[i]));
     }
+}
+
+WorkerGroup::WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::vector<Placement>& placements,
+                         std::chrono::milliseconds timeout, const log4cplus::Logger& logger)
+    : WorkerGroup(tasks, placements, Timeouts{timeout, timeout}, logger)
+{
 }
 
 WorkerGroup::~WorkerGroup()
@@ -99,7 +105,7 @@ void WorkerGroup::GiveStart()
 void WorkerGroup::AwaitReady()
 {
     constexpr std::chrono::milliseconds LOOK_AROUND{100};
-    const auto deadline = std::chrono::steady_clock::now() + m_timeout;
+    const auto deadline = std::chrono::steady_clock::now() + m_ready_timeout;
     std::unique_lock<std::mutex> lock(m_ready_mutex);
     while (!m_ready_cond.wait_for(lock, LOOK_AROUND, [this] { return IsReady(); })) {
         bool lost = std::chrono::steady_clock::now() >= deadline;
@@ -124,7 +130,7 @@ void WorkerGroup::ThrowLostWorker(int num_ready) const
     throw RunError(
         fmt::format("only {} of {} workers were ready {} ms after their start; one may have timed out, see "
                     "the warnings of the log",
-                    num_ready, GetNumWorkers(), m_timeout.count()));
+                    num_ready, GetNumWorkers(), m_ready_timeout.count()));
 }
 
 void WorkerGroup::Stop(bool last_start)

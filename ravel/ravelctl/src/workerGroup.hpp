@@ -29,12 +29,22 @@ struct Placement
 class WorkerGroup
 {
 public:
-    /// `tasks` are not owned and must outlive the group. A worker whose start does not come within `start_timeout`
-    /// ends for good; a worker that is not ready `start_timeout` after its start is lost.
-    WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::vector<Placement>& placements,
-                std::chrono::milliseconds start_timeout, const log4cplus::Logger& logger);
+    /// How long the two sides of the handshake wait for each other.
+    struct Timeouts
+    {
+        std::chrono::milliseconds start;  // a worker whose start does not come within this ends for good
+        std::chrono::milliseconds ready;  // a worker that is not ready this long after its start is lost
+    };
 
-    /// Stops and joins what still runs.
+    /// `tasks` are not owned and must outlive the group.
+    WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::vector<Placement>& placements,
+                const Timeouts& timeouts, const log4cplus::Logger& logger);
+
+    /// Both sides wait equally long.
+    WorkerGroup(const std::vector<ravelcore::Task*>& tasks, const std::vector<Placement>& placements,
+                std::chrono::milliseconds timeout, const log4cplus::Logger& logger);
+
+    /// Stops and joins what still runs, without a last start: with a long time-out for this call Stop(true) before.
     ~WorkerGroup();
 
     WorkerGroup(const WorkerGroup&) = delete;
@@ -65,7 +75,7 @@ private:
     [[noreturn]] void ThrowLostWorker(int num_ready) const;
     bool IsReady() const { return m_ready_counter >= GetNumWorkers(); }
 
-    std::chrono::milliseconds m_timeout;
+    std::chrono::milliseconds m_ready_timeout;
     std::mutex m_ready_mutex;
     std::condition_variable m_ready_cond;
     int m_ready_counter = 0;

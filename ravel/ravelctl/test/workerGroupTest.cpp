@@ -96,14 +96,15 @@ TEST(WorkerGroupTest, AWorkerThatIsNotReadyInTimeIsReportedWithTheNumberOfThoseT
         std::atomic<bool> released{false};
     };
     StuckTask task;
-    const auto sut = MakeGroup({&task}, SHORT_TIMEOUT);
-    sut->Start();
-    sut->GiveStart();
-    const std::string line = ThrownLine<RunError>([&] { sut->AwaitReady(); });
+    WorkerGroup sut({&task}, std::vector<Placement>(1), WorkerGroup::Timeouts{LONG_TIMEOUT, SHORT_TIMEOUT},
+                    log4cplus::Logger::getInstance("workerGroupTest"));
+    sut.Start();
+    sut.GiveStart();
+    const std::string line = ThrownLine<RunError>([&] { sut.AwaitReady(); });
     EXPECT_THAT(line, HasSubstr("only 0 of 1 workers were ready 2000 ms after their start"));
     task.released.store(true);
     task.released.notify_all();
-    sut->Stop(false);
+    sut.Stop(true);
     EXPECT_EQ(CountWorkerThreads(), 0);
 }
 
