@@ -540,13 +540,10 @@ void Controller::SavePage()
 
 int Controller::GetExitStatus() const
 {
-    if (!m_report.problems.empty()) {
-        return EXIT_FAILED;
-    }
     if (m_report.interrupted) {
-        return EXIT_INTERRUPTED;
+        return EXIT_INTERRUPTED;  // whatever else there was: its problems are told
     }
-    return m_report.DidHold() ? EXIT_OK : EXIT_FAILED;
+    return m_report.problems.empty() && m_report.DidHold() ? EXIT_OK : EXIT_FAILED;
 }
 
 }  // namespace lumo::ravelctl

@@ -24,8 +24,9 @@ inline constexpr std::array<ExitStatus, 4> EXIT_STATUSES = {{
     {EXIT_FAILED, "it did not, or something was not; each reason is a line on standard error"},
     {EXIT_BAD_INPUT, "bad input, refused before the loop closed"},
     {EXIT_INTERRUPTED,
-     "Ctrl-C, SIGTERM or SIGHUP; what a run recorded and a qualification measured is saved, no half-written file is "
-     "left"},
+     "Ctrl-C, SIGTERM or SIGHUP, whatever else went wrong; what a run recorded and a qualification measured is saved, "
+     "no "
+     "half-written file is left"},
 }};
 
 /// Input that cannot work. what() is one line: what was expected, what came, what to do.

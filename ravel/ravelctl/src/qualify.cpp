@@ -292,13 +292,10 @@ QualifyReport Qualify(const QualifyOptions& options, const QualifyStop& stop, st
 
 int GetExitStatus(const QualifyReport& report)
 {
-    if (!report.problems.empty()) {
-        return EXIT_FAILED;
-    }
     if (report.interrupted) {
-        return EXIT_INTERRUPTED;
+        return EXIT_INTERRUPTED;  // whatever else there was: its problems are told
     }
-    return report.DidHold() ? EXIT_OK : EXIT_FAILED;
+    return report.problems.empty() && report.DidHold() ? EXIT_OK : EXIT_FAILED;
 }
 
 }  // namespace lumo::ravelctl

@@ -426,6 +426,26 @@ TEST(ScriptedControllerTest, ARunThatIsNotPacedWaitsForASaveHoweverLongItTakesAn
     EXPECT_EQ(run.status, EXIT_OK);
 }
 
+TEST(ScriptedControllerTest, AnInterruptedRunEndsAsOneAlsoWhereAStepWasRefused)
+{
+    const test::TestFolder folder;
+    RunOptions options = test::ShortRun(folder, "run");
+    options.duration_s = 200.0;
+    options.as_fast_as_possible = false;
+    options.script = folder / "script.toml";
+    test::WriteBytes(options.script, "[[at]]\ntime = 0.0\np2edc = \"missing.fits\"\n");
+    test::QuietLog();
+    std::ostringstream out;
+    Controller controller(options, out);
+    controller.Configure();
+    controller.Start();
+    controller.Wait([&out] { return out.str().find("REFUSED") != std::string::npos; });
+    controller.Stop();
+    controller.Save();
+    EXPECT_EQ(controller.GetExitStatus(), EXIT_INTERRUPTED);
+    EXPECT_THAT(controller.GetReport().problems, ElementsAre(testing::HasSubstr("missing.fits")));
+}
+
 TEST(ScriptedControllerTest, WhatIsDueAfterAnInterruptionIsNeitherDoneNorAProblem)
 {
     const test::TestFolder folder;
