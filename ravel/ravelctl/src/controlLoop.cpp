@@ -182,7 +182,7 @@ void ControlLoop::Observe(std::int64_t cycle)
     const double residual_nm = std::sqrt(m_slices.SumOfSquaredModes() / mirrorsim::NUM_PACT) * NM_PER_UM;
     if (m_residuals_nm.size() < m_residuals_nm.capacity()) {
         m_residuals_nm.push_back(static_cast<float>(residual_nm));
-        m_es_rms_nm.push_back(static_cast<float>(now.ComputeRms() * NM_PER_UM));
+        m_es_rms_nm.push_back(static_cast<float>(*now.ComputeRms() * NM_PER_UM));
     }
     m_progress.residual_nm.store(residual_nm, std::memory_order_relaxed);
 }
@@ -213,9 +213,12 @@ void ControlLoop::EsSquares::Add(const EsSquares& other)
     cycles += other.cycles;
 }
 
-double ControlLoop::EsSquares::ComputeRms() const
+std::optional<double> ControlLoop::EsSquares::ComputeRms() const
 {
-    return cycles == 0 ? 0.0 : std::sqrt(sum / (static_cast<double>(cycles) * mirrorsim::NUM_SENSORS));
+    if (cycles == 0) {
+        return std::nullopt;
+    }
+    return std::sqrt(sum / (static_cast<double>(cycles) * mirrorsim::NUM_SENSORS));
 }
 
 }  // namespace lumo::ravelctl

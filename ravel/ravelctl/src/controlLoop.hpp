@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace lumo::ravelctl {
@@ -78,9 +79,9 @@ public:
     const std::vector<float>& GetEsRmsNm() const { return m_es_rms_nm; }
 
     /// Rms of the edge sensors' readings, um, over existing sensors and the cycles of the open loop, or those judged;
-    /// 0 where there was no such cycle.
-    double GetOpenEsRms() const { return m_open_es.ComputeRms(); }
-    double GetJudgedEsRms() const { return m_judged_es.ComputeRms(); }
+    /// none where there was no such cycle.
+    std::optional<double> GetOpenEsRms() const { return m_open_es.ComputeRms(); }
+    std::optional<double> GetJudgedEsRms() const { return m_judged_es.ComputeRms(); }
 
 private:
     struct EsSquares
@@ -89,7 +90,7 @@ private:
         std::int64_t cycles = 0;
 
         void Add(const EsSquares& other);
-        double ComputeRms() const;
+        std::optional<double> ComputeRms() const;
     };
 
     void RunCycle(std::int64_t cycle);

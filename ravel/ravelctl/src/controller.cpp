@@ -424,20 +424,18 @@ void Controller::ComputeFigures()
     if (const auto open = surface.ComputeRms(0, m_plan.open_cycles, m_modes)) {
         m_report.surface_rms_nm.before = open->total * NM_PER_UM;
         m_report.controlled_rms_nm.before = open->controlled * NM_PER_UM;
-        m_report.edge_sensor_rms_nm.before = m_loop->GetOpenEsRms() * NM_PER_UM;
     }
     if (const auto judged = surface.ComputeRms(m_plan.FirstJudgedCycle(), m_plan.cycles, m_modes)) {
         m_report.surface_rms_nm.after = judged->total * NM_PER_UM;
         m_report.controlled_rms_nm.after = judged->controlled * NM_PER_UM;
-        m_report.edge_sensor_rms_nm.after = m_loop->GetJudgedEsRms() * NM_PER_UM;
+    }
+    if (const auto open = m_loop->GetOpenEsRms()) {
+        m_report.edge_sensor_rms_nm.before = *open * NM_PER_UM;
+    }
+    if (const auto judged = m_loop->GetJudgedEsRms()) {
+        m_report.edge_sensor_rms_nm.after = *judged * NM_PER_UM;
     }
     m_report.mirror_was_seen = m_front_end->IsMirrorSeen();
-    if (!m_report.mirror_was_seen) {
-        m_report.edge_sensor_rms_nm.after = m_loop->GetJudgedEsRms() * NM_PER_UM;
-        if (m_plan.open_cycles > 0) {
-            m_report.edge_sensor_rms_nm.before = m_loop->GetOpenEsRms() * NM_PER_UM;
-        }
-    }
     if (!m_report.interrupted && !m_report.DidHold() && m_report.problems.empty()) {
         m_report.problems.emplace_back(fmt::format(
             "the loop did not hold: {} of {} cycles done, {} commands not finite, controlled modes {:.1f} nm "

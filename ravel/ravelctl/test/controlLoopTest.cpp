@@ -392,8 +392,8 @@ TEST(ControlLoopTest, OfFramesThatArePlayedBackTheSensorsAreJudgedAndNoSurfaceIs
     workers.Stop(true);
     EXPECT_EQ(sut.GetProgress().cycles_done.load(), cycles);
     EXPECT_EQ(sut.GetSurfaceLog().GetNumSamples(), 0);
-    EXPECT_DOUBLE_EQ(sut.GetOpenEsRms(), 3.0 / std::sqrt(mirrorsim::NUM_SENSORS));
-    EXPECT_DOUBLE_EQ(sut.GetJudgedEsRms(), 2.0 / std::sqrt(mirrorsim::NUM_SENSORS));
+    EXPECT_DOUBLE_EQ(sut.GetOpenEsRms().value(), 3.0 / std::sqrt(mirrorsim::NUM_SENSORS));
+    EXPECT_DOUBLE_EQ(sut.GetJudgedEsRms().value(), 2.0 / std::sqrt(mirrorsim::NUM_SENSORS));
 }
 
 TEST(ControlLoopTest, ItStopsWhenItIsToldToAndBooksWhatWasDone)
@@ -407,7 +407,20 @@ TEST(ControlLoopTest, ItStopsWhenItIsToldToAndBooksWhatWasDone)
     EXPECT_EQ(loop.loop.GetExecTimes().GetValuesUs().size(), 120U);
     EXPECT_EQ(loop.loop.GetSurfaceLog().GetNumSamples(), 120);
     EXPECT_TRUE(loop.loop.GetProgress().closed.load());
-    EXPECT_GT(loop.loop.GetOpenEsRms(), 0.0);
+    EXPECT_GT(loop.loop.GetOpenEsRms().value(), 0.0);
+}
+
+TEST(ControlLoopTest, WhatItDidNotComeToHasNoFigure)
+{
+    for (const int cycles : {0, 1, 120}) {
+        RunOptions options = MakeOptions();
+        test::SmallLoop loop(options);
+        loop.Start();
+        int asked = 0;
+        loop.loop.Run([&] { return asked++ == cycles; });
+        EXPECT_EQ(loop.loop.GetOpenEsRms().has_value(), cycles > 0) << cycles;
+        EXPECT_EQ(loop.loop.GetJudgedEsRms().has_value(), cycles > loop.plan.FirstJudgedCycle()) << cycles;
+    }
 }
 
 TEST(ControlLoopTest, ALostWorkerEndsTheLoopWithItsReason)

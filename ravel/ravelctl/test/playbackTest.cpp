@@ -108,6 +108,31 @@ TEST(PlaybackTest, ThereAreNoFiguresOfAMirrorThatNobodySaw)
     EXPECT_THAT(text, testing::Not(testing::HasSubstr("surface")));
 }
 
+TEST(PlaybackTest, ARunThatIsInterruptedAtItsBeginningHasNoFigureOfItsEnd)
+{
+    const test::TestFolder folder;
+    RunInProcess(RecordEverything(folder));
+    RunOptions options = PlayBack(folder, "played");
+    options.rate_hz = 20.0;  // judged from 8 s on
+    options.as_fast_as_possible = false;
+    std::ostringstream out;
+    Controller controller(options, out);
+    controller.Configure();
+    controller.Start();
+    controller.Wait([] { return true; });
+    controller.Stop();
+    controller.Save();
+    const RunReport& report = controller.GetReport();
+    EXPECT_LT(report.cycles_done, report.plan.FirstJudgedCycle());
+    EXPECT_EQ(report.edge_sensor_rms_nm.before.has_value(), report.cycles_done > 0);
+    EXPECT_FALSE(report.edge_sensor_rms_nm.after.has_value());
+    const std::string summary = test::ReadBytes(options.output / "summary.json");
+    const std::size_t figures = summary.find("\"edge_sensor_rms_nm\"");
+    EXPECT_THAT(summary.substr(figures, summary.find('}', figures) - figures), testing::HasSubstr("\"after\": null"));
+    EXPECT_THAT(FormatReport(report), testing::ContainsRegex("edge sensors[^\n]* -\n"));
+    EXPECT_EQ(controller.GetExitStatus(), EXIT_INTERRUPTED);
+}
+
 TEST(PlaybackTest, ARunLongerThanItsFramesIsRefusedWithBothNumbers)
 {
     const test::TestFolder folder;
