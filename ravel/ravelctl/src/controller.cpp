@@ -429,6 +429,11 @@ void Controller::ComputeFigures()
         m_report.surface_rms_nm.after = judged->total * NM_PER_UM;
         m_report.controlled_rms_nm.after = judged->controlled * NM_PER_UM;
     }
+    if (m_plan.open_cycles == 0) {
+        if (const auto first = surface.ComputeRms(0, 1, m_modes)) {
+            m_report.first_closed_rms_nm = first->controlled * NM_PER_UM;
+        }
+    }
     if (const auto open = m_loop->GetOpenEsRms()) {
         m_report.edge_sensor_rms_nm.before = *open * NM_PER_UM;
     }
@@ -437,11 +442,7 @@ void Controller::ComputeFigures()
     }
     m_report.mirror_was_seen = m_front_end->IsMirrorSeen();
     if (!m_report.interrupted && !m_report.DidHold() && m_report.problems.empty()) {
-        m_report.problems.emplace_back(fmt::format(
-            "the loop did not hold: {} of {} cycles done, {} commands not finite, controlled modes {:.1f} nm "
-            "rms before and {:.1f} nm after",
-            m_report.cycles_done, m_plan.cycles, m_report.commands_not_finite,
-            m_report.controlled_rms_nm.before.value_or(0.0), m_report.controlled_rms_nm.after.value_or(0.0)));
+        m_report.problems.emplace_back(DescribeFailure(m_report));
     }
 }
 

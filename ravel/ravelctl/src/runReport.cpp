@@ -95,6 +95,7 @@ Json ToJson(const RunReport& report)
         {"execution_time_us", ToJson(report.execution_time_us)},
         {"surface_rms_nm", ToJson(report.surface_rms_nm)},
         {"controlled_rms_nm", ToJson(report.controlled_rms_nm)},
+        {"first_closed_rms_nm", ToJson(report.first_closed_rms_nm)},
         {"edge_sensor_rms_nm", ToJson(report.edge_sensor_rms_nm)},
         {"limited_commands", report.limited_commands},
         {"commands_not_finite", report.commands_not_finite},
@@ -158,8 +159,17 @@ bool RunReport::DidHold() const
     if (cycles_done != plan.cycles || commands_not_finite != 0) {
         return false;
     }
-    return !mirror_was_seen || (controlled_rms_nm.after && std::isfinite(*controlled_rms_nm.after) &&
-                                (!controlled_rms_nm.before || *controlled_rms_nm.after < *controlled_rms_nm.before));
+    if (!mirror_was_seen) {
+        return true;
+    }
+    const std::optional<double> reference_nm = GetReferenceNm();
+    return controlled_rms_nm.after && std::isfinite(*controlled_rms_nm.after) && reference_nm &&
+           *controlled_rms_nm.after < *reference_nm;
+}
+
+std::optional<double> RunReport::GetReferenceNm() const
+{
+    return controlled_rms_nm.before ? controlled_rms_nm.before : first_closed_rms_nm;
 }
 
 std::int64_t RunReport::CountMissed(const ScriptEvent& event) const
@@ -189,15 +199,33 @@ std::string FormatStep(const ScriptEvent& event)
     return fmt::format("{:8.3f} s  {}{}{}", event.time_s, event.what, done, problem);
 }
 
+std::string DescribeFailure(const RunReport& report)
+{
+    const auto format = [](const std::optional<double>& value) {
+        return value ? fmt::format("{:.1f} nm rms", *value) : std::string("unknown");
+    };
+    const std::string modes =
+        report.mirror_was_seen ? fmt::format(", controlled modes {} {} and {} after", format(report.GetReferenceNm()),
+                                             report.first_closed_rms_nm ? "in the first cycle" : "before",
+                                             format(report.controlled_rms_nm.after))
+                               : "";
+    return fmt::format("the loop did not hold: {} of {} cycles done, {} commands not finite{}", report.cycles_done,
+                       report.plan.cycles, report.commands_not_finite, modes);
+}
+
 std::string Verdict(const RunReport& report)
 {
     if (report.interrupted) {
         return "interrupted";
     }
-    if (!report.DidHold()) {
-        return "the loop did NOT hold";
+    if (report.DidHold() && !report.mirror_was_seen) {
+        return "the frames were played back";
     }
-    return report.mirror_was_seen ? "the loop held" : "the frames were played back";
+    const std::string reference =
+        report.mirror_was_seen && report.first_closed_rms_nm
+            ? fmt::format(", compared with {:.1f} nm in the first cycle", *report.first_closed_rms_nm)
+            : "";
+    return (report.DidHold() ? "the loop held" : "the loop did NOT hold") + reference;
 }
 
 std::string FormatReport(const RunReport& report, const Palette& palette)

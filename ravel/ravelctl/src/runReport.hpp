@@ -50,6 +50,7 @@ struct RunReport
     std::optional<Percentiles> execution_time_us;
     BeforeAfter surface_rms_nm;
     BeforeAfter controlled_rms_nm;
+    std::optional<double> first_closed_rms_nm;  // controlled modes in the first cycle, of a loop that was never open
     BeforeAfter edge_sensor_rms_nm;
     std::vector<GainsFile> gains;  // in the order in which they came into force
     std::vector<ScriptEvent> script;
@@ -59,8 +60,12 @@ struct RunReport
     bool interrupted = false;
 
     /// Whether the loop held: it ran to its end, every command was finite, and the controlled modes ended up smaller
-    /// than they were with the loop open. Of frames that were played back nothing needs to have become smaller.
+    /// than they were with the loop open, or in the first cycle of a loop that was never open. Of frames that were
+    /// played back nothing needs to have become smaller.
     bool DidHold() const;
+
+    /// With what the controlled modes are compared at the end.
+    std::optional<double> GetReferenceNm() const;
 
     /// Missed instants while the slow thread was busy with a step of the script: preparing it, or doing it.
     std::int64_t CountMissed(const ScriptEvent& event) const;
@@ -71,6 +76,9 @@ struct RunReport
 
 /// A step of the script as it is told while the loop runs: one line.
 std::string FormatStep(const ScriptEvent& event);
+
+/// Why the loop did not hold, in one line.
+std::string DescribeFailure(const RunReport& report);
 
 /// The result in a few words.
 std::string Verdict(const RunReport& report);

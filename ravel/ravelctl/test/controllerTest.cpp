@@ -165,6 +165,27 @@ TEST(ControllerTest, EqualSeedsGiveEqualBitsAndAnotherSeedDoesNot)
     RunInProcess(options);
     for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
         const std::string first = test::ReadBytes(folder / "a" / name);
+TEST(ControllerTest, ALoopThatWasNeverOpenHoldsOnlyWhenItEndsBetterThanItsFirstCycle)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "held");
+    options.duration_s = 2.0;
+    options.open_loop_s = 0.0;
+    const FinishedRun held = RunInProcess(options);
+    EXPECT_EQ(held.status, EXIT_OK) << held.text;
+    EXPECT_LT(held.report.controlled_rms_nm.after.value(), held.report.first_closed_rms_nm.value());
+    EXPECT_GT(held.report.first_closed_rms_nm.value(), 1000.0) << "of a start of 2000 nm rms";
+
+    options.output = folder / "worse";
+    options.script = folder / "script.toml";
+    test::WriteBytes(options.script, "[[at]]\ntime = 0.5\nreferences = { value = 100.0 }\n");  // um
+    const FinishedRun worse = RunInProcess(options);
+    EXPECT_EQ(worse.report.first_closed_rms_nm, held.report.first_closed_rms_nm);
+    EXPECT_EQ(worse.status, EXIT_FAILED);
+    EXPECT_THAT(worse.report.problems,
+                ElementsAre(testing::AllOf(HasSubstr("the loop did not hold"), HasSubstr("in the first cycle and"))));
+}
+
         EXPECT_TRUE(first == test::ReadBytes(folder / "b" / name)) << name;
         EXPECT_FALSE(first == test::ReadBytes(folder / "c" / name)) << name;
     }

@@ -118,11 +118,45 @@ TEST(RunReportTest, TheLoopHeldOnlyWhenItCameToItsEndFiniteAndBetterThanOpen)
     EXPECT_FALSE(nothing.DidHold());
 }
 
-TEST(RunReportTest, ARunWithoutOpenLoopCanHold)
+TEST(RunReportTest, ALoopThatWasNeverOpenIsComparedWithItsFirstCycleAndSaysSo)
 {
     RunReport report = MakeReport();
-    report.controlled_rms_nm.before = std::nullopt;
+    report.controlled_rms_nm = {std::nullopt, 15.0};
+    report.first_closed_rms_nm = 1234.5;
     EXPECT_TRUE(report.DidHold());
+    EXPECT_THAT(FormatReport(report),
+                HasSubstr("verdict                 the loop held, compared with 1234.5 nm in the first cycle\n"));
+    EXPECT_EQ(WriteAndRead(report).at("first_closed_rms_nm"), 1234.5);
+    report.controlled_rms_nm.after = 1234.5;
+    EXPECT_FALSE(report.DidHold());
+    EXPECT_THAT(FormatReport(report), HasSubstr("the loop did NOT hold, compared with 1234.5 nm in the first cycle\n"));
+    EXPECT_EQ(DescribeFailure(report),
+              "the loop did not hold: 10000 of 10000 cycles done, 0 commands not finite, controlled modes 1234.5 nm "
+              "rms in the first cycle and 1234.5 nm rms after");
+    report.first_closed_rms_nm = std::nullopt;
+    EXPECT_FALSE(report.DidHold()) << "compared with nothing";
+}
+
+TEST(RunReportTest, ALoopThatWasOpenIsNotComparedWithItsFirstCycle)
+{
+    const RunReport report = MakeReport();
+    EXPECT_EQ(Verdict(report), "the loop held");
+    EXPECT_TRUE(WriteAndRead(report).at("first_closed_rms_nm").is_null());
+}
+
+TEST(RunReportTest, AFailureIsDescribedByWhatIsKnown)
+{
+    RunReport report = MakeReport();
+    report.controlled_rms_nm.after = 1600.0;
+    EXPECT_EQ(DescribeFailure(report),
+              "the loop did not hold: 10000 of 10000 cycles done, 0 commands not finite, controlled modes 1500.0 nm "
+              "rms before and 1600.0 nm rms after");
+    report.cycles_done = 2000;
+    report.controlled_rms_nm.after = std::nullopt;
+    EXPECT_THAT(DescribeFailure(report), testing::EndsWith("1500.0 nm rms before and unknown after"));
+    report.mirror_was_seen = false;
+    report.commands_not_finite = 3;
+    EXPECT_EQ(DescribeFailure(report), "the loop did not hold: 2000 of 10000 cycles done, 3 commands not finite");
 }
 
 TEST(RunReportTest, TheSummaryTellsWhatWasRecordedPlayedAndInjected)
