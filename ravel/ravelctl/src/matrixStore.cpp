@@ -121,7 +121,13 @@ mirrorsim::ControlModes LoadOrComputeModes(const mirrorsim::Geometry& geometry, 
                                            const std::function<void(const std::string&)>& say)
 {
     for (const StoredMatrix& matrix : MATRICES) {
-        if (!fs::exists(FileOf(folder, matrix))) {
+        std::error_code error;
+        const bool exists = fs::exists(FileOf(folder, matrix), error);
+        if (error) {
+            throw RunError(fmt::format("cannot look for matrices in {}: {}; choose another folder with --matrices",
+                                       folder.string(), error.message()));
+        }
+        if (!exists) {
             ComputeAndStore(geometry, folder, say);
             break;
         }

@@ -122,6 +122,19 @@ TEST_F(MatrixStoreTest, AFolderThatCannotBeMadeIsRefusedBeforeAnythingIsComputed
     EXPECT_THAT(line, HasSubstr("--matrices"));
 }
 
+TEST_F(MatrixStoreTest, AFolderThatCannotBeLookedIntoIsRefusedWithTheRemedy)
+{
+    const auto refusal = [this](const fs::path& folder) {
+        return test::ThrownLine<RunError>(
+            [&] { LoadOrComputeModes(m_geometry, folder, 3, [](const std::string& said) { ADD_FAILURE() << said; }); });
+    };
+    const fs::path too_long = m_folder / std::string(300, 'x');  // for everybody, root included
+    EXPECT_EQ(refusal(too_long), "cannot look for matrices in " + too_long.string() +
+                                     ": File name too long; choose another folder with --matrices");
+    fs::create_directory_symlink("loop", m_folder / "loop");
+    EXPECT_THAT(refusal(m_folder / "loop"), HasSubstr("Too many levels of symbolic links; choose another folder"));
+}
+
 TEST(DefaultMatrixFolderTest, IsInTheUsersCache)
 {
     const char* const home = getenv("HOME");
