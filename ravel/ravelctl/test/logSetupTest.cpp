@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <log4cplus/asyncappender.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
@@ -61,7 +62,10 @@ TEST_F(LogSetupTest, WithoutAFileWarningsAreOnAndInformationIsOff)
     SetUpLogging({});
     EXPECT_TRUE(log4cplus::Logger::getRoot().isEnabledFor(log4cplus::WARN_LOG_LEVEL));
     EXPECT_FALSE(log4cplus::Logger::getRoot().isEnabledFor(log4cplus::INFO_LOG_LEVEL));
-    EXPECT_EQ(log4cplus::Logger::getRoot().getAllAppenders().size(), 1U);
+    const log4cplus::SharedAppenderPtrList appenders = log4cplus::Logger::getRoot().getAllAppenders();
+    ASSERT_EQ(appenders.size(), 1U);
+    EXPECT_NE(dynamic_cast<log4cplus::AsyncAppender*>(appenders[0].get()), nullptr)
+        << "a worker would write to the terminal itself";
 }
 
 }  // namespace
