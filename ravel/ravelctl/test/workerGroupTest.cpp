@@ -1,20 +1,19 @@
 #include "error.hpp"
 #include "support/countingTask.hpp"
 #include "support/thrown.hpp"
+#include "support/workerThreads.hpp"
 #include "workerGroup.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cctype>
-#include <filesystem>
-#include <fstream>
 
 namespace lumo::ravelctl {
 namespace {
 
 using std::chrono::milliseconds;
+using test::CountWorkerThreads;
 using test::MakeGroup;
 using test::Tasks;
 using test::ThrownLine;
@@ -22,18 +21,6 @@ using testing::HasSubstr;
 
 constexpr milliseconds LONG_TIMEOUT{60'000};
 constexpr milliseconds SHORT_TIMEOUT{2000};
-
-/// Threads of this process that a group has started, by their names: "worker0" and so on.
-int CountWorkerThreads()
-{
-    int count = 0;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::getline(std::ifstream(thread.path() / "comm"), name);
-        count += name.size() == 7 && name.rfind("worker", 0) == 0 && std::isdigit(name[6]) != 0 ? 1 : 0;
-    }
-    return count;
-}
 
 TEST(WorkerGroupTest, EveryWorkerHasAThreadUntilItIsStopped)
 {
