@@ -46,6 +46,18 @@ TEST(ControllerTest, TheLoopBringsTheControlledModesDownAtLeastTwentyfold)
     EXPECT_THAT(run.text, HasSubstr("phase margin 68 deg, gain margin 12.0 dB"));
 }
 
+TEST(ControllerTest, TheStartSaysWhatRunsAndOnWhichBlas)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.workers = 2;
+    const FinishedRun run = RunInProcess(options);
+    EXPECT_THAT(run.text, testing::ContainsRegex("ravelctl [0-9.]+: 20 modes on 2 workers at 500 Hz, seed 1, "
+                                                 "OpenBLAS [0-9.]+ .[a-zA-Z]+ build, [A-Za-z0-9_]+ kernel.\n"));
+    EXPECT_THAT(run.text, HasSubstr(", seed 1, " + DescribeBlas() + "\n"));
+    EXPECT_EQ(run.report.blas, DescribeBlas());
+}
+
 TEST(ControllerTest, ARunBeginsWithTheGainsOfAFileAndSaysWhatTheyMean)
 {
     const test::TestFolder folder;
@@ -153,18 +165,6 @@ TEST(ControllerTest, ALoopThatEndsUpWorseThanOpenDidNotHoldAndSaysSo)
     EXPECT_EQ(run.report.files, test::FilesOfRun()) << "what was recorded is saved all the same";
 }
 
-TEST(ControllerTest, EqualSeedsGiveEqualBitsAndAnotherSeedDoesNot)
-{
-    const test::TestFolder folder;
-    RunOptions options = ShortRun(folder, "a");
-    RunInProcess(options);
-    options.output = folder / "b";
-    RunInProcess(options);
-    options.output = folder / "c";
-    options.seed = 2;
-    RunInProcess(options);
-    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
-        const std::string first = test::ReadBytes(folder / "a" / name);
 TEST(ControllerTest, ALoopThatWasNeverOpenHoldsOnlyWhenItEndsBetterThanItsFirstCycle)
 {
     const test::TestFolder folder;
@@ -186,6 +186,18 @@ TEST(ControllerTest, ALoopThatWasNeverOpenHoldsOnlyWhenItEndsBetterThanItsFirstC
                 ElementsAre(testing::AllOf(HasSubstr("the loop did not hold"), HasSubstr("in the first cycle and"))));
 }
 
+TEST(ControllerTest, EqualSeedsGiveEqualBitsAndAnotherSeedDoesNot)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "a");
+    RunInProcess(options);
+    options.output = folder / "b";
+    RunInProcess(options);
+    options.output = folder / "c";
+    options.seed = 2;
+    RunInProcess(options);
+    for (const char* name : {"modes_in.fits", "modes_out.fits"}) {
+        const std::string first = test::ReadBytes(folder / "a" / name);
         EXPECT_TRUE(first == test::ReadBytes(folder / "b" / name)) << name;
         EXPECT_FALSE(first == test::ReadBytes(folder / "c" / name)) << name;
     }
