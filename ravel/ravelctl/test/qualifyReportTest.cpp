@@ -127,6 +127,9 @@ TEST(QualifyReportTest, ItHoldsWhenEveryCycleWasDoneInTimeOnItsInstant)
     EXPECT_EQ(GetExitStatus(broken(&QualifyReport::problems, std::vector<std::string>{"worker0 ended"})), EXIT_FAILED);
     const QualifyReport interrupted = broken(&QualifyReport::interrupted, true);
     EXPECT_EQ(GetExitStatus(interrupted), EXIT_INTERRUPTED);
+    QualifyReport interrupted_and_more = interrupted;
+    interrupted_and_more.problems = {"cannot write the page"};
+    EXPECT_EQ(GetExitStatus(interrupted_and_more), EXIT_INTERRUPTED) << "its problems are told all the same";
     EXPECT_THAT(interrupted.FormatVerdict(), HasSubstr("interrupted: 0 of 1000 cycles"));
 }
 
