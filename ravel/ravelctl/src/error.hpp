@@ -25,8 +25,7 @@ inline constexpr std::array<ExitStatus, 4> EXIT_STATUSES = {{
     {EXIT_BAD_INPUT, "bad input, refused before the loop closed"},
     {EXIT_INTERRUPTED,
      "Ctrl-C, SIGTERM or SIGHUP, whatever else went wrong; what a run recorded and a qualification measured is saved, "
-     "no "
-     "half-written file is left"},
+     "no half-written file is left"},
 }};
 
 /// Input that cannot work. what() is one line: what was expected, what came, what to do.
