@@ -3,11 +3,13 @@
 #include "modeList.hpp"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <vector>
 
 namespace lumo::ravelctl::remedies {
@@ -41,8 +43,15 @@ std::string TransparentHugePages()
 
 std::string KernelArguments(const std::string& arguments)
 {
+    std::vector<std::string> names;
+    std::istringstream words(arguments);
+    for (std::string word; words >> word;) {
+        names.push_back(word.substr(0, word.find('=')));
+    }
     return fmt::format(
-        "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot", arguments);
+        "sudo sed -i -E 's/({})=[^ \"]* *//g' /etc/default/grub && "
+        "sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&{} /' /etc/default/grub && sudo update-grub && sudo reboot",
+        fmt::join(names, "|"), arguments);
 }
 
 std::string CpusToSetAside(const CpuTopology& topology)

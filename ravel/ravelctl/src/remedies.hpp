@@ -15,7 +15,8 @@ std::string LockedMemory();
 std::string Governor();
 std::string TransparentHugePages();
 
-/// Arguments for the kernel, such as "isolcpus=2,3".
+/// Arguments for the kernel, such as "isolcpus=2,3 nohz_full=2,3", in place of those of the same names; given again,
+/// the command changes nothing.
 std::string KernelArguments(const std::string& arguments);
 
 /// The CPUs to set aside: every CPU of the upper half of the cores, but never the first core. "" where there are too

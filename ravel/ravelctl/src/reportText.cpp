@@ -1,7 +1,9 @@
 #include "reportText.hpp"
 
 #include "controlLoop.hpp"
+#include "counted.hpp"
 #include "gains.hpp"
+#include "machineText.hpp"
 #include "recordingPlan.hpp"
 #include "resources.hpp"
 
@@ -46,7 +48,8 @@ ParameterGroup DescribeLoop(const RunReport& report)
     rows.emplace_back("limited commands", std::to_string(report.limited_commands));
     rows.emplace_back("commands not finite", std::to_string(report.commands_not_finite));
     rows.emplace_back("output", report.options.output.string());
-    rows.emplace_back("files", fmt::format("{}", fmt::join(report.files, ", ")));
+    // The summary comes last: it names the page.
+    rows.emplace_back("files", fmt::format("{}, summary.json", fmt::join(report.files, ", ")));
     return group;
 }
 
@@ -85,7 +88,7 @@ ParameterGroup DescribeDesign(const ReportSources& sources)
         rows.emplace_back("set-point filter", fmt::format("{:g} Hz", design.setpoint_filter_hz));
         rows.emplace_back("anti-windup tracking time", fmt::format("{:g} s", design.tracking_time_s));
     }
-    rows.emplace_back("command delay", fmt::format("{} cycle(s)", sources.plant.delay_cycles));
+    rows.emplace_back("command delay", Counted(sources.plant.delay_cycles, "cycle"));
     rows.emplace_back("actuators' lag per cycle", fmt::format("{:.4f}", sources.plant.lag_coefficient));
     return group;
 }
@@ -125,18 +128,6 @@ std::optional<std::string> DescribeMemory(const MachineFacts& facts)
                                          : "");
 }
 
-std::string DescribeHugePages(const MachineFacts& facts)
-{
-    std::vector<std::string> parts;
-    if (facts.huge_pages) {
-        parts.push_back(fmt::format("{} reserved", *facts.huge_pages));
-    }
-    if (facts.transparent_huge_pages) {
-        parts.push_back("transparent: " + *facts.transparent_huge_pages);
-    }
-    return fmt::format("{}", fmt::join(parts, ", "));
-}
-
 }  // namespace
 
 std::vector<ParameterGroup> DescribeRun(const ReportSources& sources)
@@ -149,18 +140,16 @@ std::vector<ParameterGroup> DescribeRun(const ReportSources& sources)
 
 ParameterGroup DescribeMachine(const MachineFacts& facts, const std::string& blas)
 {
-    const std::string unknown = "the system does not tell";
     ParameterGroup group{"Machine", {}};
     AddRow("processor", facts.cpu_model, group);
     AddRow("usable CPUs", DescribeCpus(facts), group);
     AddRow("isolated CPUs",
-           facts.cpus_isolated ? facts.cpus_isolated->empty() ? "none" : *facts.cpus_isolated : unknown, group);
-    AddRow("frequency governor",
-           facts.governors.empty() ? unknown : fmt::format("{}", fmt::join(facts.governors, ", ")), group);
+           facts.cpus_isolated ? facts.cpus_isolated->empty() ? "none" : *facts.cpus_isolated : NOT_TOLD, group);
+    AddRow("frequency governor", DescribeGovernors(facts), group);
     AddRow("kernel", DescribeKernel(facts), group);
     AddRow("memory", DescribeMemory(facts), group);
     AddRow("huge pages", DescribeHugePages(facts), group);
-    AddRow("NUMA nodes", facts.numa_nodes, group);
+    AddRow("NUMA nodes", DescribeNumaNodes(facts), group);
     AddRow("clock", facts.clock_source, group);
     AddRow("linear algebra", blas, group);
     return group;

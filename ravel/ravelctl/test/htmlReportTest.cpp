@@ -6,6 +6,7 @@
 #include "support/textFile.hpp"
 #include "support/thrown.hpp"
 
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -131,6 +132,8 @@ TEST(HtmlReportTest, ThePageOfARunShowsTheFiguresOfItsReport)
     EXPECT_EQ(times.at(0).at("values").at(1), run.report.cycle_time_us->p50);
     EXPECT_EQ(times.at(1).at("values").at(4), run.report.execution_time_us->p9999);
     EXPECT_TRUE(sut.at("left_out").empty()) << sut.at("left_out");
+    EXPECT_THAT(sut.at("parameters").dump(), HasSubstr(fmt::format("\"{}\"", fmt::join(run.report.files, ", "))))
+        << "the page and the summary, which is written after it, are among the files";
 }
 
 TEST(HtmlReportTest, InjectedReferencesAreMarkedWhereTheyBeginAndEnd)
