@@ -1,6 +1,9 @@
 #include "doctor.hpp"
 
+#include "commandText.hpp"
 #include "error.hpp"
+#include "errorLine.hpp"
+#include "machineText.hpp"
 #include "modeList.hpp"
 #include "placementOptions.hpp"
 #include "remedies.hpp"
@@ -14,13 +17,13 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <string_view>
 
 namespace lumo::ravelctl {
 
 namespace {
 
 constexpr std::uint64_t NO_LIMIT = std::numeric_limits<std::uint64_t>::max();
-constexpr const char* NOT_TOLD = "the system does not tell";
 
 Finding ExamineKernel(const MachineFacts& facts)
 {
@@ -56,32 +59,48 @@ Finding ExamineCpus(const MachineFacts& facts)
         finding.remedy = fmt::format("taskset -c {} ravelctl run", FormatModeList(ordinary));
     } else if (online.size() < ENOUGH) {
         finding.health = Health::CouldBeBetter;
-        finding.value += "; two workers and the rest of the system share them";
+        finding.value += "; better 3 or more";
+        finding.remedy = "ravelctl run --workers 1  # two workers would leave no CPU to the rest of the system";
     }
     return finding;
 }
 
-/// `argument`: of the kernel, which sets CPUs aside.
-Finding ExamineAside(const char* name, const std::optional<std::string>& cpus, const char* argument,
-                     const MachineFacts& facts)
+/// The kernel writes "(null)" where nothing was asked for.
+bool AreAside(const std::optional<std::string>& cpus)
 {
-    // The kernel writes "(null)" where nothing was asked for.
-    if (!ParseCpuList(cpus.value_or("")).empty()) {
+    return !ParseCpuList(cpus.value_or("")).empty();
+}
+
+/// One command for all that is missing, so that one restart does: who has given it need not give it again.
+std::string SetAside(const MachineFacts& facts)
+{
+    const std::string wanted = remedies::CpusToSetAside(facts.topology);
+    if (wanted.empty()) {
+        return "";
+    }
+    std::vector<std::string> arguments;
+    if (!AreAside(facts.cpus_isolated)) {
+        arguments.push_back("isolcpus=" + wanted);
+    }
+    if (!AreAside(facts.cpus_nohz_full)) {
+        arguments.push_back("nohz_full=" + wanted);
+    }
+    return remedies::KernelArguments(fmt::format("{}", fmt::join(arguments, " ")));
+}
+
+Finding ExamineAside(const char* name, const std::optional<std::string>& cpus, const MachineFacts& facts)
+{
+    if (AreAside(cpus)) {
         return {name, *cpus, Health::Ok, ""};
     }
-    const std::string wanted = remedies::CpusToSetAside(facts.topology);
-    return {name, "none", Health::CouldBeBetter,
-            wanted.empty() ? "" : remedies::KernelArguments(fmt::format("{}={}", argument, wanted))};
+    return {name, "none", Health::CouldBeBetter, SetAside(facts)};
 }
 
 Finding ExamineGovernor(const MachineFacts& facts)
 {
-    if (facts.governors.empty()) {
-        return {"frequency governor", "none; the frequency is fixed, or the host's affair", Health::Ok, ""};
-    }
-    const bool fast = facts.governors == std::vector<std::string>{"performance"};
-    return {"frequency governor", fmt::format("{}", fmt::join(facts.governors, ", ")),
-            fast ? Health::Ok : Health::CouldBeBetter, fast ? "" : remedies::Governor()};
+    const bool fast = facts.governors.empty() || facts.governors == std::vector<std::string>{"performance"};
+    return {"frequency governor", DescribeGovernors(facts), fast ? Health::Ok : Health::CouldBeBetter,
+            fast ? "" : remedies::Governor()};
 }
 
 Finding ExamineFifo(const MachineFacts& facts)
@@ -91,6 +110,11 @@ Finding ExamineFifo(const MachineFacts& facts)
     const std::string limit = !facts.rtprio_limit               ? "unknown"
                               : *facts.rtprio_limit == NO_LIMIT ? "none"
                                                                 : std::to_string(*facts.rtprio_limit);
+    if (facts.fifo_granted == true && facts.rtprio_limit && *facts.rtprio_limit < NEEDED) {
+        return {"real-time priority",
+                fmt::format("SCHED_FIFO {} is granted (no limit for this user; others: {})", NEEDED, limit), Health::Ok,
+                ""};
+    }
     if (facts.fifo_granted == true) {
         return {"real-time priority", fmt::format("SCHED_FIFO {} is granted (limit {})", NEEDED, limit), Health::Ok,
                 ""};
@@ -159,22 +183,17 @@ Finding ExamineSwap(const MachineFacts& facts)
 
 Finding ExamineNuma(const MachineFacts& facts)
 {
-    const std::size_t nodes = ParseCpuList(facts.numa_nodes.value_or("")).size();
-    if (nodes < 2) {
-        return {"NUMA nodes", nodes == 0 ? "the kernel knows none" : "1", Health::Ok, ""};
-    }
-    return {"NUMA nodes", fmt::format("{}; time each with ravelctl qualify --numa-node", nodes), Health::Ok, ""};
+    const bool has_several = ParseCpuList(facts.numa_nodes.value_or("")).size() > 1;
+    return {"NUMA nodes",
+            DescribeNumaNodes(facts) + (has_several ? "; time each with ravelctl qualify --numa-node" : ""), Health::Ok,
+            ""};
 }
 
 Finding ExamineHugePages(const MachineFacts& facts)
 {
-    const std::string reserved = fmt::format("{} reserved", facts.huge_pages.value_or(0));
-    if (!facts.transparent_huge_pages) {
-        return {"huge pages", fmt::format("no transparent ones, {}", reserved), Health::Ok, ""};
-    }
-    const bool always = *facts.transparent_huge_pages == "always";  // the kernel may stop a thread to put some together
-    return {"huge pages", fmt::format("transparent: {}, {}", *facts.transparent_huge_pages, reserved),
-            always ? Health::CouldBeBetter : Health::Ok, always ? remedies::TransparentHugePages() : ""};
+    const bool always = facts.transparent_huge_pages == "always";  // the kernel may stop a thread to put some together
+    return {"huge pages", DescribeHugePages(facts), always ? Health::CouldBeBetter : Health::Ok,
+            always ? remedies::TransparentHugePages() : ""};
 }
 
 Finding ExamineBlas(const MachineFacts& facts)
@@ -214,7 +233,9 @@ Finding ExamineWakeUp(const MachineFacts& facts)
     const Percentiles& late = *facts.wake_up_us;
     const Health health = late.max < GOOD_US ? Health::Ok : late.max < PERIOD_US ? Health::CouldBeBetter : Health::Bad;
     return {"timer", fmt::format("wakes {:.0f} us late (median), {:.0f} us (max)", late.p50, late.max), health,
-            health == Health::Ok ? "" : "top -b -n 1 -o %CPU | head -n 20  # and end what competes; then the above"};
+            health == Health::Ok
+                ? ""
+                : "top -b -n 1 -o %CPU | head -n 20  # and end what competes; the other remedies help too"};
 }
 
 Finding ExamineFolder(const MachineFacts& facts)
@@ -247,6 +268,24 @@ std::string PaintHealth(Health health, const Palette& palette)
     return palette.Good(name);
 }
 
+/// `previous`: the remedy that stands above it.
+std::string FormatRemedy(const std::string& remedy, const std::string& previous)
+{
+    constexpr std::size_t WIDTH = 80;
+    constexpr std::string_view INDENT = "    ";
+    if (remedy.empty()) {
+        return "";
+    }
+    if (remedy == previous) {
+        return fmt::format("{}# the same command\n", INDENT);
+    }
+    std::string text;
+    for (const std::string& line : WrapCommand(remedy, WIDTH - INDENT.size())) {
+        text += fmt::format("{}{}\n", INDENT, line);
+    }
+    return text;
+}
+
 std::ptrdiff_t Count(const std::vector<Finding>& findings, Health health)
 {
     return std::count_if(findings.begin(), findings.end(),
@@ -273,8 +312,8 @@ std::vector<Finding> Examine(const MachineFacts& facts)
     return {
         ExamineKernel(facts),
         ExamineCpus(facts),
-        ExamineAside("isolated CPUs", facts.cpus_isolated, "isolcpus", facts),
-        ExamineAside("CPUs without a tick", facts.cpus_nohz_full, "nohz_full", facts),
+        ExamineAside("isolated CPUs", facts.cpus_isolated, facts),
+        ExamineAside("CPUs without a tick", facts.cpus_nohz_full, facts),
         ExamineGovernor(facts),
         ExamineFifo(facts),
         ExamineThrottling(facts),
@@ -293,11 +332,11 @@ std::vector<Finding> Examine(const MachineFacts& facts)
 std::string FormatFindings(const std::vector<Finding>& findings, const Palette& palette)
 {
     std::string text;
+    std::string previous;
     for (const Finding& finding : findings) {
         text += fmt::format("{:<21}{}{}\n", finding.name, PaintHealth(finding.health, palette), finding.value);
-        if (!finding.remedy.empty()) {
-            text += fmt::format("{:<21}{}\n", "", finding.remedy);
-        }
+        text += FormatRemedy(finding.remedy, previous);
+        previous = finding.remedy;
     }
     return text + fmt::format("{} ok, {} could be better, {} bad\n", Count(findings, Health::Ok),
                               Count(findings, Health::CouldBeBetter), Count(findings, Health::Bad));
@@ -326,7 +365,19 @@ int GetExitStatus(const std::vector<Finding>& findings)
     return Count(findings, Health::Bad) == 0 ? EXIT_OK : EXIT_FAILED;
 }
 
-int RunDoctor(const DoctorOptions& options, std::ostream& out)
+std::string FormatBadFindings(const std::vector<Finding>& findings)
+{
+    std::string text;
+    for (const Finding& finding : findings) {
+        if (finding.health == Health::Bad) {
+            text += FormatErrorLine(fmt::format("{}: {}{}{}", finding.name, finding.value,
+                                                finding.remedy.empty() ? "" : "; try: ", finding.remedy));
+        }
+    }
+    return text;
+}
+
+int RunDoctor(const DoctorOptions& options, std::ostream& out, std::ostream& err)
 {
     const std::vector<Finding> findings = Examine(GatherMachine());
     const Palette palette(FindTerminalStyle(STDOUT_FILENO));
@@ -334,6 +385,7 @@ int RunDoctor(const DoctorOptions& options, std::ostream& out)
     if (!out.flush()) {
         throw RunError("cannot write to standard output; free some space or send it elsewhere");
     }
+    err << FormatBadFindings(findings) << std::flush;
     return GetExitStatus(findings);
 }
 

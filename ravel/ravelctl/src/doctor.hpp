@@ -36,7 +36,7 @@ const char* GetName(Health health);
 /// In the order in which they are printed.
 std::vector<Finding> Examine(const MachineFacts& facts);
 
-/// For people: a line per finding and one per remedy, and a last one that counts.
+/// For people: a line per finding, its remedy below it, and a last one that counts.
 std::string FormatFindings(const std::vector<Finding>& findings, const Palette& palette = {});
 
 /// For programs: a JSON object.
@@ -45,7 +45,10 @@ std::string FormatFindingsJson(const std::vector<Finding>& findings);
 /// EXIT_FAILED when something is bad.
 int GetExitStatus(const std::vector<Finding>& findings);
 
-/// The command: examines this machine and prints what it finds. Returns the exit status.
-int RunDoctor(const DoctorOptions& options, std::ostream& out);
+/// For standard error: a line for everything that is bad, with the remedy if there is one.
+std::string FormatBadFindings(const std::vector<Finding>& findings);
+
+/// The command: examines this machine and prints what it finds, and to `err` what is bad. Returns the exit status.
+int RunDoctor(const DoctorOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace lumo::ravelctl

@@ -51,13 +51,13 @@ int MakeModulation(const ModulationOptions& options)
 int Replay(const ReplayOptions& options)
 {
     SetUpLogging({});
-    return ReplayRun(options, std::cout);
+    return ReplayRun(options, std::cout, std::cerr);
 }
 
 int TuneGains(const TuneOptions& options)
 {
     SetUpLogging({});
-    return Tune(options, std::cout);
+    return Tune(options, std::cout, std::cerr);
 }
 
 int QualifyMachine(const QualifyOptions& options, StopSignals& signals)
@@ -73,7 +73,7 @@ int QualifyMachine(const QualifyOptions& options, StopSignals& signals)
     }
     const int status = GetExitStatus(report);
     if (status == EXIT_FAILED && report.problems.empty()) {
-        std::cerr << FormatErrorLine(report.FormatVerdict());
+        std::cerr << FormatErrorLine(report.FormatVerdict() + "; see what ravelctl doctor recommends");
     }
     return status;
 }
@@ -81,7 +81,7 @@ int QualifyMachine(const QualifyOptions& options, StopSignals& signals)
 int ExamineMachine(const DoctorOptions& options)
 {
     EndWhenNobodyReads();
-    return RunDoctor(options, std::cout);
+    return RunDoctor(options, std::cout, std::cerr);
 }
 
 int Inspect(const InspectOptions& options)

@@ -1,5 +1,6 @@
 #include "qualifyReport.hpp"
 
+#include "counted.hpp"
 #include "error.hpp"
 #include "outputFile.hpp"
 #include "placementJson.hpp"
@@ -181,10 +182,10 @@ bool QualifyReport::DidHold() const
 
 std::string QualifyReport::FormatVerdict() const
 {
-    const std::string within = plan.deadline_us
-                                   ? fmt::format("{} of {} cycles took longer than {:.0f} us, {} instants missed",
-                                                 late_cycles, cycles_done, *plan.deadline_us, missed_instants)
-                                   : fmt::format("{} cycles, no deadline was set", cycles_done);
+    const std::string within = plan.deadline_us ? fmt::format("{} of {} took longer than {:.0f} us, {} missed",
+                                                              late_cycles, Counted(cycles_done, "cycle"),
+                                                              *plan.deadline_us, Counted(missed_instants, "instant"))
+                                                : Counted(cycles_done, "cycle") + ", no deadline was set";
     const std::string starts =
         plan.paced && wake_up_us ? fmt::format("; starts up to {:.0f} us after their instants", wake_up_us->max) : "";
     return fmt::format("{}: {}{}", interrupted ? "interrupted" : DidHold() ? "holds" : "does NOT hold", within, starts);

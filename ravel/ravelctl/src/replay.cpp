@@ -1,6 +1,7 @@
 #include "replay.hpp"
 
 #include "error.hpp"
+#include "errorLine.hpp"
 #include "gainParams.hpp"
 #include "gains.hpp"
 #include "longWork.hpp"
@@ -8,6 +9,7 @@
 #include "outputFile.hpp"
 #include "resources.hpp"
 #include "runFolder.hpp"
+#include "terminalStyle.hpp"
 #include "wholeFile.hpp"
 
 #include <lumo/ravelcore/pidFilter.hpp>
@@ -131,6 +133,11 @@ private:
     std::optional<Pair> m_largest;
 };
 
+std::string FormatLargest(const Pair& pair)
+{
+    return fmt::format("largest difference: {:.6g} um, cycle {}, mode {}\n", pair.Difference(), pair.cycle, pair.mode);
+}
+
 /// What other gains make of the outputs with the loop closed.
 class Effect
 {
@@ -153,7 +160,7 @@ public:
             return "the loop was not closed in this run, and with the loop open no output depends on the gains\n";
         }
         std::string text = fmt::format(
-            "outputs (modal coordinates) with the loop closed: {:.6f} um rms as recorded, {:.6f} um rms then\n",
+            "outputs (modal coordinates) with the loop closed: {:.6g} um rms as recorded, {:.6g} um rms then\n",
             RmsUm(m_recorded_squares), RmsUm(m_computed_squares));
         if (m_first_not_finite) {
             text += fmt::format("outputs that are not finite: {}, the first in cycle {}, mode {}\n", m_num_not_finite,
@@ -163,8 +170,7 @@ public:
             return text + "no output changes\n";
         }
         if (const std::optional<Pair>& largest = m_comparison.GetLargest()) {
-            text += fmt::format("largest difference: {:.6f} um, cycle {}, mode {}\n", largest->Difference(),
-                                largest->cycle, largest->mode);
+            text += FormatLargest(*largest);
         }
         return text;
     }
@@ -263,8 +269,7 @@ std::string Format(const Comparison& comparison, const RunFolder& run)
     text += fmt::format("first difference: cycle {}, mode {}: recorded {} um, replayed {} um\n", first.cycle,
                         first.mode, first.recorded, first.computed);
     if (const std::optional<Pair>& largest = comparison.GetLargest()) {
-        text += fmt::format("largest difference: {} um, cycle {}, mode {}\n", largest->Difference(), largest->cycle,
-                            largest->mode);
+        text += FormatLargest(*largest);
     }
     return text;
 }
@@ -333,9 +338,24 @@ Replayed Replay(const ReplayOptions& options, const RunFolder& run, const RunDat
     return replayed;
 }
 
-/// Everything but the checks of the options. Returns whether every output was computed again, and what to say.
-std::pair<bool, std::string> ReplayAndWrite(const ReplayOptions& options, const RunFolder& run,
-                                            const std::vector<int>& changed_modes, std::ostream& out)
+std::string FormatVerdict(const Comparison& comparison, const Palette& palette)
+{
+    return fmt::format("verdict                 {}\n",
+                       comparison.GetCount() == 0 ? palette.Good("reproduced") : palette.Bad("NOT reproduced"));
+}
+
+/// Why the status is not EXIT_OK.
+std::string FormatProblem(const Comparison& comparison, const RunFolder& run)
+{
+    return fmt::format(
+        "{}: {} of {} outputs are not the recorded ones: files of the run were changed, or another build of ravelctl "
+        "made it; replay it with that build, or run it again",
+        run.GetPath().string(), comparison.GetCount(), run.GetCycles() * run.GetModes());
+}
+
+/// Everything but the checks of the options. Returns how the outputs compare with the recorded ones, and what to say.
+std::pair<Comparison, std::string> ReplayAndWrite(const ReplayOptions& options, const RunFolder& run,
+                                                  const std::vector<int>& changed_modes, std::ostream& out)
 {
     const std::vector<GainsInForce> gains = run.LoadGains();
     const std::uint64_t bytes = CheckReplayMemory(run);
@@ -352,21 +372,26 @@ std::pair<bool, std::string> ReplayAndWrite(const ReplayOptions& options, const 
         work.Tell(fmt::format("writing {}", options.output.string()));
         text += WriteOutputs(options, run, replayed.outputs, data.out.timestamps);
     }
-    return {replayed.comparison.GetCount() == 0, text};
+    text += FormatVerdict(replayed.comparison, Palette(FindTerminalStyle(STDOUT_FILENO)));
+    return {replayed.comparison, text};
 }
 
 }  // namespace
 
-int ReplayRun(const ReplayOptions& options, std::ostream& out)
+int ReplayRun(const ReplayOptions& options, std::ostream& out, std::ostream& err)
 {
     const RunFolder run(options.run);
     const std::vector<int> changed_modes = FindModes(options, run.GetModes());
     CheckOutput(options);
-    const auto [is_equal, text] = ReplayAndWrite(options, run, changed_modes, out);
+    const auto [comparison, text] = ReplayAndWrite(options, run, changed_modes, out);
     if (!options.quiet) {
         out << text << std::flush;
     }
-    return is_equal ? EXIT_OK : EXIT_FAILED;
+    if (comparison.GetCount() == 0) {
+        return EXIT_OK;
+    }
+    err << FormatErrorLine(FormatProblem(comparison, run)) << std::flush;
+    return EXIT_FAILED;
 }
 
 }  // namespace lumo::ravelctl

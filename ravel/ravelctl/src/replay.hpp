@@ -27,8 +27,9 @@ struct ReplayOptions
 
 /// Computes the control channels of a run once more from what they were given, and compares their outputs with the
 /// recorded ones bit for bit; with other gains, too, where some are set. What is measured stays as it was recorded: the
-/// mirror would have followed other outputs. Writes one line per fact to `out`; the exit status.
+/// mirror would have followed other outputs. Writes one line per fact to `out`, and to `err` why the status it returns
+/// is not EXIT_OK.
 /// Thread: a slow one. Failure: InputError, RunError.
-int ReplayRun(const ReplayOptions& options, std::ostream& out);
+int ReplayRun(const ReplayOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace lumo::ravelctl

@@ -2,10 +2,12 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "errorLine.hpp"
 #include "longWork.hpp"
 #include "parameterFile.hpp"
 #include "resources.hpp"
 #include "runFolder.hpp"
+#include "terminalStyle.hpp"
 #include "tuneCheck.hpp"
 #include "tuneReport.hpp"
 #include "tuning.hpp"
@@ -61,21 +63,41 @@ std::string DescribeDemands(const LoopDemands& demands)
         demands.max_crossover_hz ? fmt::format(", a crossover up to {:g} Hz", *demands.max_crossover_hz) : "");
 }
 
-/// `is_changed_midway`: the script of the run replaces gains or modes, and would again.
-void WriteFiles(const TuneOptions& options, const Tuning& tuning, bool is_changed_midway, std::ostream& out)
+/// `is_changed_midway`: the script of the run replaces gains or modes, and would again. Returns what to say of the
+/// files.
+std::string WriteFiles(const TuneOptions& options, const Tuning& tuning, bool is_changed_midway)
 {
     if (options.output.empty()) {
-        return;
+        return "";
     }
     SaveGainsFile(fs::absolute(options.output / GAINS_FILE), tuning.params);
     WriteTuning(tuning, options.run, options.output / JSON_FILE);
     const std::string folder = options.output.string();
-    out << fmt::format("files                   {}: {}, {}\n", folder, GAINS_FILE, JSON_FILE)
-        << fmt::format("to try them             ravelctl run {} --gains {}{} --output NEXT\n",
+    return fmt::format("files                   {}: {}, {}\n", folder, GAINS_FILE, JSON_FILE) +
+           fmt::format("to try them             ravelctl run {} --gains {}{} --output NEXT\n",
                        (options.run / "config.toml").string(), (options.output / GAINS_FILE).string(),
-                       is_changed_midway ? " --script \"\"" : "")
-        << fmt::format("and to compare          ravelctl tune NEXT --check {}\n",
+                       is_changed_midway ? " --script \"\"" : "") +
+           fmt::format("and to compare          ravelctl tune NEXT --check {}\n",
                        (options.output / JSON_FILE).string());
+}
+
+/// Compares the run with what was predicted of it.
+int Check(const TuneOptions& options, const RunFolder& run, std::ostream& out, std::ostream& err)
+{
+    const PredictionCheck check = CheckPrediction(ReadPrediction(options.check), run);
+    if (!options.quiet) {
+        out << check.table << check.FormatVerdict(Palette(FindTerminalStyle(STDOUT_FILENO))) << std::flush;
+    }
+    if (check.is_confirmed) {
+        return EXIT_OK;
+    }
+    const std::string name = run.GetPath().string();
+    err << FormatErrorLine(fmt::format(
+               "{}: what {} predicts is NOT confirmed within {:.0f} %: the disturbance, its noise or the plant is "
+               "another one; tune this run anew: ravelctl tune {}",
+               name, options.check.string(), 100.0 * PredictionCheck::TOLERANCE, name))
+        << std::flush;
+    return EXIT_FAILED;
 }
 
 }  // namespace
@@ -93,23 +115,26 @@ void CheckTuneOptions(const TuneOptions& options)
     }
 }
 
-int Tune(const TuneOptions& options, std::ostream& out)
+int Tune(const TuneOptions& options, std::ostream& out, std::ostream& err)
 {
     CheckTuneOptions(options);
     const RunFolder run(options.run);
     if (!options.check.empty()) {
-        const PredictionCheck check = CheckPrediction(ReadPrediction(options.check), run);
-        out << check.text << std::flush;
-        return check.is_confirmed ? EXIT_OK : EXIT_FAILED;
+        return Check(options, run, out, err);
     }
     PrepareOutput(options);
-    LongWork work(StatusLine::StyleFor(false, STDOUT_FILENO), out, "reading " + run.GetPath().string());
+    LongWork work(StatusLine::StyleFor(options.quiet, STDOUT_FILENO), out, "reading " + run.GetPath().string());
     const Tuning tuning = TuneModes(
         run, options, [&](std::size_t mode) { work.Tell(fmt::format("tuning mode {} of {}", mode, run.GetModes())); });
     work.Finish();
-    out << DescribeDisturbance(tuning, run) << DescribeDemands(options.demands) << FormatTuning(tuning);
-    WriteFiles(options, tuning, run.IsChangedMidway(), out);
-    out << std::flush;
+    if (!options.quiet) {
+        out << DescribeDisturbance(tuning, run) << DescribeDemands(options.demands) << FormatTuning(tuning)
+            << std::flush;  // also where the files cannot be written
+    }
+    const std::string files = WriteFiles(options, tuning, run.IsChangedMidway());
+    if (!options.quiet) {
+        out << files << std::flush;
+    }
     return EXIT_OK;
 }
 

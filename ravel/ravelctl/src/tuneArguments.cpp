@@ -51,6 +51,7 @@ void AddTuneOptions(CLI::App& command, TuneOptions& options)
     command.add_flag("--overwrite", options.overwrite, "Replace these files in that folder");
     command.add_option("--check", options.check, "Compare RUN with what this tune.json predicts, and propose nothing")
         ->type_name(FILE_VALUE);
+    command.add_flag("--quiet", options.quiet, "Print nothing but errors");
     command.footer(FormatFooter(
         "Proposes kp and ki for each mode; what else its channel has is kept. The loop of each mode is computed cycle "
         "by cycle against the disturbance that the run recorded, and the gains are taken that leave the least. Noise "

@@ -74,6 +74,13 @@ std::string DescribeSpread(const Prediction& prediction, const std::vector<doubl
 
 }  // namespace
 
+std::string PredictionCheck::FormatVerdict(const Palette& palette) const
+{
+    const std::string verdict =
+        fmt::format("{} within {:.0f} %", is_confirmed ? "confirmed" : "NOT confirmed", 100.0 * TOLERANCE);
+    return fmt::format("verdict                 {}\n", is_confirmed ? palette.Good(verdict) : palette.Bad(verdict));
+}
+
 PredictionCheck CheckPrediction(const Prediction& prediction, const RunFolder& run)
 {
     if (run.GetCyclesBeforeRedefinition() < run.GetCycles()) {
@@ -93,19 +100,17 @@ PredictionCheck CheckPrediction(const Prediction& prediction, const RunFolder& r
     const double residual_nm = SurfaceNm(std::accumulate(measured.begin(), measured.end(), 0.0));
     PredictionCheck check;
     check.is_confirmed = IsNear(residual_nm, prediction.residual_nm);
-    check.text = fmt::format("{:<24}{:>11}{:>11}{:>13}\n", "all modes, nm rms", "predicted", "measured", "difference");
-    check.text += FormatRow("as measured", prediction.residual_nm, residual_nm);
+    check.table = fmt::format("{:<24}{:>11}{:>11}{:>13}\n", "all modes, nm rms", "predicted", "measured", "difference");
+    check.table += FormatRow("as measured", prediction.residual_nm, residual_nm);
     // The run's own figure begins with its second half: it mixes what there was before a later change of gains.
     const bool is_comparable = gains.back().before_cycle <= run.GetFirstJudgedCycle();
     if (const std::optional<double> surface_nm = run.GetSurfaceNm(); surface_nm && is_comparable) {
         // 0: all that was predicted is noise, of which a part is no measure.
         const bool is_predicted = prediction.surface_nm > 0.0;
         check.is_confirmed = check.is_confirmed && (!is_predicted || IsNear(*surface_nm, prediction.surface_nm));
-        check.text += FormatRow("surface, controlled", prediction.surface_nm, *surface_nm);
+        check.table += FormatRow("surface, controlled", prediction.surface_nm, *surface_nm);
     }
-    check.text += DescribeSpread(prediction, measured);
-    check.text += fmt::format("verdict                 {} within {:.0f} %\n",
-                              check.is_confirmed ? "confirmed" : "NOT confirmed", 100.0 * PredictionCheck::TOLERANCE);
+    check.table += DescribeSpread(prediction, measured);
     return check;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "runFolder.hpp"
+#include "terminalStyle.hpp"
 #include "tuneReport.hpp"
 
 #include <string>
@@ -13,8 +14,11 @@ struct PredictionCheck
     /// How far what is measured may be from what was predicted.
     static constexpr double TOLERANCE = 0.2;
 
-    std::string text;  // for people, several lines
+    std::string table;  // for people, several lines
     bool is_confirmed = false;
+
+    /// The last line.
+    std::string FormatVerdict(const Palette& palette = {}) const;
 };
 
 /// Compares the residual of a run, where its result was judged, with the prediction.

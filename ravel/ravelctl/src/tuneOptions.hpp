@@ -31,6 +31,7 @@ struct TuneOptions
     std::filesystem::path output;  // folder for gains.fits and tune.json; no files where it is empty
     bool overwrite = false;        // replace these files
     std::filesystem::path check;   // a tune.json: compare the run with that prediction instead
+    bool quiet = false;            // the files and the status alone tell
 };
 
 /// Checks what can be checked without the run. Failure: InputError.

@@ -115,6 +115,17 @@ Json ToJson(const LoopDemands& demands)
             {"max_crossover_hz", demands.max_crossover_hz ? Json(*demands.max_crossover_hz) : Json(nullptr)}};
 }
 
+/// Without the number that the library of JSON begins its messages with.
+std::string Explain(const Json::exception& error)
+{
+    if (dynamic_cast<const Json::parse_error*>(&error) != nullptr) {
+        return "it is no JSON";
+    }
+    const std::string text = error.what();
+    const std::size_t end = text.find("] ");
+    return text.starts_with('[') && end != std::string::npos ? text.substr(end + 2) : text;
+}
+
 }  // namespace
 
 std::string FormatTuning(const Tuning& tuning)
@@ -138,6 +149,11 @@ std::string FormatTuning(const Tuning& tuning)
     if (kept > 0) {
         text += fmt::format("{} of {} modes keep their gains: others would not leave 1 % less\n", kept,
                             tuning.modes.size());
+    }
+    if (totals.surface_proposed_nm > totals.surface_now_nm) {
+        text +=
+            "the proposed gains leave more than those of the run: these do not meet the demands; relax them, or keep "
+            "the run's\n";
     }
     constexpr std::int64_t MANY = 100;  // one cycle in so many; a few are limited whenever a loop is closed
     if (tuning.limited_cycles > tuning.cycles / MANY) {
@@ -210,8 +226,8 @@ Prediction ReadPrediction(const std::filesystem::path& file)
         }
         return prediction;
     } catch (const Json::exception& e) {
-        throw InputError(
-            fmt::format("--check: {}: expected what ravelctl tune writes but {}", file.string(), e.what()));
+        throw InputError(fmt::format("--check: {}: expected a tune.json, as ravelctl tune --output leaves it, but {}",
+                                     file.string(), Explain(e)));
     }
 }
 

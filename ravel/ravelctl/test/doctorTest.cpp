@@ -115,45 +115,63 @@ TEST(DoctorTest, AGoodMachineIsOkInEverythingAndNeedsNothing)
 TEST(DoctorTest, ABadMachineIsToldWhatWouldHelp)
 {
     const auto findings = Examine(BadMachine());
-    EXPECT_EQ(
-        FormatFindings(findings),
-        "kernel               could be better  6.1.0-13-amd64, no PREEMPT_RT\n"
-        "                     sudo apt-get install linux-image-rt-amd64 && sudo reboot\n"
-        "CPUs                 could be better  0-3 online, 1 allowed\n"
-        "                     taskset -c 0-3 ravelctl run\n"
-        "isolated CPUs        could be better  none\n"
-        "                     sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&isolcpus=2,3 /' /etc/default/grub && "
-        "sudo update-grub && sudo reboot\n"
-        "CPUs without a tick  could be better  none\n"
-        "                     sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&nohz_full=2,3 /' /etc/default/grub && "
-        "sudo update-grub && sudo reboot\n"
-        "frequency governor   could be better  powersave, schedutil\n"
-        "                     echo performance | sudo tee /sys/devices/system/cpu/cpu*/cpufreq/scaling_governor\n"
-        "real-time priority   bad              SCHED_FIFO 60 is refused (limit 0)\n"
-        "                     echo \"$USER - rtprio 89\" | sudo tee -a /etc/security/limits.d/ravel.conf  "
-        "# then log in again\n"
-        "real-time throttling bad              0 of 1000000 us\n"
-        "                     sudo sysctl -w kernel.sched_rt_runtime_us=-1\n"
-        "locked memory        could be better  at most 65.5 kB\n"
-        "                     echo \"$USER - memlock unlimited\" | sudo tee -a /etc/security/limits.d/ravel.conf  "
-        "# then log in again\n"
-        "memory               bad              100.0 MB of 1.0 GB available\n"
-        "                     ps -eo rss,pid,args --sort=-rss | head  # and end what is not needed\n"
-        "swap                 could be better  2.0 GB of 3.0 GB in use\n"
-        "                     sudo swapoff -a\n"
-        "NUMA nodes           ok               1\n"
-        "huge pages           could be better  transparent: always, 4 reserved\n"
-        "                     echo madvise | sudo tee /sys/kernel/mm/transparent_hugepage/enabled\n"
-        "BLAS                 bad              OpenBLAS 1.2 (serial build, Wide kernel)\n"
-        "                     sudo apt-get install libopenblas0-pthread && sudo update-alternatives --config "
-        "libopenblas.so.0-x86_64-linux-gnu\n"
-        "clock source         could be better  hpet; slow to read\n"
-        "timer                bad              wakes 60 us late (median), 4000 us (max)\n"
-        "                     top -b -n 1 -o %CPU | head -n 20  # and end what competes; then the above\n"
-        "disk                 bad              1.0 MB free in /data\n"
-        "                     df -h  # and choose a place with --output\n"
-        "1 ok, 9 could be better, 6 bad\n");
+    EXPECT_EQ(FormatFindings(findings),
+              "kernel               could be better  6.1.0-13-amd64, no PREEMPT_RT\n"
+              "    sudo apt-get install linux-image-rt-amd64 && sudo reboot\n"
+              "CPUs                 could be better  0-3 online, 1 allowed\n"
+              "    taskset -c 0-3 ravelctl run\n"
+              "isolated CPUs        could be better  none\n"
+              "    sudo sed -i -E 's/(isolcpus|nohz_full)=[^ \"]* *//g' /etc/default/grub &&\n"
+              "    sudo sed -i 's/^GRUB_CMDLINE_LINUX=\"/&isolcpus=2,3 nohz_full=2,3 /' \\\n"
+              "    /etc/default/grub &&\n"
+              "    sudo update-grub &&\n"
+              "    sudo reboot\n"
+              "CPUs without a tick  could be better  none\n"
+              "    # the same command\n"
+              "frequency governor   could be better  powersave, schedutil\n"
+              "    echo performance |\n"
+              "    sudo tee /sys/devices/system/cpu/cpu*/cpufreq/scaling_governor\n"
+              "real-time priority   bad              SCHED_FIFO 60 is refused (limit 0)\n"
+              "    echo \"$USER - rtprio 89\" |\n"
+              "    sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again\n"
+              "real-time throttling bad              0 of 1000000 us\n"
+              "    sudo sysctl -w kernel.sched_rt_runtime_us=-1\n"
+              "locked memory        could be better  at most 65.5 kB\n"
+              "    echo \"$USER - memlock unlimited\" |\n"
+              "    sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again\n"
+              "memory               bad              100.0 MB of 1.0 GB available\n"
+              "    ps -eo rss,pid,args --sort=-rss | head  # and end what is not needed\n"
+              "swap                 could be better  2.0 GB of 3.0 GB in use\n"
+              "    sudo swapoff -a\n"
+              "NUMA nodes           ok               1\n"
+              "huge pages           could be better  transparent: always, 4 reserved\n"
+              "    echo madvise | sudo tee /sys/kernel/mm/transparent_hugepage/enabled\n"
+              "BLAS                 bad              OpenBLAS 1.2 (serial build, Wide kernel)\n"
+              "    sudo apt-get install libopenblas0-pthread &&\n"
+              "    sudo update-alternatives --config libopenblas.so.0-x86_64-linux-gnu\n"
+              "clock source         could be better  hpet; slow to read\n"
+              "timer                bad              wakes 60 us late (median), 4000 us (max)\n"
+              "    top -b -n 1 -o %CPU |\n"
+              "    head -n 20  # and end what competes; the other remedies help too\n"
+              "disk                 bad              1.0 MB free in /data\n"
+              "    df -h  # and choose a place with --output\n"
+              "1 ok, 9 could be better, 6 bad\n");
     EXPECT_EQ(GetExitStatus(findings), EXIT_FAILED);
+}
+
+TEST(DoctorTest, EverythingThatIsBadIsALineWithItsRemedyOnStandardError)
+{
+    EXPECT_EQ(FormatBadFindings(Examine(GoodMachine())), "");
+    MachineFacts facts = GoodMachine();
+    facts.fifo_granted = false;
+    facts.rtprio_limit = 0;
+    facts.rt_runtime_us = 0;
+    facts.swap_bytes = 1'000'000;
+    EXPECT_EQ(FormatBadFindings(Examine(facts)),
+              "ravelctl: real-time priority: SCHED_FIFO 60 is refused (limit 0); try: echo \"$USER - rtprio 89\" | "
+              "sudo tee -a /etc/security/limits.d/ravel.conf  # then log in again\n"
+              "ravelctl: real-time throttling: 0 of 1000000 us; try: sudo sysctl -w "
+              "kernel.sched_rt_runtime_us=-1\n");
 }
 
 TEST(DoctorTest, WhatTheSystemDoesNotTellIsSaidAndIsNotOk)
@@ -204,14 +222,32 @@ TEST(DoctorTest, WhoMayLockBeyondTheLimitLacksNothing)
     EXPECT_EQ(Find(facts, "locked memory").remedy, "");
 }
 
-TEST(DoctorTest, FewCpusCouldBeBetterButNoCommandHelps)
+TEST(DoctorTest, WhatTakesOneRestartTogetherIsOneCommandWithoutWhatIsThere)
+{
+    MachineFacts facts = BadMachine();
+    EXPECT_EQ(Find(facts, "isolated CPUs").remedy, Find(facts, "CPUs without a tick").remedy);
+    facts.cpus_isolated = "2-3";
+    EXPECT_THAT(Find(facts, "CPUs without a tick").remedy, testing::HasSubstr("&nohz_full=2,3 /"));
+}
+
+TEST(DoctorTest, WhoIsGrantedAPriorityBeyondTheLimitHasNone)
+{
+    MachineFacts facts = GoodMachine();
+    facts.rtprio_limit = 0;
+    EXPECT_EQ(Find(facts, "real-time priority").value, "SCHED_FIFO 60 is granted (no limit for this user; others: 0)");
+    facts.rtprio_limit = 60;
+    EXPECT_EQ(Find(facts, "real-time priority").value, "SCHED_FIFO 60 is granted (limit 60)");
+}
+
+TEST(DoctorTest, OnFewCpusALoopOfOneWorkerIsRecommended)
 {
     MachineFacts facts = GoodMachine();
     facts.cpus_online = facts.cpus_allowed = "0-1";
     facts.cpus_isolated = "";
-    EXPECT_EQ(Find(facts, "CPUs").value, "0-1 online, 0-1 allowed; two workers and the rest of the system share them");
+    EXPECT_EQ(Find(facts, "CPUs").value, "0-1 online, 0-1 allowed; better 3 or more");
     EXPECT_EQ(Find(facts, "CPUs").health, Health::CouldBeBetter);
-    EXPECT_EQ(Find(facts, "CPUs").remedy, "");
+    EXPECT_EQ(Find(facts, "CPUs").remedy,
+              "ravelctl run --workers 1  # two workers would leave no CPU to the rest of the system");
 }
 
 TEST(DoctorTest, AClockSourceThatIsThereIsRecommended)

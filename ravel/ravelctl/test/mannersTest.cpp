@@ -180,6 +180,9 @@ TEST(MannersTest, OnATerminalTheVerdictHasAColour)
             .Wait();
     EXPECT_EQ(qualify.status, EXIT_FAILED);
     EXPECT_THAT(qualify.out, HasSubstr("\x1b[31mdoes NOT hold"));
+    const ChildProcess::Result replay =
+        ChildProcess(Command({"replay", (folder / "run").string()}), ChildProcess::Output::Terminal).Wait();
+    EXPECT_THAT(replay.out, HasSubstr("verdict                 \x1b[32mreproduced\x1b[0m"));
 }
 
 TEST(MannersTest, WithNoColorOnATerminalThereIsNoneButTheLineStillRefreshes)

@@ -123,6 +123,7 @@ TEST(QualifyReportTest, ItHoldsWhenEveryCycleWasDoneInTimeOnItsInstant)
     EXPECT_EQ(broken(&QualifyReport::missed_instants, 2).FormatVerdict(),
               "does NOT hold: 0 of 1000 cycles took longer than 2000 us, 2 instants missed; starts up to 60 us after "
               "their instants");
+    EXPECT_THAT(broken(&QualifyReport::missed_instants, 1).FormatVerdict(), HasSubstr(" us, 1 instant missed; "));
     EXPECT_EQ(GetExitStatus(broken(&QualifyReport::cycles_done, 999)), EXIT_FAILED);
     EXPECT_EQ(GetExitStatus(broken(&QualifyReport::problems, std::vector<std::string>{"worker0 ended"})), EXIT_FAILED);
     const QualifyReport interrupted = broken(&QualifyReport::interrupted, true);

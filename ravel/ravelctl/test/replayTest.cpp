@@ -33,6 +33,7 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 constexpr const char* ALL_EQUAL = "replayed 300 cycles of 20 modes: every output equal to the last bit\n";
+constexpr const char* REPRODUCED = "verdict                 reproduced\n";
 constexpr int KP = 0;
 constexpr int FREQ = 9;
 
@@ -40,13 +41,15 @@ struct Replayed
 {
     int status = -1;
     std::string text;
+    std::string err;
 };
 
 Replayed Replay(const ReplayOptions& options)
 {
     std::ostringstream out;
-    const int status = ReplayRun(options, out);
-    return {status, out.str()};
+    std::ostringstream err;
+    const int status = ReplayRun(options, out, err);
+    return {status, out.str(), err.str()};
 }
 
 std::uint32_t Bits(float value)
@@ -169,7 +172,7 @@ TEST_F(ReplayTest, EveryOutputOfARunIsComputedAgainToTheLastBitHoweverManyWorker
     for (const fs::path& run : {m_folder / "run", PlainRun()}) {  // one worker, two
         m_replay.run = run;
         const Replayed replayed = Replay(m_replay);
-        EXPECT_EQ(replayed.text, ALL_EQUAL);
+        EXPECT_EQ(replayed.text, std::string(ALL_EQUAL) + REPRODUCED);
         EXPECT_EQ(replayed.status, EXIT_OK);
     }
 }
@@ -191,7 +194,7 @@ TEST_F(ReplayTest, AnInjectionIsInTheReferences)
     EXPECT_NE(ref.At(150, 5), 0.0F);
     EXPECT_EQ(ref.At(150, 4), 0.0F);
     const Replayed replayed = Replay(m_replay);
-    EXPECT_EQ(replayed.text, ALL_EQUAL);
+    EXPECT_EQ(replayed.text, std::string(ALL_EQUAL) + REPRODUCED);
     EXPECT_EQ(replayed.status, EXIT_OK);
 }
 
@@ -202,7 +205,7 @@ TEST_F(ReplayTest, ActuatorsThatFallShortAreInTheAntiWindupInput)
     EXPECT_GT(run.report.limited_commands, 0);
     const Recording arw = LoadRecording(m_folder / "run" / "modes_arw.fits");
     EXPECT_GT(std::count_if(arw.values.begin(), arw.values.end(), [](float value) { return value != 0.0F; }), 100);
-    EXPECT_EQ(Replay(m_replay).text, ALL_EQUAL);
+    EXPECT_EQ(Replay(m_replay).text, std::string(ALL_EQUAL) + REPRODUCED);
 }
 
 TEST_F(ReplayTest, ChangesOfAScriptAreFollowedFromTheirCyclesOn)
@@ -234,7 +237,7 @@ fdc = { modes = 7, value = -0.02 }
         EXPECT_EQ(run.report.gains[2].before_cycle, 100);
         EXPECT_EQ(run.report.gains[3].name, "gains-200.fits");
         const Replayed replayed = Replay(m_replay);
-        EXPECT_EQ(replayed.text, ALL_EQUAL);
+        EXPECT_EQ(replayed.text, std::string(ALL_EQUAL) + REPRODUCED);
         EXPECT_EQ(replayed.status, EXIT_OK);
     }
 }
@@ -266,8 +269,19 @@ TEST_F(ReplayTest, AChangedBitIsFoundWithItsCycleAndMode)
     EXPECT_EQ(replayed.text,
               fmt::format("replayed 300 cycles of 20 modes: 1 of 6000 outputs (modal coordinates) differ\n"
                           "first difference: cycle 123, mode 7: recorded {} um, replayed {} um\n"
-                          "largest difference: {} um, cycle 123, mode 7\n",
+                          "largest difference: {:.6g} um, cycle 123, mode 7\n"
+                          "verdict                 NOT reproduced\n",
                           value, before, difference));
+    const std::string problem = fmt::format(
+        "ravelctl: {}: 1 of 6000 outputs are not the recorded ones: files of the run were changed, or another build of "
+        "ravelctl made it; replay it with that build, or run it again\n",
+        m_run.output.string());
+    EXPECT_EQ(replayed.err, problem);
+    m_replay.quiet = true;
+    const Replayed quiet = Replay(m_replay);
+    EXPECT_EQ(quiet.status, EXIT_FAILED);
+    EXPECT_EQ(quiet.text, "");
+    EXPECT_EQ(quiet.err, problem);
 }
 
 TEST_F(ReplayTest, TheFirstDifferenceNeedNotBeTheLargest)
@@ -330,7 +344,7 @@ TEST_F(ReplayTest, WithOtherGainsTheOutputsAreThoseOfAControlTaskWithThem)
         }
     }
     EXPECT_THAT(replayed.text, testing::ContainsRegex(": [0-9.]+ um rms as recorded, [0-9.]+ um rms then\n"));
-    EXPECT_THAT(replayed.text, HasSubstr(fmt::format("\nlargest difference: {:.6f} um, cycle ", largest)));
+    EXPECT_THAT(replayed.text, HasSubstr(fmt::format("\nlargest difference: {:.6g} um, cycle ", largest)));
 }
 
 TEST_F(ReplayTest, WhatIsSetStaysSetWhenTheScriptChangesGains)
@@ -358,7 +372,7 @@ TEST_F(ReplayTest, WithTheSameGainsNoOutputChanges)
     m_replay.modes = "2";
     const Replayed replayed = Replay(m_replay);
     EXPECT_EQ(replayed.status, EXIT_OK);
-    EXPECT_THAT(replayed.text, testing::EndsWith("\nno output changes\n"));
+    EXPECT_THAT(replayed.text, testing::EndsWith(std::string("\nno output changes\n") + REPRODUCED));
 }
 
 TEST_F(ReplayTest, OutputsThatWouldNotBeFiniteAreCounted)

@@ -138,7 +138,7 @@ TEST_F(RunFolderTest, APlantThatThereCannotBeIsRefused)
 TEST_F(RunFolderTest, OfALoopThatStayedOpenTheOutputsAreWhatWasMeasuredWhateverTheGains)
 {
     std::ostringstream out;
-    EXPECT_EQ(ReplayRun({m_folder.GetPath(), {{0, 2.0F}}, "1", {}, false}, out), EXIT_OK);
+    EXPECT_EQ(ReplayRun({m_folder.GetPath(), {{0, 2.0F}}, "1", {}, false}, out, out), EXIT_OK);
     EXPECT_EQ(out.str(),
               "replayed 3 cycles of 2 modes: every output equal to the last bit\n"
               "with kp = 2 for mode 1, what is measured being as recorded:\n"

@@ -40,13 +40,15 @@ struct Tuned
 {
     int status = -1;
     std::string text;
+    std::string err;
 };
 
 Tuned RunTune(const TuneOptions& options)
 {
     std::ostringstream out;
-    const int status = Tune(options, out);
-    return {status, out.str()};
+    std::ostringstream err;
+    const int status = Tune(options, out, err);
+    return {status, out.str(), err.str()};
 }
 
 json ReadJson(const fs::path& file)
@@ -317,12 +319,24 @@ TEST_F(TuneTest, APredictionThatDoesNotComeTrueIsSaid)
     EXPECT_EQ(tuned.status, EXIT_FAILED);
     EXPECT_THAT(tuned.text, HasSubstr("+30.0 %\n"));
     EXPECT_THAT(tuned.text, testing::EndsWith("verdict                 NOT confirmed within 20 %\n"));
+    const std::string problem = "ravelctl: " + FirstRun().string() + ": what " + file.string() +
+                                " predicts is NOT confirmed within 20 %: the disturbance, its noise or the plant is "
+                                "another one; tune this run anew: ravelctl tune " +
+                                FirstRun().string() + "\n";
+    EXPECT_EQ(tuned.err, problem);
+    check.quiet = true;
+    const Tuned quiet = RunTune(check);
+    EXPECT_EQ(quiet.status, EXIT_FAILED);
+    EXPECT_EQ(quiet.text, "");
+    EXPECT_EQ(quiet.err, problem);
+    check.quiet = false;
 
     prediction["measured_nm"]["predicted"] = recorded;
     prediction["surface_nm"]["predicted"] = 0.0;
     test::WriteBytes(file, prediction.dump());
     const Tuned noise_alone = RunTune(check);
     EXPECT_EQ(noise_alone.status, EXIT_OK) << "where only noise is predicted the surface is not judged by it";
+    EXPECT_EQ(noise_alone.err, "");
     EXPECT_THAT(noise_alone.text, testing::ContainsRegex("surface, controlled +0.00 +[0-9.]+ +-\n"));
 
     prediction["surface_nm"]["predicted"] = prediction.at("surface_nm").at("recorded").get<double>() / 1.3;
@@ -330,13 +344,41 @@ TEST_F(TuneTest, APredictionThatDoesNotComeTrueIsSaid)
     EXPECT_EQ(RunTune(check).status, EXIT_FAILED) << "the surface counts as well";
 }
 
+TEST_F(TuneTest, DemandsThatCostMoreThanTheyGainAreRemarkedOn)
+{
+    constexpr const char* REMARK =
+        "the proposed gains leave more than those of the run: these do not meet the demands; relax them, or keep the "
+        "run's\n";
+    TuneOptions options = Options(FirstRun());
+    options.output.clear();
+    EXPECT_THAT(RunTune(options).text, testing::Not(HasSubstr(REMARK)));
+    options.demands.max_crossover_hz = 5.0;
+    EXPECT_THAT(RunTune(options).text, HasSubstr(REMARK));
+}
+
+TEST_F(TuneTest, QuietLeavesTheFilesAndSaysNothing)
+{
+    TuneOptions options = Options(FirstRun());
+    options.quiet = true;
+    const Tuned tuned = RunTune(options);
+    EXPECT_EQ(tuned.status, EXIT_OK);
+    EXPECT_EQ(tuned.text + tuned.err, "");
+    EXPECT_TRUE(fs::exists(options.output / "gains.fits"));
+    EXPECT_TRUE(fs::exists(options.output / "tune.json"));
+}
+
 TEST_F(TuneTest, AFileThatPredictsNothingIsRefused)
 {
     TuneOptions check;
     check.run = FirstRun();
     check.check = FirstRun() / "summary.json";
-    EXPECT_THAT(Refusal(check),
-                StartsWith("--check: " + check.check.string() + ": expected what ravelctl tune writes"));
+    const std::string expected =
+        "--check: " + check.check.string() + ": expected a tune.json, as ravelctl tune --output leaves it, but ";
+    EXPECT_EQ(Refusal(check), expected + "key 'measured_nm' not found");
+    check.check = m_folder / "text.json";
+    test::WriteBytes(check.check, "kp = 1\n");
+    EXPECT_EQ(Refusal(check), "--check: " + check.check.string() +
+                                  ": expected a tune.json, as ravelctl tune --output leaves it, but it is no JSON");
     check.check = m_folder / "none.json";
     EXPECT_EQ(Refusal(check),
               "--check: expected a tune.json but " + (m_folder / "none.json").string() + " cannot be read");
