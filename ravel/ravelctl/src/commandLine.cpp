@@ -8,6 +8,7 @@
 #include "inspectArguments.hpp"
 #include "manPage.hpp"
 #include "modulationArguments.hpp"
+#include "parseRefusal.hpp"
 #include "programNotes.hpp"
 #include "qualifyArguments.hpp"
 #include "replayArguments.hpp"
@@ -30,18 +31,6 @@
 namespace lumo::ravelctl {
 
 namespace {
-
-/// What the parser says, in one line; of a word that it does not know it would say that a command is missing.
-std::string Explain(const CLI::App& app, const CLI::ParseError& error)
-{
-    const std::vector<CLI::App*> parsed = app.get_subcommands();
-    const std::vector<std::string> unknown = app.remaining();
-    if (parsed.empty() && !unknown.empty()) {
-        return fmt::format("{} is no command or option of ravelctl (try: ravelctl --help)", unknown.front());
-    }
-    return fmt::format("{} (try: ravelctl {}--help)", error.what(),
-                       parsed.empty() ? "" : parsed.front()->get_name() + " ");
-}
 
 std::string VersionText()
 {
@@ -149,7 +138,7 @@ public:
         } catch (const CLI::Success&) {
             throw;
         } catch (const CLI::ParseError& error) {
-            throw InputError(Explain(m_app, error));
+            throw InputError(ExplainRefusal(m_app, error));
         }
         ForgetPlaces();
     }

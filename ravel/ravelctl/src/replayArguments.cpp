@@ -94,7 +94,15 @@ ReplayOptions ReadReplayOptions(const ReplayArguments& arguments)
 {
     ReplayOptions options = arguments.options;
     for (const std::string& setting : arguments.set) {
-        options.set.push_back(ParseSetting(setting));
+        const GainSetting parsed = ParseSetting(setting);
+        const auto same = std::find_if(options.set.begin(), options.set.end(),
+                                       [&parsed](const GainSetting& other) { return other.param == parsed.param; });
+        if (same != options.set.end()) {
+            throw InputError(fmt::format("--set: {}: expected one value but got {} and {}; replay once for each",
+                                         GAIN_PARAMS.at(static_cast<std::size_t>(parsed.param)).name, same->value,
+                                         parsed.value));
+        }
+        options.set.push_back(parsed);
     }
     if (!options.modes.empty() && options.set.empty()) {
         throw InputError("--modes: expected --set besides, for what is set for these modes");

@@ -1,6 +1,7 @@
 #include "tomlTable.hpp"
 
 #include "error.hpp"
+#include "nearestName.hpp"
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
@@ -38,6 +39,18 @@ std::string FormatAt(const std::string& file, const toml::source_position& posit
 [[noreturn]] void RefuseAt(const std::string& file, const toml::source_position& position, const std::string& text)
 {
     throw InputError(FormatAt(file, position, text));
+}
+
+/// What the parser says, "Error while parsing value: unexpected end-of-file", in a sentence.
+std::string Explain(const std::string& description)
+{
+    const std::string begin = "Error while parsing ";
+    const std::size_t colon = description.find(": ");
+    if (!description.starts_with(begin) || colon == std::string::npos) {
+        return fmt::format("expected TOML but {}", description);
+    }
+    return fmt::format("expected TOML but this {} cannot be read: {}",
+                       description.substr(begin.size(), colon - begin.size()), description.substr(colon + 2));
 }
 
 /// All bytes of a file. Opening a folder succeeds; reading from it does not.
@@ -90,46 +103,6 @@ std::string DescribeRange(const NumberRange& range)
     }
     return range.low ? WithUnit(fmt::format("{}", *range.low), " ", range.unit) + " or above"
                      : WithUnit(fmt::format("{}", *range.high), " ", range.unit) + " or below";
-}
-
-/// Letters to add, remove, replace or swap with their neighbour to make `b` of `a`.
-std::size_t EditDistance(std::string_view a, std::string_view b)
-{
-    std::vector<std::size_t> before_last;
-    std::vector<std::size_t> last;
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) {
-        row[j] = j;
-    }
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        before_last = std::exchange(last, row);
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
-            row[j] = std::min({replaced, last[j] + 1, row[j - 1] + 1});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-                row[j] = std::min(row[j], before_last[j - 2] + 1);
-            }
-        }
-    }
-    return row.back();
-}
-
-/// The known key that `key` was probably meant to be; "" where none is near.
-std::string FindNearest(std::string_view key, const std::vector<std::string>& known)
-{
-    std::string nearest;
-    std::size_t smallest = 0;
-    for (const std::string& candidate : known) {
-        const std::size_t longer = std::max(key.size(), candidate.size());
-        const std::size_t distance = EditDistance(key, candidate);
-        const bool near = distance <= (longer + 1) / 3 && distance < candidate.size();
-        if (near && (nearest.empty() || distance < smallest)) {
-            nearest = candidate;
-            smallest = distance;
-        }
-    }
-    return nearest;
 }
 
 /// "'modes'", or "'modes' under [run]" for one of another table: what is spelt alike comes before what is near. ""
@@ -208,7 +181,7 @@ TomlTable TomlTable::Open(const std::filesystem::path& file)
     try {
         document->root = toml::parse(text);
     } catch (const toml::parse_error& error) {
-        RefuseAt(document->file, error.source().begin, fmt::format("expected TOML but: {}", error.description()));
+        RefuseAt(document->file, error.source().begin, Explain(std::string(error.description())));
     }
     const toml::table& root = document->root;
     return TomlTable(std::make_shared<Impl>(Impl{.document = std::move(document), .table = &root, .asked = {}}));

@@ -475,39 +475,45 @@ TEST_P(CommandLineErrorTest, IsOneLineThatNamesWhatIsWrong)
     EXPECT_EQ(out.str(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, CommandLineErrorTest,
-                         testing::Values(BadLine{{}, "subcommand is required"},
-                                         BadLine{{"fly"}, "fly is no command or option"},
-                                         BadLine{{"--foo"}, "--foo is no command or option"},
-                                         BadLine{{"run", "--foo"}, "--foo"}, BadLine{{"run", "extra"}, "extra"},
-                                         BadLine{{"run", "--modes"}, "--modes"},
-                                         BadLine{{"run", "--modes", "x"}, "--modes = x"},
-                                         BadLine{{"run", "--modes", "5.5"}, "--modes = 5.5"},
-                                         BadLine{{"run", "--modes", "99999999999"}, "--modes = 99999999999"},
-                                         BadLine{{"run", "--rate", "fast"}, "--rate = fast"},
-                                         BadLine{{"run", "--seed", "-1"}, "expected 0 or above but got -1"},
-                                         BadLine{{"run", "--modes", "1", "--modes", "2"}, "--modes"},
-                                         BadLine{{"run", "--tone", "5:2"}, "--tone: expected MODE:HZ:NM"},
-                                         BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
-                                         BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},
-                                         BadLine{{"run", "--tone", "99999999999:1:1"}, "but got 99999999999:1:1"}));
+INSTANTIATE_TEST_SUITE_P(
+    All, CommandLineErrorTest,
+    testing::Values(
+        BadLine{{}, "expected a command but got none (try: ravelctl --help)"},
+        BadLine{{"fly"}, "fly is no command or option of ravelctl (try: ravelctl --help)"},
+        BadLine{{"inpsect", "a"}, "inpsect is no command or option of ravelctl; did you mean inspect? (try: "},
+        BadLine{{"--versoin"}, "; did you mean --version? (try: "}, BadLine{{"--foo"}, "--foo is no command or option"},
+        BadLine{{"run", "--foo"}, "--foo is no option of ravelctl run (try: ravelctl run --help)"},
+        BadLine{{"run", "--mdoes=5"},
+                "--mdoes is no option of ravelctl run; did you mean --modes? (try: ravelctl run "},
+        BadLine{{"run", "extra", "more"}, "run: expected nothing more but got more (try: "},
+        BadLine{{"run", "extra"}, "extra"}, BadLine{{"run", "--modes"}, "--modes"},
+        BadLine{{"run", "--modes", "x"}, "--modes: expected a whole number but got x (try: "},
+        BadLine{{"run", "--modes", "5.5"}, "--modes: expected a whole number but got 5.5"},
+        BadLine{{"run", "--modes", "99999999999"}, "--modes: expected a smaller number but got 99999999999"},
+        BadLine{{"run", "--rate", "fast"}, "--rate: expected a number but got fast"},
+        BadLine{{"run", "--seed", "-1"}, "expected 0 or above but got -1"},
+        BadLine{{"run", "--modes", "1", "--modes", "2"}, "--modes"},
+        BadLine{{"run", "--tone", "5:2"}, "--tone: expected MODE:HZ:NM"},
+        BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
+        BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},
+        BadLine{{"run", "--tone", "99999999999:1:1"}, "but got 99999999999:1:1"}));
 
 INSTANTIATE_TEST_SUITE_P(
     WhatGoesInAndComesOut, CommandLineErrorTest,
-    testing::Values(BadLine{{"run", "--record", "all"}, "--record: expected some of modes, es and pact but got 'all'"},
-                    BadLine{{"run", "--record", "es,mods"},
-                            "--record: expected some of modes, es and pact but got 'mods'"},
-                    BadLine{{"run", "--record", "ES"}, "--record: expected some of modes, es and pact but got 'ES'"},
-                    BadLine{{"run", "--record"}, "--record"},
-                    BadLine{{"run", "--record-decimation"}, "--record-decimation"},
-                    BadLine{{"run", "--record-decimation", "1.5"}, "--record-decimation = 1.5"},
-                    BadLine{{"run", "--record-decimation", "99999999999"}, "--record-decimation = 99999999999"},
-                    BadLine{{"run", "--record-last", "long"}, "--record-last: expected seconds but got long"},
-                    BadLine{{"run", "--record-last", "5s"}, "--record-last: expected seconds but got 5s"},
-                    BadLine{{"run", "--record-last", "1", "2"}, "2"}, BadLine{{"run", "--play-es"}, "--play-es"},
-                    BadLine{{"run", "--play-pact"}, "--play-pact"}, BadLine{{"run", "--inject"}, "--inject"},
-                    BadLine{{"run", "--inject-decimation", "x"}, "--inject-decimation = x"},
-                    BadLine{{"run", "--inject-loop", "i.fits"}, "i.fits"}, BadLine{{"run", "--script"}, "--script"}));
+    testing::Values(
+        BadLine{{"run", "--record", "all"}, "--record: expected some of modes, es and pact but got 'all'"},
+        BadLine{{"run", "--record", "es,mods"}, "--record: expected some of modes, es and pact but got 'mods'"},
+        BadLine{{"run", "--record", "ES"}, "--record: expected some of modes, es and pact but got 'ES'"},
+        BadLine{{"run", "--record"}, "--record"}, BadLine{{"run", "--record-decimation"}, "--record-decimation"},
+        BadLine{{"run", "--record-decimation", "1.5"}, "--record-decimation: expected a whole number but got 1.5"},
+        BadLine{{"run", "--record-decimation", "99999999999"},
+                "--record-decimation: expected a smaller number but got "},
+        BadLine{{"run", "--record-last", "long"}, "--record-last: expected seconds but got long"},
+        BadLine{{"run", "--record-last", "5s"}, "--record-last: expected seconds but got 5s"},
+        BadLine{{"run", "--record-last", "1", "2"}, "2"}, BadLine{{"run", "--play-es"}, "--play-es"},
+        BadLine{{"run", "--play-pact"}, "--play-pact"}, BadLine{{"run", "--inject"}, "--inject"},
+        BadLine{{"run", "--inject-decimation", "x"}, "--inject-decimation: expected a whole number but got x"},
+        BadLine{{"run", "--inject-loop", "i.fits"}, "i.fits"}, BadLine{{"run", "--script"}, "--script"}));
 
 INSTANTIATE_TEST_SUITE_P(MakeModulation, CommandLineErrorTest,
                          testing::Values(BadLine{{"run", "--foo"}, "(try: ravelctl run --help)"},
@@ -537,20 +543,22 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{{"replay", "a", "--set", "kp=1e39"}, "--set: kp: expected a number but got 1e39"},
         BadLine{{"replay", "a", "--set", "n=0"}, "--set: n: expected more than 0 but got 0"},
         BadLine{{"replay", "a", "--set", "kd=-1"}, "--set: kd: expected 0 or above but got -1"},
+        BadLine{{"replay", "a", "--set", "kp=0.5", "--set", "ki=2", "--set", "kp=0.6"},
+                "--set: kp: expected one value but got 0.5 and 0.6; replay once for each"},
         BadLine{{"replay", "a", "--modes", "3"}, "--modes: expected --set besides"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Tune, CommandLineErrorTest,
     testing::Values(BadLine{{"tune"}, "RUN is required"}, BadLine{{"tune", "a", "b"}, "(try: ravelctl tune --help)"},
                     BadLine{{"tune", "a", "--from", "both"}, "--from: expected open, closed or auto but got both"},
-                    BadLine{{"tune", "a", "--phase-margin", "x"}, "--phase-margin"}));
+                    BadLine{{"tune", "a", "--phase-margin", "x"}, "--phase-margin: expected a number but got x"}));
 
 TEST(CommandLineTest, EveryOptionOfATuningReachesItsPlace)
 {
     std::ostringstream out;
     const auto options = std::get<TuneOptions>(
         Parse({"tune", "night 1", "--from", "open", "--phase-margin", "50", "--gain-margin", "7.5", "--max-sensitivity",
-               "1.8", "--max-crossover", "30", "--output", "o", "--overwrite", "--check", "t.json"},
+               "1.8", "--max-crossover", "30", "--output", "o", "--overwrite", "--check", "t.json", "--quiet"},
               out));
     EXPECT_EQ(options.run, "night 1");
     EXPECT_EQ(options.from, TuneFrom::Open);
@@ -561,9 +569,11 @@ TEST(CommandLineTest, EveryOptionOfATuningReachesItsPlace)
     EXPECT_EQ(options.output, "o");
     EXPECT_TRUE(options.overwrite);
     EXPECT_EQ(options.check, "t.json");
+    EXPECT_TRUE(options.quiet);
     const auto defaults = std::get<TuneOptions>(Parse({"tune", "a"}, out));
     EXPECT_EQ(defaults.from, TuneFrom::Auto);
     EXPECT_FALSE(defaults.demands.max_crossover_hz);
+    EXPECT_FALSE(defaults.quiet);
 }
 
 TEST(CommandLineTest, EveryOptionOfAReplayReachesItsPlace)

@@ -397,7 +397,7 @@ TEST_F(ScriptTest, NoTwoSavesGoIntoOneFolder)
 TEST_F(ScriptTest, WhatIsNoTomlIsRefusedWithItsPlace)
 {
     EXPECT_EQ(Refusal("[[at]]\ntime = = 3\n"),
-              "script.toml:2:8: expected TOML but: Error while parsing value: could not determine value type");
+              "script.toml:2:8: expected TOML but this value cannot be read: could not determine value type");
 }
 
 TEST_F(ScriptTest, AMissingScriptIsRefused)

@@ -303,11 +303,11 @@ TEST_F(TomlTableTest, WhatIsNoTomlIsRefusedWithItsPlace)
     const auto nothing = [](TomlTable& /*sut*/) {
     };
     EXPECT_EQ(Refusal("a = 1\nb = = 2\n", nothing),
-              "file.toml:2:5: expected TOML but: Error while parsing value: could not determine value type");
+              "file.toml:2:5: expected TOML but this value cannot be read: could not determine value type");
     EXPECT_THAT(Refusal("a = 1\na = 2\n", nothing),
                 AllOf(HasSubstr("file.toml:2:"), HasSubstr("cannot redefine existing integer 'a'")));
     EXPECT_THAT(Refusal("a = \"x\ny\"\n", nothing),
-                HasSubstr("file.toml:1:7: expected TOML but: Error while parsing string"));
+                HasSubstr("file.toml:1:7: expected TOML but this string cannot be read: "));
     EXPECT_THAT(Refusal("a = 1\n\xFF = 2\n", nothing), HasSubstr("utf-8"));
     EXPECT_THAT(Refusal(std::string(1000, '\0'), nothing), HasSubstr("file.toml:1:1: "));
     EXPECT_THAT(Refusal("a = " + std::string(100'000, '['), nothing), HasSubstr("file.toml:1:"));
