@@ -21,6 +21,12 @@ namespace {
 [[noreturn]] void Refuse(const fs::path& file, std::string reason)
 {
     reason.erase(std::remove(reason.begin(), reason.end(), '\n'), reason.end());
+    if (reason.ends_with('.')) {  // what to do may follow
+        reason.pop_back();
+    }
+    if (reason.starts_with("Ill formed matrix ")) {
+        reason += ": expected rows of one length; save the values with as many in each row";
+    }
     const bool is_named = reason.find(file.string()) != std::string::npos;
     throw InputError(is_named ? reason : fmt::format("{}: {}", file.string(), reason));
 }

@@ -64,6 +64,18 @@ TEST_F(LibraryLoadTest, AnErrorOfSeveralLinesBecomesOne)
               m_file.string() + ": FITS Error: no such column");
 }
 
+TEST_F(LibraryLoadTest, AnErrorEndsSoThatWhatToDoCanFollow)
+{
+    EXPECT_EQ(RefusalOf(std::runtime_error("Not able to read it.")), m_file.string() + ": Not able to read it");
+}
+
+TEST_F(LibraryLoadTest, AMatrixThatIsIllFormedIsSaidToNeedRowsOfOneLength)
+{
+    EXPECT_EQ(RefusalOf(std::runtime_error("Ill formed matrix in <" + m_file.string() + "> binary table.")),
+              "Ill formed matrix in <" + m_file.string() +
+                  "> binary table: expected rows of one length; save the values with as many in each row");
+}
+
 TEST_F(LibraryLoadTest, ATableWithoutRowsDoesNotComeAsFarAsTheLibrary)
 {
     std::string bytes = test::ReadBytes(m_file);

@@ -443,7 +443,7 @@ TEST_F(LiveParametersFileTest, AnotherShapeIsRefusedWithBothShapes)
 TEST_F(LiveParametersFileTest, AFileThatIsNotThereIsRefused)
 {
     const fs::path file = m_folder / "none.fits";
-    const std::string expected = "Not able to find file <" + file.string() + ">.";
+    const std::string expected = "Not able to find file <" + file.string() + ">";
     EXPECT_EQ(Refusal([&] { m_sut.LoadGains(file); }), expected);
     EXPECT_EQ(Refusal([&] { m_sut.LoadReferences(file); }), expected);
     EXPECT_EQ(Refusal([&] { m_sut.LoadP2Edc(file); }), expected);

@@ -292,7 +292,7 @@ TEST_F(ScriptPlayerTest, AStepWithOneBadFileIsRefusedAsAWholeAndTheNextOnesAreDo
     RunTo(12);
     const std::vector<ScriptEvent>& events = End();
     ASSERT_EQ(events.size(), 3U);
-    EXPECT_EQ(events[0].problem, "Not able to find file <" + missing.string() + ">.");
+    EXPECT_EQ(events[0].problem, "Not able to find file <" + missing.string() + ">");
     EXPECT_EQ(events[1].problem, "Matrix MODES2PACT (" + small.string() + ") has dimension [2,3], expecting [2394,6]");
     for (const std::size_t i : {0U, 1U}) {
         EXPECT_EQ(events[i].cycle, -1) << i;
