@@ -56,8 +56,11 @@ void AddInspectOptions(CLI::App& command, InspectArguments& arguments)
     command.add_flag("--json", options.json, "Print JSON, for programs: one document for all files")->excludes(csv);
     csv->excludes(statistics);
     command.footer(FormatFooter(
-        "Rows and columns are counted from 0. Of a table of two columns the first is the time stamps, in seconds; of "
-        "any other table the first column is the matrix. The period is the median step from a time stamp to the next; "
+        "Rows and columns are counted from 0. The first table of a file is shown: a column of vectors as a matrix, "
+        "with "
+        "time stamps from a first column of scalars; columns of scalars side by side as one matrix, with time stamps "
+        "from the one whose name or unit says time. Their unit may be s, ms, us or ns. The period is the median step "
+        "from a time stamp to the next; "
         "longer than 1.5 periods it is a gap.",
         {"ravelctl inspect run/*.fits", "ravelctl inspect run/modes_in.fits --statistics --columns 0-9",
          "ravelctl inspect run/modes_in.fits --csv --columns 0,3 --rows 0:500 > start.csv",

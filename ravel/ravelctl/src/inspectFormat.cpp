@@ -1,5 +1,6 @@
 #include "inspectFormat.hpp"
 
+#include "counted.hpp"
 #include "error.hpp"
 #include "resources.hpp"
 
@@ -16,28 +17,37 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string Count(std::int64_t number, const char* what)
-{
-    return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
-}
-
 std::string Line(const char* name, const std::string& text)
 {
     return fmt::format("  {:<11}{}\n", name, text);
+}
+
+/// Seconds go without saying.
+std::string DescribeUnit(const std::string& unit)
+{
+    return unit == "s" ? "" : unit.empty() ? " (no unit, taken as s)" : fmt::format(" ({})", unit);
 }
 
 std::string DescribeTable(const InspectedFacts& facts)
 {
     const TableHeader& header = facts.header;
     std::string text = fmt::format("{}, {}, {}, {}", header.name.empty() ? "no name" : header.name,
-                                   Count(facts.cols, "column"), Count(facts.rows, "row"), header.type);
+                                   Counted(facts.cols, "column"), Counted(facts.rows, "row"), header.type);
     if (!header.exact) {
         text += " read as 32-bit floats";
     }
     if (header.HasTime()) {
-        text += fmt::format("; time stamps from {}", header.time_column.empty() ? "no name" : header.time_column);
-    } else if (header.columns > 1) {
-        text += fmt::format("; the first of {} in the table", header.columns);
+        text += fmt::format("; time stamps from {}{}", header.time_column.empty() ? "no name" : header.time_column,
+                            DescribeUnit(header.time_unit));
+    }
+    const auto shown = static_cast<int>(header.numbers.size()) + (header.HasTime() ? 1 : 0);
+    if (header.columns > shown) {
+        text += header.numbers == std::vector<int>{1}
+                    ? fmt::format("; the first of {} in the table", header.columns)
+                    : fmt::format("; {} of the table's {} columns left out", header.columns - shown, header.columns);
+    }
+    if (header.extension_number > 1) {
+        text += fmt::format("; in extension {}", header.extension_number);
     }
     return text;
 }
@@ -56,7 +66,7 @@ std::string DescribeSteps(const std::vector<TimeStep>& steps)
 
 std::string DescribeTime(const TimeFacts& time)
 {
-    const std::string samples = Count(time.samples, "sample");
+    const std::string samples = Counted(time.samples, "sample");
     std::string text =
         Line("time", time.samples == 1 ? fmt::format("{:.3f} s, {}", time.first_s, samples)
                                        : fmt::format("{:.3f} to {:.3f} s, {}", time.first_s, time.last_s, samples));
@@ -74,6 +84,14 @@ std::string DescribeTime(const TimeFacts& time)
     return text + (time.back.empty() ? "" : Line("going back", DescribeSteps(time.back)));
 }
 
+/// Of time stamps that are there.
+std::string DescribeTime(const InspectedFacts& facts)
+{
+    return facts.time ? DescribeTime(*facts.time)
+                      : Line("time", fmt::format("not judged: {} is no unit that is known here (s, ms, us or ns)",
+                                                 facts.header.time_unit));
+}
+
 std::string DescribeValues(const InspectedFacts& facts)
 {
     if (facts.cols == 0) {
@@ -85,16 +103,23 @@ std::string DescribeValues(const InspectedFacts& facts)
                                                 values.first_row, values.first_col, values.first_value);
 }
 
-std::string FormatStatistics(const std::vector<ColumnFacts>& statistics)
+/// "" for a column of a matrix, which is known by its number.
+std::string NameColumn(const TableHeader& header, int column)
+{
+    return header.IsOfScalars() ? header.names.at(static_cast<std::size_t>(column)) : "";
+}
+
+std::string FormatStatistics(const std::vector<ColumnFacts>& statistics, const TableHeader& header)
 {
     const bool finite = std::all_of(statistics.begin(), statistics.end(),
                                     [](const ColumnFacts& column) { return column.not_finite == 0; });
-    std::string text = fmt::format("  {:>6}{:>14}{:>14}{:>14}{:>14}{:>14}{}\n", "column", "min", "max", "mean", "rms",
-                                   "deviation", finite ? "" : "    not finite");
+    std::string text = fmt::format("  {:>6}{:>14}{:>14}{:>14}{:>14}{:>14}{}{}\n", "column", "min", "max", "mean", "rms",
+                                   "deviation", finite ? "" : "    not finite", header.IsOfScalars() ? "  name" : "");
     for (const ColumnFacts& column : statistics) {
-        text += fmt::format("  {:>6}{:>14.6g}{:>14.6g}{:>14.6g}{:>14.6g}{:>14.6g}{}\n", column.column, column.min,
+        text += fmt::format("  {:>6}{:>14.6g}{:>14.6g}{:>14.6g}{:>14.6g}{:>14.6g}{}{}\n", column.column, column.min,
                             column.max, column.mean, column.rms, column.deviation,
-                            finite ? "" : fmt::format("{:>14}", column.not_finite));
+                            finite ? "" : fmt::format("{:>14}", column.not_finite),
+                            header.IsOfScalars() ? "  " + NameColumn(header, column.column) : "");
     }
     return text;
 }
@@ -135,9 +160,10 @@ Json ToJson(const ValueFacts& values)
     return {{"not_finite", values.not_finite}, {"first_not_finite", first}};
 }
 
-Json ToJson(const ColumnFacts& column)
+Json ToJson(const ColumnFacts& column, const TableHeader& header)
 {
     return {{"column", column.column},
+            {"name", header.IsOfScalars() ? Json(NameColumn(header, column.column)) : Json(nullptr)},
             {"min", column.min},
             {"max", column.max},
             {"mean", column.mean},
@@ -151,18 +177,21 @@ Json ToJson(const InspectedFacts& facts)
     Json json = {{"file", facts.file},
                  {"bytes", facts.bytes},
                  {"extension", facts.header.extension},
+                 {"extension_number", facts.header.extension_number},
                  {"name", facts.header.name},
                  {"format", facts.header.format},
                  {"type", facts.header.type},
                  {"columns", facts.cols},
                  {"rows", facts.rows},
                  {"table_columns", facts.header.columns},
+                 {"column_names", facts.header.IsOfScalars() ? Json(facts.header.names) : Json(nullptr)},
+                 {"time_unit", facts.header.HasTime() ? Json(facts.header.time_unit) : Json(nullptr)},
                  {"time", ToJson(facts.time, facts.header)},
                  {"values", ToJson(facts.values)}};
     if (facts.statistics) {
         json["statistics"] = Json::array();
         for (const ColumnFacts& column : *facts.statistics) {
-            json["statistics"].push_back(ToJson(column));
+            json["statistics"].push_back(ToJson(column, facts.header));
         }
     }
     return json;
@@ -187,9 +216,9 @@ std::string FormatFacts(const InspectedFacts& facts)
 {
     std::string text = fmt::format("{}  ({})\n", facts.file, FormatBytes(facts.bytes));
     text += Line("table", DescribeTable(facts));
-    text += facts.time ? DescribeTime(*facts.time) : Line("time", "no time stamps");
+    text += facts.header.HasTime() ? DescribeTime(facts) : Line("time", "no time stamps");
     text += Line("values", DescribeValues(facts));
-    return text + (facts.statistics ? FormatStatistics(*facts.statistics) : "");
+    return text + (facts.statistics ? FormatStatistics(*facts.statistics, facts.header) : "");
 }
 
 std::string FormatFactsAsJson(const std::vector<InspectedFacts>& files, const std::vector<InspectProblem>& problems)
@@ -226,10 +255,13 @@ void WriteCsv(const InspectedFile& inspected, const std::vector<int>& columns, c
     };
     const bool has_time = inspected.header.HasTime();
     if (has_time) {
-        append("time_s");
+        append(inspected.header.time_unit_s
+                   ? "time_s"
+                   : Quote(fmt::format("{}_{}", inspected.header.time_column, inspected.header.time_unit)));
     }
     for (const int column : columns) {
-        append(Quote(fmt::format("{}_{}", inspected.header.name, column)));
+        append(Quote(inspected.header.IsOfScalars() ? NameColumn(inspected.header, column)
+                                                    : fmt::format("{}_{}", inspected.header.name, column)));
     }
     write();
     for (std::int64_t row = rows.begin; row < end && out; ++row) {

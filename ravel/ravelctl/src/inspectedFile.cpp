@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "libraryLoad.hpp"
 #include "resources.hpp"
+#include "tableValues.hpp"
 
 #include <lumo/ravelcore/utils.hpp>
 
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace lumo::ravelctl {
 
@@ -68,6 +70,29 @@ void CheckMemoryFor(const InspectedFile& inspected)
     CheckMemory(COPIES * bytes, inspected.file.string() + ": the values", "free some, or use a larger machine");
 }
 
+void LoadMatrix(InspectedFile& inspected)
+{
+    inspected.values.reserve(static_cast<std::size_t>(inspected.header.values));
+    LoadThroughLibrary(inspected.file, [&inspected](const std::string& path) {
+        ravelcore::LoadMatrixFromFitsBinTable(path, inspected.rows, inspected.cols, inspected.values,
+                                              inspected.timestamps);
+    });
+}
+
+/// What the library does not take for a matrix. `path`: of the file.
+void LoadOther(const std::string& path, InspectedFile& inspected)
+{
+    try {
+        TableValues read = ReadTableValues(path, inspected.header);
+        inspected.rows = static_cast<int>(inspected.header.rows);
+        inspected.cols = read.cols;
+        inspected.values = std::move(read.values);
+        inspected.timestamps = std::move(read.timestamps);
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("{}: {}", inspected.file.string(), e.what()));
+    }
+}
+
 }  // namespace
 
 InspectedFile LoadInspectedFile(const fs::path& file)
@@ -82,11 +107,16 @@ InspectedFile LoadInspectedFile(const fs::path& file)
         throw InputError(fmt::format("{}: {}", file.string(), e.what()));
     }
     CheckMemoryFor(inspected);
-    inspected.values.reserve(static_cast<std::size_t>(inspected.header.values));
-    LoadThroughLibrary(file, [&inspected](const std::string& path) {
-        ravelcore::LoadMatrixFromFitsBinTable(path, inspected.rows, inspected.cols, inspected.values,
-                                              inspected.timestamps);
-    });
+    if (inspected.header.IsMatrixFile()) {
+        LoadMatrix(inspected);
+    } else {
+        LoadOther(open_file.GetPath(), inspected);
+    }
+    if (const double unit_s = inspected.header.time_unit_s.value_or(1.0); unit_s != 1.0) {
+        for (double& stamp : inspected.timestamps) {
+            stamp *= unit_s;
+        }
+    }
     return inspected;
 }
 

@@ -17,8 +17,8 @@ struct InspectedFile
     TableHeader header;
     int rows = 0;
     int cols = 0;
-    std::vector<float> values;  // row-major
-    std::vector<double> timestamps;
+    std::vector<float> values;       // row-major
+    std::vector<double> timestamps;  // in seconds, or in a unit that is not known here
 
     MatrixView GetMatrix() const { return {values, rows, cols}; }
 };

@@ -4,16 +4,21 @@
 
 #include <fitsio.h>
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
+#include <map>
 
 namespace lumo::ravelctl {
 
 namespace {
 
-constexpr const char* WANTED = "expected a FITS file with a table of numbers in its first extension";
+constexpr const char* WANTED = "expected a FITS file with a table of numbers";
 
 [[noreturn]] void Refuse(const std::string& reason)
 {
@@ -31,7 +36,46 @@ void Check(int status)
     }
 }
 
-/// An open file, at its first extension.
+struct NumberType
+{
+    const char* words;
+    int code;
+    bool exact;  // as 32-bit floats
+};
+
+constexpr NumberType NUMBER_TYPES[] = {
+    {"32-bit floats", TFLOAT, true},          {"64-bit floats", TDOUBLE, false},
+    {"8-bit unsigned integers", TBYTE, true}, {"8-bit integers", TSBYTE, true},
+    {"16-bit integers", TSHORT, true},        {"16-bit unsigned integers", TUSHORT, true},
+    {"32-bit integers", TLONG, false},        {"32-bit unsigned integers", TULONG, false},
+    {"64-bit integers", TLONGLONG, false},    {"64-bit unsigned integers", TULONGLONG, false},
+};
+
+/// None for texts, logical values, bits and complex numbers.
+const NumberType* FindNumberType(int code)
+{
+    for (const NumberType& type : NUMBER_TYPES) {
+        if (type.code == std::abs(code)) {
+            return &type;
+        }
+    }
+    return nullptr;
+}
+
+struct Column
+{
+    int number = 0;
+    std::string name;
+    std::string format;
+    std::string unit;
+    int type = 0;  // negative: of rows of different lengths
+    std::int64_t repeat = 0;
+
+    bool IsOfNumbers() const { return FindNumberType(type) != nullptr; }
+    bool IsOfScalars() const { return IsOfNumbers() && type > 0 && repeat == 1; }
+};
+
+/// An open file, at its first table.
 class Extension
 {
 public:
@@ -51,22 +95,25 @@ public:
     Extension(const Extension&) = delete;
     Extension& operator=(const Extension&) = delete;
 
-    /// Goes to the first extension.
-    void GoToTable()
+    /// Returns which extension it is, 1 being the first.
+    int GoToTable()
     {
         int status = 0;
-        int kind = 0;
         int count = 0;
         fits_get_num_hdus(m_fits, &count, &status);
         Check(status);
         if (count < 2) {
             Refuse("it has no extension");
         }
-        fits_movabs_hdu(m_fits, 2, &kind, &status);
-        Check(status);
-        if (kind != BINARY_TBL && kind != ASCII_TBL) {
-            Refuse("there is an image");
+        for (int hdu = 2; hdu <= count; ++hdu) {
+            int kind = 0;
+            fits_movabs_hdu(m_fits, hdu, &kind, &status);
+            Check(status);
+            if (kind == BINARY_TBL || kind == ASCII_TBL) {
+                return hdu - 1;
+            }
         }
+        Refuse("there are only images");
     }
 
     /// The text of a keyword; empty where there is none.
@@ -96,13 +143,7 @@ public:
         return count;
     }
 
-    struct Column
-    {
-        int type = 0;  // negative: of rows of different lengths
-        std::int64_t repeat = 0;
-    };
-
-    /// As its values are after scaling.
+    /// With its type as its values are after scaling.
     Column GetColumn(int number)
     {
         Column column;
@@ -110,7 +151,11 @@ public:
         int status = 0;
         fits_get_eqcoltypell(m_fits, number, &column.type, &repeat, nullptr, &status);
         Check(status);
+        column.number = number;
         column.repeat = repeat;
+        column.name = GetText(fmt::format("TTYPE{}", number));
+        column.format = GetText(fmt::format("TFORM{}", number));
+        column.unit = GetText(fmt::format("TUNIT{}", number));
         return column;
     }
 
@@ -118,50 +163,136 @@ private:
     fitsfile* m_fits = nullptr;
 };
 
-struct NumberType
+std::string ToLower(std::string text)
 {
-    const char* words;
-    int code;
-    bool exact;  // as 32-bit floats
-};
-
-constexpr NumberType NUMBER_TYPES[] = {
-    {"32-bit floats", TFLOAT, true},          {"64-bit floats", TDOUBLE, false},
-    {"8-bit unsigned integers", TBYTE, true}, {"8-bit integers", TSBYTE, true},
-    {"16-bit integers", TSHORT, true},        {"16-bit unsigned integers", TUSHORT, true},
-    {"32-bit integers", TLONG, false},        {"32-bit unsigned integers", TULONG, false},
-    {"64-bit integers", TLONGLONG, false},    {"64-bit unsigned integers", TULONGLONG, false},
-};
-
-/// None for texts, logical values, bits and complex numbers.
-const NumberType* FindNumberType(int code)
-{
-    for (const NumberType& type : NUMBER_TYPES) {
-        if (type.code == std::abs(code)) {
-            return &type;
-        }
-    }
-    return nullptr;
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    return text;
 }
 
-void CheckTimeColumn(const Extension::Column& column, const std::string& name)
+/// In seconds; none for a unit that is not known here.
+std::optional<double> FindTimeUnit(const std::string& unit)
 {
-    if (column.repeat != 1 || column.type < 0 || FindNumberType(column.type) == nullptr) {
-        Refuse(fmt::format("of its two columns the first ('{}') is not one time stamp per row", name));
+    static const std::map<std::string, double> UNITS = {{"s", 1.0},
+                                                        {"sec", 1.0},
+                                                        {"second", 1.0},
+                                                        {"seconds", 1.0},
+                                                        {"ms", 1.0e-3},
+                                                        {"msec", 1.0e-3},
+                                                        {"us", 1.0e-6},
+                                                        {"usec", 1.0e-6},
+                                                        {"ns", 1.0e-9},
+                                                        {"nsec", 1.0e-9},
+                                                        {"millisecond", 1.0e-3},
+                                                        {"milliseconds", 1.0e-3},
+                                                        {"microsecond", 1.0e-6},
+                                                        {"microseconds", 1.0e-6},
+                                                        {"nanosecond", 1.0e-9},
+                                                        {"nanoseconds", 1.0e-9}};
+    const auto found = UNITS.find(ToLower(unit));
+    return found == UNITS.end() ? std::nullopt : std::optional<double>(found->second);
+}
+
+bool IsNamedLikeTime(const Column& column)
+{
+    const std::string name = ToLower(column.name);
+    return name == "t" || name == "time" || name == "times" || name.starts_with("time_") ||
+           name.starts_with("timestamp");
+}
+
+/// Beside a column of vectors the first of two is the time stamps, whatever its name, as in a file of the library;
+/// scalars that stand side by side tell by their names and units. None where there are no time stamps.
+const Column* FindTime(const std::vector<Column>& columns)
+{
+    if (columns.size() == 2 && columns[0].IsOfScalars() && !columns[1].IsOfScalars()) {
+        return columns.data();
+    }
+    const auto find = [&columns](const auto& is_wanted) -> const Column* {
+        const auto found = std::find_if(columns.begin(), columns.end(), [&is_wanted](const Column& column) {
+            return column.IsOfScalars() && is_wanted(column);
+        });
+        return columns.size() < 2 || found == columns.end() ? nullptr : &*found;
+    };
+    const Column* const by_name = find(IsNamedLikeTime);
+    return by_name != nullptr ? by_name
+                              : find([](const Column& column) { return FindTimeUnit(column.unit).has_value(); });
+}
+
+/// A column of vectors that comes first, or else all of scalars, or else the first of numbers.
+std::vector<Column> FindMatrix(const std::vector<Column>& columns, const Column* time)
+{
+    std::vector<Column> others;
+    std::copy_if(columns.begin(), columns.end(), std::back_inserter(others),
+                 [time](const Column& column) { return time == nullptr || column.number != time->number; });
+    if (others.front().IsOfNumbers() && !others.front().IsOfScalars()) {
+        return {others.front()};
+    }
+    std::vector<Column> scalars;
+    std::copy_if(others.begin(), others.end(), std::back_inserter(scalars),
+                 [](const Column& column) { return column.IsOfScalars(); });
+    if (!scalars.empty()) {
+        return scalars;
+    }
+    const auto numbers =
+        std::find_if(others.begin(), others.end(), [](const Column& column) { return column.IsOfNumbers(); });
+    if (numbers == others.end()) {
+        Refuse(fmt::format("its column '{}' holds no real numbers (format {})", others.front().name,
+                           others.front().format));
+    }
+    return {*numbers};
+}
+
+/// The first few of them.
+std::string JoinFew(const std::vector<std::string>& texts)
+{
+    constexpr std::size_t FEW = 5;
+    const auto end = texts.begin() + static_cast<std::ptrdiff_t>(std::min(FEW, texts.size()));
+    const std::string few = fmt::format("{}", fmt::join(texts.begin(), end, ", "));
+    return texts.size() > FEW ? fmt::format("{} and {} more", few, texts.size() - FEW) : few;
+}
+
+constexpr std::int64_t MOST = std::numeric_limits<std::int32_t>::max();
+
+void DescribeMatrix(const std::vector<Column>& matrix, TableHeader& header)
+{
+    std::vector<std::string> formats;
+    std::int64_t in_row = 0;
+    for (const Column& column : matrix) {
+        const NumberType& type = *FindNumberType(column.type);
+        if (column.repeat > MOST) {
+            Refuse(fmt::format("its rows are of {} values, more than the {} that can be read", column.repeat, MOST));
+        }
+        header.numbers.push_back(column.number);
+        header.names.push_back(column.name.empty() ? fmt::format("column {}", column.number) : column.name);
+        formats.push_back(column.format);
+        header.type = formats.size() == 1 || header.type == type.words ? type.words : "numbers of several types";
+        header.exact = header.exact && type.exact;
+        in_row += column.type < 0 ? 0 : column.repeat;
+    }
+    header.name = matrix.size() == 1 ? matrix.front().name : JoinFew(header.names);
+    header.format = JoinFew(formats);
+    header.values = header.rows * in_row;
+    if (matrix.front().type < 0 && !header.IsMatrixFile()) {
+        Refuse(fmt::format("the rows of its column '{}' are not of one length", header.name));
     }
 }
 
 }  // namespace
 
+bool TableHeader::IsMatrixFile() const
+{
+    const int matrix = columns == 2 ? 2 : 1;
+    return extension_number == 1 && numbers == std::vector<int>{matrix} && time_number == matrix - 1;
+}
+
 TableHeader ReadTableHeader(const std::string& path)
 {
     Extension extension(path);
-    extension.GoToTable();
     TableHeader header;
+    header.extension_number = extension.GoToTable();
     header.extension = extension.GetText("EXTNAME");
     header.columns = extension.CountColumns();
     header.rows = extension.CountRows();
-    constexpr std::int64_t MOST = std::numeric_limits<std::int32_t>::max();
     if (header.columns < 1) {
         Refuse("the table has no columns");
     }
@@ -171,24 +302,17 @@ TableHeader ReadTableHeader(const std::string& path)
     if (header.rows > MOST) {
         Refuse(fmt::format("the table has {} rows, more than the {} that can be read", header.rows, MOST));
     }
-    if (header.HasTime()) {
-        header.time_column = extension.GetText("TTYPE1");
-        CheckTimeColumn(extension.GetColumn(1), header.time_column);
+    std::vector<Column> columns;
+    for (int number = 1; number <= header.columns; ++number) {
+        columns.push_back(extension.GetColumn(number));
     }
-    const int matrix = header.HasTime() ? 2 : 1;
-    header.name = extension.GetText(fmt::format("TTYPE{}", matrix));
-    header.format = extension.GetText(fmt::format("TFORM{}", matrix));
-    const Extension::Column column = extension.GetColumn(matrix);
-    const NumberType* const type = FindNumberType(column.type);
-    if (type == nullptr) {
-        Refuse(fmt::format("its column '{}' holds no real numbers (format {})", header.name, header.format));
+    if (const Column* const time = FindTime(columns)) {
+        header.time_number = time->number;
+        header.time_column = time->name;
+        header.time_unit = time->unit;
+        header.time_unit_s = time->unit.empty() ? 1.0 : FindTimeUnit(time->unit);
     }
-    if (column.repeat > MOST) {
-        Refuse(fmt::format("its rows are of {} values, more than the {} that can be read", column.repeat, MOST));
-    }
-    header.type = type->words;
-    header.exact = type->exact;
-    header.values = column.type < 0 ? 0 : header.rows * column.repeat;
+    DescribeMatrix(FindMatrix(columns, header.HasTime() ? &columns.at(header.time_number - 1) : nullptr), header);
     return header;
 }
 

@@ -15,7 +15,9 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <functional>
 #include <limits>
+#include <numeric>
 #include <sstream>
 
 namespace lumo::ravelctl {
@@ -39,6 +41,7 @@ struct ForeignColumn
 {
     std::string name;
     std::string format;
+    std::string unit = "";
 };
 
 class InspectTest : public testing::Test
@@ -59,22 +62,32 @@ protected:
         return file;
     }
 
-    /// A table that is not ours, of zeros.
-    fs::path MakeForeign(const std::vector<ForeignColumn>& columns, int rows, int type = BINARY_TBL) const
+    /// A table that is not ours, of zeros and of what `fill` writes into it.
+    fs::path MakeForeign(const std::vector<ForeignColumn>& columns, int rows, int type = BINARY_TBL,
+                         const std::function<void(fitsfile* fits, int& status)>& fill = {}, int images = 0) const
     {
         fs::path file = m_folder / "foreign.fits";
         fs::remove(file);
         std::vector<char*> names;
         std::vector<char*> formats;
+        std::vector<char*> units;
         for (const ForeignColumn& column : columns) {
             names.push_back(const_cast<char*>(column.name.c_str()));
             formats.push_back(const_cast<char*>(column.format.c_str()));
+            units.push_back(const_cast<char*>(column.unit.c_str()));
         }
         fitsfile* fits = nullptr;
         int status = 0;
+        long size[] = {2, 2};
         fits_create_diskfile(&fits, file.c_str(), &status);
-        fits_create_tbl(fits, type, rows, static_cast<int>(columns.size()), names.data(), formats.data(), nullptr,
+        for (int image = 0; image < images; ++image) {  // the first is no extension
+            fits_create_img(fits, FLOAT_IMG, 2, size, &status);
+        }
+        fits_create_tbl(fits, type, rows, static_cast<int>(columns.size()), names.data(), formats.data(), units.data(),
                         "FOREIGN", &status);
+        if (fill) {
+            fill(fits, status);
+        }
         fits_close_file(fits, &status);
         EXPECT_EQ(status, 0);
         return file;
@@ -301,6 +314,9 @@ TEST_F(InspectTest, JsonHasTheSameFactsOfAllFiles)
     EXPECT_EQ(first.at("columns"), 3);
     EXPECT_EQ(first.at("rows"), 4);
     EXPECT_EQ(first.at("table_columns"), 2);
+    EXPECT_EQ(first.at("extension_number"), 1);
+    EXPECT_EQ(first.at("time_unit"), "s");
+    EXPECT_EQ(first.at("column_names"), nullptr);
     EXPECT_EQ(first.at("time").at("column"), "Timestamps");
     EXPECT_EQ(first.at("time").at("samples"), 4);
     EXPECT_EQ(first.at("time").at("first_s"), 0.0);
@@ -403,17 +419,31 @@ TEST_F(InspectTest, WhatIsNoFitsFileOrBreaksOffIsRefused)
 
 TEST_F(InspectTest, ATableThatMakesNoMatrixIsRefusedAndSaysWhatItHas)
 {
-    const std::string wanted = "expected a FITS file with a table of numbers in its first extension but ";
+    const std::string wanted = "expected a FITS file with a table of numbers but ";
     EXPECT_EQ(Refusal(MakeForeign({{"v", "3E"}}, 0)), wanted + "the table has no rows");
     EXPECT_EQ(Refusal(MakeForeign({}, 0)), wanted + "the table has no columns");
     for (const char* format : {"5A", "3L", "8X", "2C", "2M"}) {
         EXPECT_EQ(Refusal(MakeForeign({{"v", format}}, 2)),
                   wanted + "its column 'v' holds no real numbers (format " + format + ")");
     }
-    for (const char* format : {"2D", "8A", "1PE"}) {
-        EXPECT_EQ(Refusal(MakeForeign({{"t", format}, {"v", "3E"}}, 2)),
-                  wanted + "of its two columns the first ('t') is not one time stamp per row");
-    }
+    EXPECT_EQ(Refusal(MakeForeign({{"t", "1PE"}, {"v", "3E"}}, 2)),
+              wanted + "the rows of its column 't' are not of one length");
+    EXPECT_EQ(Refusal(MakeForeign({{"t", "1D"}, {"v", "8A"}}, 2)),
+              wanted + "its column 'v' holds no real numbers (format 8A)");
+}
+
+TEST_F(InspectTest, RowsOfDifferentLengthsAreRefusedWithTheRemedy)
+{
+    float v[] = {1, 2, 3};
+    const fs::path file = MakeForeign({{"v", "1PE"}}, 2, BINARY_TBL, [&v](fitsfile* fits, int& status) {
+        fits_write_col(fits, TFLOAT, 1, 1, 1, 1, v, &status);
+        fits_write_col(fits, TFLOAT, 1, 2, 1, 3, v, &status);
+    });
+    const Printed printed = Inspect(Of({file}));
+    EXPECT_EQ(printed.status, EXIT_BAD_INPUT);
+    EXPECT_EQ(printed.err, "ravelctl: Ill formed matrix in <" + file.string() +
+                               "> binary table: expected rows of one length; save the values with as many in each "
+                               "row\n");
 }
 
 TEST_F(InspectTest, AFileWithoutATableIsRefused)
@@ -425,12 +455,12 @@ TEST_F(InspectTest, AFileWithoutATableIsRefused)
     fits_create_diskfile(&fits, file.c_str(), &status);
     fits_create_img(fits, FLOAT_IMG, 2, size, &status);
     fits_flush_file(fits, &status);
-    const std::string wanted = "expected a FITS file with a table of numbers in its first extension but ";
+    const std::string wanted = "expected a FITS file with a table of numbers but ";
     EXPECT_EQ(Refusal(file), wanted + "it has no extension");
     fits_create_img(fits, FLOAT_IMG, 2, size, &status);
     fits_close_file(fits, &status);
     ASSERT_EQ(status, 0);
-    EXPECT_EQ(Refusal(file), wanted + "there is an image");
+    EXPECT_EQ(Refusal(file), wanted + "there are only images");
 }
 
 TEST_F(InspectTest, TablesOfOtherNumbersAreShownWithTheirType)
@@ -443,11 +473,137 @@ TEST_F(InspectTest, TablesOfOtherNumbersAreShownWithTheirType)
               "v, 2 columns, 3 rows, 64-bit floats read as 32-bit floats");
     EXPECT_EQ(table_line(Show(MakeForeign({{"v", "2I"}}, 3))), "v, 2 columns, 3 rows, 16-bit integers");
     EXPECT_EQ(table_line(Show(MakeForeign({{"t", "J"}, {"v", "2K"}}, 3))),
-              "v, 2 columns, 3 rows, 64-bit integers read as 32-bit floats; time stamps from t");
+              "v, 2 columns, 3 rows, 64-bit integers read as 32-bit floats; time stamps from t (no unit, taken as s)");
     EXPECT_EQ(table_line(Show(MakeForeign({{"a", "2E"}, {"b", "E"}, {"c", "E"}}, 3))),
               "a, 2 columns, 3 rows, 32-bit floats; the first of 3 in the table");
     EXPECT_EQ(table_line(Show(MakeForeign({{"v", "E12.4"}}, 3, ASCII_TBL))), "v, 1 column, 3 rows, 32-bit floats");
     EXPECT_THAT(Show(MakeForeign({{"v", "0E"}}, 3)), HasSubstr("  values     none\n"));
+}
+
+TEST_F(InspectTest, TimeStampsAreReadInTheUnitOfTheirColumn)
+{
+    double stamps[] = {0.0, 2.0, 4.0};
+    const auto fill = [&stamps](fitsfile* fits, int& status) {
+        fits_write_col(fits, TDOUBLE, 1, 1, 1, 3, stamps, &status);
+    };
+    const auto show = [&](const std::string& unit) {
+        return Show(MakeForeign({{"Time", "1D", unit}, {"v", "2E"}}, 3, BINARY_TBL, fill));
+    };
+    EXPECT_THAT(show("s"), HasSubstr("; time stamps from Time\n  time       0.000 to 4.000 s, 3 samples\n"
+                                     "  period     2000.000 ms (0.5 Hz)"));
+    EXPECT_THAT(show("ms"), HasSubstr("; time stamps from Time (ms)\n  time       0.000 to 0.004 s, 3 samples\n"
+                                      "  period     2.000 ms (500 Hz)"));
+    EXPECT_THAT(show("us"), HasSubstr("  period     0.002 ms (500000 Hz)"));
+    EXPECT_THAT(show("ns"), HasSubstr("  period     0.000 ms (5e+08 Hz)"));
+    EXPECT_THAT(show(""), HasSubstr("; time stamps from Time (no unit, taken as s)\n  time       0.000 to 4.000 s,"));
+    EXPECT_THAT(show("d"), HasSubstr("; time stamps from Time (d)\n"
+                                     "  time       not judged: d is no unit that is known here (s, ms, us or ns)\n"
+                                     "  values     finite\n"));
+    InspectOptions options = Of({MakeForeign({{"Time", "1D", "ms"}, {"v", "2E"}}, 3, BINARY_TBL, fill)});
+    options.csv = true;
+    EXPECT_EQ(Show(options), "time_s,v_0,v_1\n0,0,0\n0.002,0,0\n0.004,0,0\n");
+    MakeForeign({{"Time", "1D", "d"}, {"v", "2E"}}, 3, BINARY_TBL, fill);
+    EXPECT_EQ(Show(options), "Time_d,v_0,v_1\n0,0,0\n2,0,0\n4,0,0\n");
+    options.csv = false;
+    options.json = true;
+    const json found = json::parse(Show(options)).at("files").at(0);
+    EXPECT_EQ(found.at("time"), nullptr);
+    EXPECT_EQ(found.at("time_unit"), "d");
+}
+
+TEST_F(InspectTest, ColumnsOfScalarsAreShownSideBySideWithTheirNames)
+{
+    double stamps[] = {0.0, 2.0, 4.0};
+    double x[] = {1.0, 2.0, 3.0};
+    std::int32_t y[] = {-5, 7, 9};
+    const auto fill = [&](fitsfile* fits, int& status) {
+        fits_write_col(fits, TDOUBLE, 1, 1, 1, 3, x, &status);
+        fits_write_col(fits, TDOUBLE, 2, 1, 1, 3, stamps, &status);
+        fits_write_col(fits, TINT, 4, 1, 1, 3, y, &status);
+    };
+    InspectOptions options =
+        Of({MakeForeign({{"x", "1D"}, {"Time", "1D", "ms"}, {"who", "8A"}, {"y", "1J"}}, 3, BINARY_TBL, fill)});
+    EXPECT_THAT(Show(options),
+                HasSubstr("  table      x, y, 2 columns, 3 rows, numbers of several types read as 32-bit floats; time "
+                          "stamps from Time (ms); 1 of the table's 4 columns left out\n"
+                          "  time       0.000 to 0.004 s, 3 samples\n"));
+    options.statistics = true;
+    EXPECT_TRUE(
+        Show(options).ends_with("  column           min           max          mean           rms     deviation  name\n"
+                                "       0             1             3             2       2.16025      0.816497  x\n"
+                                "       1            -5             9       3.66667       7.18795       6.18241  y\n"))
+        << Show(options);
+    options.json = true;
+    const json found = json::parse(Show(options)).at("files").at(0);
+    EXPECT_EQ(found.at("column_names"), json({"x", "y"}));
+    EXPECT_EQ(found.at("statistics").at(1).at("name"), "y");
+    options.json = options.statistics = false;
+    options.csv = true;
+    EXPECT_EQ(Show(options), "time_s,x,y\n0,1,-5\n0.002,2,7\n0.004,3,9\n");
+    options.columns = "1";
+    EXPECT_EQ(Show(options), "time_s,y\n0,-5\n0.002,7\n0.004,9\n");
+}
+
+TEST_F(InspectTest, AmongScalarsTheTimeIsToldByNameAndThenByUnit)
+{
+    InspectOptions options;
+    options.csv = true;
+    const auto heading = [&](const std::vector<ForeignColumn>& columns) {
+        options.files = {MakeForeign(columns, 1)};
+        const std::string text = Show(options);
+        return text.substr(0, text.find('\n'));
+    };
+    EXPECT_EQ(heading({{"x", "1E"}, {"y", "1E"}}), "x,y");
+    EXPECT_EQ(heading({{"x", "1E"}, {"when", "1D", "us"}}), "time_s,x_0");
+    EXPECT_EQ(heading({{"lag", "1E", "s"}, {"TIMESTAMP", "1D", "s"}, {"y", "1E"}}), "time_s,lag,y");
+    EXPECT_EQ(heading({{"T", "1K"}, {"x", "1E"}}), "time_s,x_0");
+    EXPECT_EQ(heading({{"timely", "1E"}, {"y", "1E"}}), "timely,y");
+    EXPECT_EQ(heading({{"Time", "1D", "s"}, {"v", "2E"}, {"w", "1E"}}), "time_s,v_0,v_1") << "the vector comes first";
+    EXPECT_EQ(heading({{"", "1E"}, {"y", "1E"}}), "column 1,y");
+}
+
+TEST_F(InspectTest, ValuesThatASingleNumberCannotHoldAndThoseThatAreNotDefinedAreNotFinite)
+{
+    double x[] = {1e300, -1e300};
+    std::int32_t y[] = {4, -99};
+    InspectOptions options = Of({MakeForeign({{"x", "1D"}, {"y", "1J"}}, 2, BINARY_TBL, [&](auto* fits, int& status) {
+        std::int64_t undefined = -99;
+        fits_write_key(fits, TLONGLONG, "TNULL2", &undefined, nullptr, &status);
+        fits_write_col(fits, TDOUBLE, 1, 1, 1, 2, x, &status);
+        fits_write_col(fits, TINT, 2, 1, 1, 2, y, &status);
+    })});
+    options.csv = true;
+    EXPECT_EQ(Show(options), "x,y\ninf,4\n-inf,nan\n");
+}
+
+TEST_F(InspectTest, TheFirstTableIsShownWhereverItStands)
+{
+    float v[] = {1, 2, 3, 4};
+    const auto fill = [&v](fitsfile* fits, int& status) {
+        fits_write_col(fits, TFLOAT, 1, 1, 1, 4, v, &status);
+    };
+    InspectOptions options = Of({MakeForeign({{"v", "2E"}}, 2, BINARY_TBL, fill, 3)});
+    EXPECT_THAT(Show(options), HasSubstr("  table      v, 2 columns, 2 rows, 32-bit floats; in extension 3\n"));
+    options.csv = true;
+    EXPECT_EQ(Show(options), "v_0,v_1\n1,2\n3,4\n");
+}
+
+TEST_F(InspectTest, LongColumnsAndLongRowsAreReadWhole)
+{
+    constexpr int MANY = 70'000;
+    std::vector<double> many(MANY);
+    std::iota(many.begin(), many.end(), 0.0);
+    const auto fill = [&many](fitsfile* fits, int& status) {
+        fits_write_col(fits, TDOUBLE, 1, 1, 1, MANY, many.data(), &status);
+    };
+    InspectOptions options = Of({MakeForeign({{"x", "1D"}, {"y", "1D"}}, MANY, BINARY_TBL, fill)});
+    options.csv = true;
+    options.rows = {MANY - 1, std::nullopt};
+    EXPECT_EQ(Show(options), "x,y\n69999,0\n");
+    MakeForeign({{"v", "35000D"}}, 2, BINARY_TBL, fill, 2);
+    options.rows = {1, 2};
+    options.columns = "0,30536,34999";  // the last value of one block and the first of the next are in this row
+    EXPECT_EQ(Show(options), "v_0,v_30536,v_34999\n35000,65536,69999\n");
 }
 
 TEST_F(InspectTest, MoreThanTheMachineHasMemoryForIsRefusedBeforeItIsRead)
