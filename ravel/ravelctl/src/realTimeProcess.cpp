@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <set>
 #include <system_error>
 
 namespace lumo::ravelctl {
@@ -51,6 +53,7 @@ RealTimeProcess::RealTimeProcess(const PlacementOptions& options, const Placemen
         if (was_pinned && m_report.plan.workers.front().cpu < 0) {  // the refused priority is the last thing said
             m_report.refused.back().why += "; without it no CPU is chosen, unless --cpus names them";
         }
+        ExplainLackOfCores(needs, topology);
         LookAtMachine(facts, topology);
     }
 }
@@ -79,6 +82,24 @@ void RealTimeProcess::TryPriorities()
     plan.cycle.priority = std::min(plan.cycle.priority, granted);
     for (Placement& worker : plan.workers) {
         worker.priority = std::min(worker.priority, granted);
+    }
+}
+
+/// Where workers were to have a core each, but there are not enough.
+void RealTimeProcess::ExplainLackOfCores(const PlacementNeeds& needs, const CpuTopology& topology)
+{
+    std::set<int> cores;
+    for (const int cpu : topology.usable) {
+        cores.insert(topology.CoreOf(cpu));
+    }
+    const int num_cores = static_cast<int>(cores.size());
+    const bool are_wanted = m_options.cpus.kind == PlaceChoice::Kind::Auto && m_options.priority != 0;
+    if (are_wanted && needs.num_workers > num_cores) {
+        const bool are_cpus_enough = topology.usable.size() >= static_cast<std::size_t>(needs.num_workers);
+        m_report.refused.push_back({fmt::format("a core for each of {} workers", needs.num_workers),
+                                    fmt::format("there {} {}; no CPU is chosen{}", num_cores == 1 ? "is" : "are",
+                                                num_cores, are_cpus_enough ? ", unless --cpus names them" : ""),
+                                    fmt::format("--workers {}", num_cores)});
     }
 }
 

@@ -51,6 +51,7 @@ public:
 
 private:
     void TryPriorities();
+    void ExplainLackOfCores(const PlacementNeeds& needs, const CpuTopology& topology);
     void LookAtMachine(const MachineFacts& facts, const CpuTopology& topology);
     void LockMemory();
     void Compare(const std::string& who, const Placement& asked, const GrantedPlace& granted);

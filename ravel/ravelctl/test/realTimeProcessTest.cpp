@@ -114,6 +114,27 @@ TEST_F(RealTimeProcessTest, APriorityThatIsRefusedIsSaidOnceAndNotAskedForByTheT
     EXPECT_EQ(m_report.plan.cycle.priority, 0);
 }
 
+TEST_F(RealTimeProcessTest, MoreWorkersThanCoresIsTheReasonForWhichNoCpuIsChosen)
+{
+    m_topology.usable = {0, 1};
+    const std::vector<std::string> lines = Run({}, {3});
+    EXPECT_THAT(lines.front(), HasSubstr("workers on any CPU, priority 50"));
+    EXPECT_THAT(lines, Contains("not granted: a core for each of 3 workers (there are 2; no CPU is chosen); what would "
+                                "allow it: --workers 2"));
+    const auto say_of_cores = Contains(HasSubstr("a core for each"));
+    EXPECT_THAT(Run({}, {2}), Not(say_of_cores));
+    PlacementOptions options;
+    options.cpus.kind = PlaceChoice::Kind::None;
+    EXPECT_THAT(Run(options, {3}), Not(say_of_cores)) << "nobody wanted one";
+    options = {};
+    options.priority = 0;
+    EXPECT_THAT(Run(options, {3}), Not(say_of_cores)) << "it would not help";
+
+    m_topology.usable = {0, 1, 2};
+    m_topology.core_of = {{0, 0}, {1, 0}, {2, 2}};
+    EXPECT_THAT(Run({}, {3}), Contains(HasSubstr("(there are 2; no CPU is chosen, unless --cpus names them)")));
+}
+
 TEST_F(RealTimeProcessTest, ALimitBetweenThePrioritiesLeavesTheCycleTheWorkersOne)
 {
     m_system.highest_priority = 55;
