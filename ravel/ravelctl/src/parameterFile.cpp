@@ -4,8 +4,11 @@
 #include "gains.hpp"
 #include "libraryLoad.hpp"
 #include "outputFile.hpp"
+#include "tableHeader.hpp"
 #include "wholeFile.hpp"
 
+#include <brisk/helper.hpp>
+#include <lumo/mirrorsim/controlModes.hpp>
 #include <lumo/ravelcore/doubleBuffer.hpp>
 #include <lumo/ravelcore/pidFilter.hpp>
 #include <lumo/ravelcore/utils.hpp>
@@ -13,6 +16,8 @@
 #include <fmt/core.h>
 
 #include <cmath>
+#include <cstdint>
+#include <optional>
 
 namespace lumo::ravelctl {
 
@@ -27,6 +32,19 @@ void CheckFinite(const fs::path& file, const std::vector<float>& values)
             throw InputError(
                 fmt::format("{}: expected finite values but element {} is {}", file.string(), i, values[i]));
         }
+    }
+}
+
+/// Of how many modes the file has gains; none where it is not one row of ten per mode.
+std::optional<std::int64_t> CountModesOfGains(const fs::path& file)
+{
+    try {
+        const std::string path = brisk::Helper::FindFile(file.string());
+        const TableHeader header = ReadTableHeader(path.empty() ? file.string() : fs::absolute(path).string());
+        const bool is_of_modes = header.rows == 1 && header.values % ravelcore::NUM_PID_FILTER_PARAMS == 0;
+        return is_of_modes ? std::optional(header.values / ravelcore::NUM_PID_FILTER_PARAMS) : std::nullopt;
+    } catch (const InputError&) {
+        return std::nullopt;  // loading it tells more
     }
 }
 
@@ -51,6 +69,12 @@ std::vector<float> LoadParameterMatrix(const fs::path& file, const std::string& 
 
 std::vector<float> LoadGainsFile(const fs::path& file, int num_modes)
 {
+    const std::int64_t found = CountModesOfGains(file).value_or(0);
+    if (found > 0 && found != num_modes) {
+        throw InputError(fmt::format(
+            "{}: expected gains of the run's {} modes but they are of {}; {}use other gains", file.string(), num_modes,
+            found, found <= mirrorsim::NUM_MODES ? fmt::format("run with --modes {}, or ", found) : std::string()));
+    }
     std::vector<float> params = LoadParameterRow(file, "gains", num_modes * ravelcore::NUM_PID_FILTER_PARAMS);
     try {
         CheckGains(params);

@@ -111,7 +111,8 @@ TEST(ControllerTest, GainsOfAnotherNumberOfModesAreRefusedBeforeAnythingIsWritte
     options.gains = folder / "gains.fits";
     ravelcore::SaveMatrix(options.gains.string(), "gains", 1, 190, std::vector<float>(190, 1.0F));
     EXPECT_EQ(test::ThrownLine<InputError>([&] { RunInProcess(options); }),
-              "Matrix gains (" + options.gains.string() + ") has dimension [1,190], expecting [1,200]");
+              options.gains.string() +
+                  ": expected gains of the run's 20 modes but they are of 19; run with --modes 19, or use other gains");
     EXPECT_FALSE(std::filesystem::exists(options.output));
 }
 

@@ -42,7 +42,18 @@ TEST_F(ParameterFileTest, GainsOfAnotherNumberOfModesAreRefusedWithBoth)
 {
     SaveGainsFile(m_file, m_params);
     EXPECT_EQ(test::ThrownLine<InputError>([this] { LoadGainsFile(m_file, 3); }),
-              "Matrix gains (" + m_file.string() + ") has dimension [1,20], expecting [1,30]");
+              m_file.string() +
+                  ": expected gains of the run's 3 modes but they are of 2; run with --modes 2, or use other gains");
+    SaveGainsFile(m_file, std::vector<float>(20000));
+    EXPECT_THAT(test::ThrownLine<InputError>([this] { LoadGainsFile(m_file, 3); }),
+                testing::EndsWith("they are of 2000; run with --modes 2000, or use other gains"));
+    SaveGainsFile(m_file, std::vector<float>(25000));
+    EXPECT_THAT(test::ThrownLine<InputError>([this] { LoadGainsFile(m_file, 3); }),
+                testing::EndsWith("they are of 2500; use other gains"))
+        << "the mirror has not so many";
+    SaveGainsFile(m_file, std::vector<float>(25));
+    EXPECT_EQ(test::ThrownLine<InputError>([this] { LoadGainsFile(m_file, 2); }),
+              "Matrix gains (" + m_file.string() + ") has dimension [1,25], expecting [1,20]");
 }
 
 TEST_F(ParameterFileTest, GainsWithWhichAChannelCannotWorkAreRefusedWithFileAndMode)
