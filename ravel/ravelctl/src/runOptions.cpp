@@ -2,6 +2,7 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "figureText.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
 
@@ -22,7 +23,7 @@ void CheckTones(const RunOptions& options)
     for (const mirrorsim::Tone& tone : options.tones) {
         CheckRange(name + ": mode", tone.mode, 0, options.modes - 1, "");
         CheckRange(name + ": frequency", tone.frequency_hz, 0.0, 0.5 * options.rate_hz, " Hz");
-        CheckRange(name + ": amplitude", tone.amplitude_um, 0.0, 1000.0, " um");
+        CheckRange(name + ": amplitude", tone.amplitude_um * 1.0e3, 0.0, 1.0e6, " nm");
     }
 }
 
@@ -64,8 +65,8 @@ LoopPlan PlanRun(const RunOptions& options)
     plan.cycles = std::llround(duration_s * options.rate_hz);
     if (plan.cycles < FEWEST_CYCLES || plan.cycles > std::numeric_limits<std::int32_t>::max()) {
         throw InputError(fmt::format("{}: expected {} to {} cycles but {} s at {} Hz are {}", places.Name("--duration"),
-                                     FEWEST_CYCLES, std::numeric_limits<std::int32_t>::max(), duration_s,
-                                     options.rate_hz, plan.cycles));
+                                     FEWEST_CYCLES, std::numeric_limits<std::int32_t>::max(), FormatFigure(duration_s),
+                                     FormatFigure(options.rate_hz), plan.cycles));
     }
     const double open_s = options.open_loop_s.value_or(0.1 * duration_s);
     CheckRange(places.Name("--open-loop"), open_s, 0.0, 0.9 * duration_s, " s");

@@ -143,6 +143,8 @@ TEST(RunOptionsTest, TonesThatTheRunCannotMakeAreRefused)
     RunOptions options;
     options.tones = {{599, 250.0, 1000.0}};
     EXPECT_NO_THROW(PlanRun(options));
+    options.tones = {{1, 2.0, 2000.0}};
+    EXPECT_EQ(Refusal(options), "--tone: amplitude: expected 0 to 1000000 nm but got 2000000") << "as they are typed";
 }
 
 }  // namespace
