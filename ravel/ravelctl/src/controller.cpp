@@ -6,8 +6,10 @@
 #include "matrixStore.hpp"
 #include "outputFile.hpp"
 #include "parameterFile.hpp"
+#include "passingFolder.hpp"
 #include "resources.hpp"
 #include "runConfig.hpp"
+#include "runFiles.hpp"
 #include "statusLine.hpp"
 #include "version.hpp"
 #include "wholeFile.hpp"
@@ -103,9 +105,6 @@ void Controller::Configure()
     const Working working(*this, "checking what the run needs");
     PlanTheRun();
     PlaceThreads();
-    if (m_options.output.empty()) {
-        m_options.output = fmt::format("ravelctl-{:%Y%m%dT%H%M%SZ}", UtcNow());
-    }
     if (m_options.matrices.empty()) {
         m_options.matrices = DefaultMatrixFolder();
     }
@@ -205,7 +204,7 @@ void Controller::CheckLogLevels() const
     }
 }
 
-void Controller::CheckResources() const
+void Controller::CheckResources()
 {
     const auto modes = static_cast<std::uint64_t>(m_options.modes);
     const std::uint64_t recorded = m_recording_plan.BytesToRecord(m_options.modes, m_options.workers);
@@ -225,10 +224,13 @@ void Controller::CheckResources() const
                             FormatBytes(recorded), FormatBytes(saving)),
                 "run for a shorter time or with fewer modes, or record less with --record, --record-decimation or "
                 "--record-last");
-    RefuseFolderOf("a qualification", "qualify.json", m_options.output);  // whose page would be replaced
-    constexpr std::uint64_t HEADERS = 2'000'000;                          // of the files, the summary and the page
+    if (m_options.output.empty()) {
+        m_options.output = MakeNewFolder(fmt::format("ravelctl-{:%Y%m%dT%H%M%SZ}", UtcNow()));
+    }
+    CheckRunFolder(m_options, m_script);
+    constexpr std::uint64_t HEADERS = 2'000'000;  // of the files, the summary and the page
     const std::uint64_t gains = (1 + m_script.size()) * modes * ravelcore::NUM_PID_FILTER_PARAMS * sizeof(float);
-    PrepareOutputFolder(m_options.output, m_options.overwrite, recorded + gains + HEADERS, "the recordings",
+    PrepareOutputFolder(m_options.output, recorded + gains + HEADERS, "the recordings",
                         "run for a shorter time or with fewer modes");
 }
 
@@ -311,9 +313,6 @@ void Controller::Start()
     m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
     m_cycle_thread->StartThread();
-    if (m_options.overwrite) {
-        RemoveOldRun(m_options.output);  // what runs now will be saved; the script may save from here on
-    }
     if (m_script_player) {
         m_script_player->StartThread();
     }
@@ -463,7 +462,9 @@ void Controller::Save()
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
     try {
+        const std::vector<std::filesystem::path> old_files = ListFilesOfOldRun(m_options.output);
         WriteSummary(m_report, m_options.output / summary);
+        RemoveStaleFiles(m_options.output, old_files, m_report.files);  // not before: this run could be killed
     } catch (const std::exception& e) {
         m_report.files.pop_back();
         m_report.problems.emplace_back(e.what());

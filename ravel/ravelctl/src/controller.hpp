@@ -72,7 +72,7 @@ private:
     void Say(const std::string& line);
     void PlanTheRun();
     void CheckLogLevels() const;
-    void CheckResources() const;
+    void CheckResources();
     void MakeGains();
     void MakeTasks();
     void MakeLoop();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -76,6 +77,23 @@ void MakeFolders(const fs::path& folder, std::error_code& error)
     if (!error) {
         folders.made.insert(folders.made.end(), missing.rbegin(), missing.rend());
     }
+}
+
+fs::path MakeNewFolder(const std::string& stem)
+{
+    Folders& folders = GetFolders();
+    const std::lock_guard lock(folders.mutex);
+    std::error_code error;
+    fs::path folder = stem;
+    for (int number = 2; !fs::create_directory(folder, error); ++number) {  // in one step: others choose names as well
+        std::error_code ignored;
+        if (!fs::exists(fs::symlink_status(folder, ignored))) {
+            return folder;
+        }
+        folder = stem + "-" + std::to_string(number);
+    }
+    folders.made.push_back(fs::absolute(folder));
+    return folder;
 }
 
 void EndWithoutPassingFolders(int status, const std::string& line)

@@ -30,6 +30,11 @@ private:
 /// ends through EndWithoutPassingFolders, what was made here goes again if it is still empty. Thread: any slow one.
 void MakeFolders(const std::filesystem::path& folder, std::error_code& error);
 
+/// Makes a folder that was not there: of the name `stem`, or of that name with -2, -3 and so on where others have it.
+/// It goes as one of MakeFolders does. Where none can be made it gives the name with which that was tried, for
+/// MakeFolders to say why. Thread: any slow one.
+std::filesystem::path MakeNewFolder(const std::string& stem);
+
 /// Removes every passing folder and every empty folder of MakeFolders, writes `line` to standard error and ends the
 /// process with `status`, at once: nothing is destroyed. Other threads may be in the middle of writing; none of them
 /// can finish a file or complain any more. Thread: any, but no signal handler.

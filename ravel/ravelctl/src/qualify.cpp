@@ -4,6 +4,7 @@
 #include "error.hpp"
 #include "htmlReport.hpp"
 #include "longWork.hpp"
+#include "passingFolder.hpp"
 #include "progressText.hpp"
 #include "qualifyLoop.hpp"
 #include "qualifyPage.hpp"
@@ -197,7 +198,12 @@ void PrepareOutput(const QualifyOptions& options)
             options.output.string()));
     }
     RefuseFolderOf("a run", "summary.json", options.output);  // whose page would be replaced
-    PrepareOutputFolder(options.output, true, MOST_BYTES, "the figures and their page", "choose another folder");
+    if (!options.overwrite && fs::exists(options.output / PAGE_NAME, ignored)) {
+        throw InputError(
+            fmt::format("--output: {} holds a {} already; choose another folder, or replace it with --overwrite",
+                        options.output.string(), PAGE_NAME));
+    }
+    PrepareOutputFolder(options.output, MOST_BYTES, "the figures and their page", "choose another folder");
 }
 
 /// Notes a file that `write` writes, or what went wrong. The file is noted first: it lists itself.
@@ -250,16 +256,16 @@ QualifyReport Qualify(const QualifyOptions& options, const QualifyStop& stop, st
 {
     QualifyReport report;
     report.options = options;
-    const std::tm now = fmt::gmtime(std::time(nullptr));
-    if (options.output.empty()) {
-        report.options.output = fmt::format("ravelctl-qualify-{:%Y%m%dT%H%M%SZ}", now);
-    }
     const CpuTopology topology = FindCpuTopology();
     report.plan = PlanQualification(options, topology);
     report.version = VERSION;
     report.blas = DescribeBlas();
     CheckMemory(report.plan.memory_bytes, fmt::format("matrices and figures of {} cycles", report.plan.most_cycles),
                 "ask for a smaller matrix, fewer workers or fewer cycles");
+    if (options.output.empty()) {
+        const std::tm now = fmt::gmtime(std::time(nullptr));
+        report.options.output = MakeNewFolder(fmt::format("ravelctl-qualify-{:%Y%m%dT%H%M%SZ}", now));
+    }
     PrepareOutput(report.options);
     if (!options.quiet) {
         out << fmt::format("ravelctl {}: {}\n{}\n", VERSION, report.blas, Describe(options, report.plan)) << std::flush;

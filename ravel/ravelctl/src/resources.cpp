@@ -5,7 +5,6 @@
 #include "passingFolder.hpp"
 
 #include <fmt/core.h>
-#include <nlohmann/json.hpp>
 #include <sched.h>
 
 #include <algorithm>
@@ -33,7 +32,7 @@ bool CanWrite(const fs::path& folder)
 
 }  // namespace
 
-void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t needed_bytes, const std::string& what,
+void PrepareOutputFolder(const fs::path& folder, std::uint64_t needed_bytes, const std::string& what,
                          const std::string& remedy)
 {
     std::error_code error;
@@ -41,12 +40,6 @@ void PrepareOutputFolder(const fs::path& folder, bool overwrite, std::uint64_t n
     if (error || !fs::is_directory(folder)) {
         throw InputError(fmt::format("--output: cannot make the folder {}: {}; choose another", folder.string(),
                                      error ? error.message() : "something else has that name"));
-    }
-    if (!overwrite && fs::exists(folder / "summary.json", error)) {
-        throw InputError(
-            fmt::format("--output: {} holds a run already; choose another folder, or replace that run with "
-                        "--overwrite",
-                        folder.string()));
     }
     const fs::space_info space = fs::space(folder, error);
     if (!error && space.available < needed_bytes) {
@@ -67,27 +60,6 @@ void RefuseFolderOf(const char* what, const char* file, const fs::path& folder)
             fmt::format("--output: expected a folder of its own but {} holds {} ({}); choose another folder",
                         folder.string(), what, file));
     }
-}
-
-void RemoveOldRun(const fs::path& folder)
-{
-    const fs::path summary = folder / "summary.json";
-    std::ifstream stream(summary);
-    const nlohmann::json old = nlohmann::json::parse(stream, nullptr, false);
-    std::error_code ignored;
-    if (old.is_object() && old.contains("files") && old["files"].is_array()) {
-        for (const nlohmann::json& name : old["files"]) {
-            const fs::path file = name.is_string() ? fs::path(name.get<std::string>()) : fs::path();
-            const bool is_inside = file.is_relative() && std::find(file.begin(), file.end(), "..") == file.end();
-            if (!file.empty() && is_inside) {
-                fs::remove(folder / file, ignored);
-                if (file.has_parent_path()) {
-                    fs::remove(folder / file.parent_path(), ignored);  // a folder of a script, once it is empty
-                }
-            }
-        }
-    }
-    fs::remove(summary, ignored);
 }
 
 void CheckMemory(std::uint64_t needed_bytes, const std::string& what, const std::string& remedy)

@@ -7,19 +7,15 @@
 
 namespace lumo::ravelctl {
 
-/// Makes the folder of a command's files and checks that they fit: it can be written to, it holds no run (unless that
-/// is to be replaced), and the `needed_bytes` of `what` are free. Failure: InputError that says what stands in the way
-/// and what to do (`remedy`, besides freeing space); an empty folder may be left behind.
-void PrepareOutputFolder(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes,
-                         const std::string& what, const std::string& remedy);
+/// Makes the folder of a command's files and checks that they fit: it can be written to, and the `needed_bytes` of
+/// `what` are free. Failure: InputError that says what stands in the way and what to do (`remedy`, besides freeing
+/// space); an empty folder may be left behind.
+void PrepareOutputFolder(const std::filesystem::path& folder, std::uint64_t needed_bytes, const std::string& what,
+                         const std::string& remedy);
 
 /// Refuses a folder that holds `file`, the sign of something else (`what`) whose files would be replaced.
 /// Failure: InputError.
 void RefuseFolderOf(const char* what, const char* file, const std::filesystem::path& folder);
-
-/// Removes the run that the folder holds: what its summary names, and the summary. What somebody else has put there
-/// stays. Never throws: what cannot be removed is replaced or stays.
-void RemoveOldRun(const std::filesystem::path& folder);
 
 /// Checks that the machine has `needed_bytes` of memory to spare for `what`. Failure: InputError with both figures
 /// and what to do (`remedy`).

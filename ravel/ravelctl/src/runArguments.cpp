@@ -178,6 +178,7 @@ int CountWorkers(const RunArguments& arguments)
 RunOptions ReadRunOptions(const RunArguments& arguments)
 {
     RunOptions options = arguments.options;
+    options.config = arguments.config;
     options.workers = CountWorkers(arguments);
     if (!arguments.tones.empty()) {
         options.tones.clear();  // of the file

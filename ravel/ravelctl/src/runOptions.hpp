@@ -48,6 +48,7 @@ struct RunOptions
     static constexpr double DEFAULT_DURATION_S = 20.0;
     static constexpr int MOST_WORKERS = 256;
 
+    std::filesystem::path config;  // file that says the rest; none where it is empty
     int modes = 600;
     double rate_hz = 500.0;
     std::optional<double> duration_s;   // the default above, or as long as what is played, where it is not given

@@ -43,7 +43,7 @@ void PrepareOutput(const TuneOptions& options)
         }
     }
     constexpr std::uint64_t MOST_BYTES = 3'000'000;
-    PrepareOutputFolder(options.output, true, MOST_BYTES, "the gains and their figures", "choose another folder");
+    PrepareOutputFolder(options.output, MOST_BYTES, "the gains and their figures", "choose another folder");
 }
 
 std::string DescribeDisturbance(const Tuning& tuning, const RunFolder& run)

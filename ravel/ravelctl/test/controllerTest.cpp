@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 #include <sstream>
 
 namespace lumo::ravelctl {
@@ -332,6 +333,30 @@ TEST(ControllerTest, AReplacedRunLeavesNothingBehind)
     const FinishedRun run = RunInProcess(options);
     EXPECT_FALSE(std::filesystem::exists(folder / "run" / "pact.fits"));
     EXPECT_EQ(run.report.files, test::FilesOfRun());
+}
+
+TEST(ControllerTest, TheRunThatIsReplacedIsWholeUntilTheNewOneIsSaved)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.record.pact = true;
+    RunInProcess(options);
+    std::map<std::string, std::string> before;
+    for (const auto& entry : std::filesystem::directory_iterator(options.output)) {
+        before[entry.path().filename().string()] = test::ReadBytes(entry.path());
+    }
+    options.record.pact = false;
+    options.overwrite = true;
+    {
+        std::ostringstream out;
+        Controller killed(options, out);
+        killed.Configure();
+        killed.Start();
+        killed.Stop();
+    }
+    for (const auto& [name, bytes] : before) {
+        EXPECT_TRUE(test::ReadBytes(options.output / name) == bytes) << name;
+    }
 }
 
 TEST(ControllerTest, AStartThatFailsTakesNothingFromTheRunThatItWouldReplace)

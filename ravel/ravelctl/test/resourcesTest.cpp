@@ -18,16 +18,16 @@ using testing::HasSubstr;
 
 constexpr std::uint64_t TOO_MUCH = std::numeric_limits<std::uint64_t>::max() / 2;
 
-void Prepare(const std::filesystem::path& folder, bool overwrite, std::uint64_t needed_bytes)
+void Prepare(const std::filesystem::path& folder, std::uint64_t needed_bytes)
 {
-    PrepareOutputFolder(folder, overwrite, needed_bytes, "the figures", "measure less");
+    PrepareOutputFolder(folder, needed_bytes, "the figures", "measure less");
 }
 
 TEST(ResourcesTest, PrepareOutputFolderMakesTheFolderAndItsParentsAndLeavesNothingElse)
 {
     const test::TestFolder folder;
     const std::filesystem::path output = folder / "a" / "b";
-    Prepare(output, false, 1000);
+    Prepare(output, 1000);
     EXPECT_TRUE(std::filesystem::is_directory(output));
     EXPECT_TRUE(std::filesystem::is_empty(output));
 }
@@ -38,7 +38,7 @@ TEST(ResourcesTest, AFolderThatCannotBeMadeIsRefused)
     test::WriteBytes(folder / "file", "x");
     for (const std::filesystem::path& output :
          {folder / "file", folder / "file" / "below", std::filesystem::path("/proc/ravelctl-test")}) {
-        const std::string line = ThrownLine<InputError>([&] { Prepare(output, false, 1); });
+        const std::string line = ThrownLine<InputError>([&] { Prepare(output, 1); });
         EXPECT_THAT(line, HasSubstr("--output: cannot make the folder " + output.string()));
         EXPECT_THAT(line, HasSubstr("choose another"));
     }
@@ -47,7 +47,7 @@ TEST(ResourcesTest, AFolderThatCannotBeMadeIsRefused)
 TEST(ResourcesTest, AFolderIntoWhichNothingCanBeWrittenIsRefused)
 {
     // Not even root makes files there.
-    const std::string line = ThrownLine<InputError>([] { Prepare("/proc/self", false, 0); });
+    const std::string line = ThrownLine<InputError>([] { Prepare("/proc/self", 0); });
     EXPECT_THAT(line, HasSubstr("--output"));
     EXPECT_THAT(line, HasSubstr("/proc/self"));
 }
@@ -62,55 +62,13 @@ TEST(ResourcesTest, AFolderThatHoldsSomethingElseIsRefused)
     EXPECT_THAT(line, HasSubstr(folder.GetPath().string() + " holds a qualification (qualify.json); choose another"));
 }
 
-TEST(ResourcesTest, AFolderThatHoldsARunIsRefusedUnlessItIsToBeReplaced)
-{
-    const test::TestFolder folder;
-    test::WriteBytes(folder / "summary.json", "{}");
-    const std::string line = ThrownLine<InputError>([&] { Prepare(folder.GetPath(), false, 1); });
-    EXPECT_THAT(line, HasSubstr("holds a run already"));
-    EXPECT_THAT(line, HasSubstr("--overwrite"));
-    EXPECT_NO_THROW(Prepare(folder.GetPath(), true, 1));
-    EXPECT_EQ(test::ReadBytes(folder / "summary.json"), "{}");
-}
-
 TEST(ResourcesTest, ADiskThatIsTooFullIsRefusedWithBothFigures)
 {
     const test::TestFolder folder;
-    const std::string line = ThrownLine<InputError>([&] { Prepare(folder.GetPath(), false, TOO_MUCH); });
+    const std::string line = ThrownLine<InputError>([&] { Prepare(folder.GetPath(), TOO_MUCH); });
     EXPECT_THAT(line, testing::StartsWith("--output: the figures need " + FormatBytes(TOO_MUCH) + " but " +
                                           folder.GetPath().string() + " has "));
     EXPECT_THAT(line, testing::EndsWith(" free; free some space, or measure less"));
-}
-
-TEST(ResourcesTest, OfAReplacedRunNothingStaysAndOfAnythingElseEverything)
-{
-    const test::TestFolder folder;
-    const auto& run = folder.GetPath();
-    std::filesystem::create_directory(run / "first");
-    for (const char* name : {"modes_in.fits", "es.fits", "first/es.fits", "notes.txt"}) {
-        test::WriteBytes(run / name, "x");
-    }
-    const test::TestFolder elsewhere;
-    test::WriteBytes(elsewhere / "kept", "x");
-    test::WriteBytes(run / "summary.json",
-                     "{\"files\": [\"modes_in.fits\", \"es.fits\", \"first/es.fits\", \"gone\", \"\", "
-                     "7, \"../" +
-                         elsewhere.GetPath().filename().string() + "/kept\", \"" + (elsewhere / "kept").string() +
-                         "\"]}");
-    RemoveOldRun(run);
-    EXPECT_EQ(folder.CountEntries(), 1U);
-    EXPECT_TRUE(std::filesystem::exists(run / "notes.txt"));
-    EXPECT_TRUE(std::filesystem::exists(elsewhere / "kept"));
-}
-
-TEST(ResourcesTest, AFolderWithoutASummaryOrWithABrokenOneKeepsItsFiles)
-{
-    const test::TestFolder folder;
-    test::WriteBytes(folder / "notes.txt", "x");
-    RemoveOldRun(folder.GetPath());
-    test::WriteBytes(folder / "summary.json", "{\"files\": [");
-    RemoveOldRun(folder.GetPath());
-    EXPECT_EQ(folder.CountEntries(), 1U);
 }
 
 TEST(ResourcesTest, MoreMemoryThanThereIsIsRefusedWithBothFigures)
