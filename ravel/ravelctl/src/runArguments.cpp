@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 
 namespace lumo::ravelctl {
@@ -29,12 +30,18 @@ auto Named(const char* option, const Parse& parse)
     }
 }
 
+/// What takes back the value that a file gives an option, which then is not given.
+constexpr const char* NONE = "none";
+
 /// Without a number the option means the default.
-double ReadRecordLast(const std::string& text)
+std::optional<double> ReadRecordLast(const std::string& text)
 {
     constexpr double DEFAULT_S = 10.0;
     if (text.empty()) {
         return DEFAULT_S;
+    }
+    if (text == NONE) {
+        return std::nullopt;
     }
     char* end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
@@ -43,6 +50,21 @@ double ReadRecordLast(const std::string& text)
             fmt::format("--record-last: expected seconds but got {}; without a number, put it last", text));
     }
     return seconds;
+}
+
+/// Seconds, or NONE.
+void AddOptionalSeconds(CLI::App& run, const char* name, std::optional<double>& seconds, const char* description)
+{
+    const auto read = [name, &seconds](const std::string& text) {
+        char* end = nullptr;
+        seconds = std::strtod(text.c_str(), &end);
+        if (text == NONE) {
+            seconds.reset();
+        } else if (text.empty() || *end != '\0') {
+            throw InputError(fmt::format("{}: expected seconds or none but got '{}'", name, text));
+        }
+    };
+    run.add_option_function<std::string>(name, read, description)->type_name("S");
 }
 
 /// What goes into the run and comes out of it beside the modes.
@@ -82,16 +104,15 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
     RunOptions& options = arguments.options;
     run.add_option("CONFIG", arguments.config,
                    "File of options, as ravelctl config prints one; options given here override it, "
-                   "flags too, as --quiet=false does a true")
+                   "flags too, as --quiet=false does a true, and the word none takes the value of --duration, "
+                   "--open-loop, --record-last or --tone back")
         ->type_name(FILE_VALUE);
     run.add_option("--modes", options.modes, "Control modes, 1 to 2390, the least stiff ones")->capture_default_str();
     run.add_option("--rate", options.rate_hz, "Cycle rate in Hz, 1 to 5000")->type_name("HZ")->capture_default_str();
-    run.add_option("--duration", options.duration_s,
-                   "Length of the run in seconds, open loop included [20, or as long as what is played]")
-        ->type_name("S");
-    run.add_option("--open-loop", options.open_loop_s,
-                   "Seconds at the beginning with the loop open [a tenth of the duration]")
-        ->type_name("S");
+    AddOptionalSeconds(run, "--duration", options.duration_s,
+                       "Length of the run in seconds, open loop included [20, or as long as what is played]");
+    AddOptionalSeconds(run, "--open-loop", options.open_loop_s,
+                       "Seconds at the beginning with the loop open [a tenth of the duration]");
     run.add_option("--workers", arguments.workers, "Worker threads; each controls a slice of the modes [2]");
     run.add_option("--seed", options.seed, "Seed of everything random; equal seeds give equal bits")
         ->check(CheckNotNegative)
@@ -183,7 +204,8 @@ RunOptions ReadRunOptions(const RunArguments& arguments)
     if (!arguments.tones.empty()) {
         options.tones.clear();  // of the file
     }
-    for (const std::string& tone : arguments.tones) {
+    const bool are_none = arguments.tones == std::vector<std::string>{NONE};
+    for (const std::string& tone : are_none ? std::vector<std::string>() : arguments.tones) {
         options.tones.push_back(Named("--tone", [&tone] { return ParseTone(tone); }));
     }
     if (!arguments.record.empty()) {

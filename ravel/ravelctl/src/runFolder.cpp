@@ -10,6 +10,7 @@
 #include <lumo/ravelcore/utils.hpp>
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -96,8 +97,7 @@ void RunFolder::ReadSummary()
     summary.at("modes").get_to(m_modes);
     summary.at("rate_hz").get_to(m_rate_hz);
     const nlohmann::json& recorded = summary.at("recorded");
-    const auto what = recorded.at("what").get<std::vector<std::string>>();
-    m_recorded_modes = std::find(what.begin(), what.end(), "modes") != what.end();
+    recorded.at("what").get_to(m_recorded);
     recorded.at("decimation").get_to(m_decimation);
     if (!recorded.at("last_s").is_null()) {
         m_last_s = recorded.at("last_s").get<double>();
@@ -198,21 +198,31 @@ void RunFolder::RefuseRecording(const std::string& name, const std::string& flaw
 /// Why a recording does not hold every cycle, and what to do.
 std::string RunFolder::FindReason() const
 {
-    const std::string config = (m_folder / "config.toml").string();
-    if (!m_recorded_modes) {
-        return fmt::format("the modes were not recorded; repeat the run with modes among its --record ({})", config);
+    if (std::find(m_recorded.begin(), m_recorded.end(), "modes") == m_recorded.end()) {
+        return fmt::format("the modes were not recorded; repeat the run: {}", RecordEveryCycle());
     }
     if (m_decimation > 1) {
-        return fmt::format("one in {} was recorded; repeat the run without --record-decimation ({})", m_decimation,
-                           config);
+        return fmt::format("one in {} was recorded; repeat the run: {}", m_decimation, RecordEveryCycle());
     }
     if (m_last_s) {
-        return fmt::format("the last {} s were kept; repeat the run without --record-last ({})", *m_last_s, config);
+        return fmt::format("the last {} s were kept; repeat the run: {}", *m_last_s, RecordEveryCycle());
     }
+    const std::string config = (m_folder / "config.toml").string();
     if (m_saved_meanwhile) {
         return fmt::format("a save of the script began it anew; repeat the run without that save ({})", config);
     }
     return fmt::format("the file is not as the run left it; repeat the run ({})", config);
+}
+
+/// The command that repeats the run and records its modes in every cycle, besides what it recorded.
+std::string RunFolder::RecordEveryCycle() const
+{
+    std::string command = fmt::format("ravelctl run {}", (m_folder / "config.toml").string());
+    if (std::find(m_recorded.begin(), m_recorded.end(), "modes") == m_recorded.end()) {
+        command += fmt::format(" --record modes{}{}", m_recorded.empty() ? "" : ",", fmt::join(m_recorded, ","));
+    }
+    command += m_decimation > 1 ? " --record-decimation 1" : "";
+    return command + (m_last_s ? " --record-last none" : "");
 }
 
 std::vector<GainsInForce> RunFolder::LoadGains() const

@@ -80,6 +80,7 @@ private:
     void CheckSummary() const;
     [[noreturn]] void RefuseRecording(const std::string& name, const std::string& flaw) const;
     std::string FindReason() const;
+    std::string RecordEveryCycle() const;
 
     std::filesystem::path m_folder;
     std::int64_t m_cycles = 0;
@@ -91,7 +92,7 @@ private:
     std::int64_t m_before_redefinition = 0;
     bool m_was_played = false;
     std::optional<double> m_surface_nm;
-    bool m_recorded_modes = false;
+    std::vector<std::string> m_recorded;
     int m_decimation = 1;
     std::optional<double> m_last_s;
     bool m_saved_meanwhile = false;

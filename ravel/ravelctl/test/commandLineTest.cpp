@@ -230,6 +230,19 @@ TEST(CommandLineTest, OptionsOverrideTheFileAndTheFileTheDefaults)
     EXPECT_EQ(NameRecorded(overridden.record), std::vector<std::string>{"pact"});
 }
 
+TEST(CommandLineTest, NoneTakesBackWhatTheFileGives)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[run]\nduration = 3.0\nopen_loop = 0.5\ntones = [\"1:2:3\"]\n[record]\nlast = 2.0\n");
+    const RunOptions options =
+        ParseRun({file, "--duration", "none", "--open-loop", "none", "--tone", "none", "--record-last", "none"});
+    EXPECT_EQ(options.duration_s, std::nullopt);
+    EXPECT_EQ(options.open_loop_s, std::nullopt);
+    EXPECT_EQ(options.record.last_s, std::nullopt);
+    EXPECT_TRUE(options.tones.empty());
+}
+
 TEST(CommandLineTest, WhatTheCommandLineSaysIsNoLongerSaidByTheFile)
 {
     const test::TestFolder folder;
@@ -493,6 +506,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{{"run", "--rate", "fast"}, "--rate: expected a number but got fast"},
         BadLine{{"run", "--seed", "-1"}, "expected 0 or above but got -1"},
         BadLine{{"run", "--modes", "1", "--modes", "2"}, "--modes"},
+        BadLine{{"run", "--duration", "soon"}, "--duration: expected seconds or none but got 'soon'"},
+        BadLine{{"run", "--open-loop", "2s"}, "--open-loop: expected seconds or none but got '2s'"},
+        BadLine{{"run", "--open-loop", ""}, "--open-loop: expected seconds or none but got ''"},
+        BadLine{{"run", "--tone", "none", "--tone", "1:2:3"}, "but got none"},
         BadLine{{"run", "--tone", "5:2"}, "--tone: expected MODE:HZ:NM"},
         BadLine{{"run", "--tone", "5:2:3:4"}, "but got 5:2:3:4"},
         BadLine{{"run", "--tone", "5:2:3nm"}, "but got 5:2:3nm"},

@@ -219,9 +219,9 @@ TEST_F(RunFolderTest, ARecordingThatLacksCyclesIsRefusedWithTheReasonAndTheRemed
 {
     const std::string file = (m_folder / "modes_in.fits").string();
     const auto expected = [&](const std::string& flaw, const std::string& reason) {
-        return file + ": expected each of the run's 3 cycles but " + flaw + ": " + reason + " (" +
-               (m_folder / "config.toml").string() + ")";
+        return file + ": expected each of the run's 3 cycles but " + flaw + ": " + reason;
     };
+    const std::string repeat = "; repeat the run: ravelctl run " + (m_folder / "config.toml").string();
     const auto refusal = [this](const json& recorded) {
         m_summary["recorded"].update(recorded);
         WriteSummary();
@@ -229,12 +229,12 @@ TEST_F(RunFolderTest, ARecordingThatLacksCyclesIsRefusedWithTheReasonAndTheRemed
     };
     Save("modes_in", 2, 2, {1.0F, 2.0F, 3.0F, 4.0F}, {0.01, 0.02});
     EXPECT_EQ(refusal({{"last_s", 0.02}}),
-              expected("it has 2 rows", "the last 0.02 s were kept; repeat the run without --record-last"));
-    EXPECT_EQ(refusal({{"decimation", 3}}),
-              expected("it has 2 rows", "one in 3 was recorded; repeat the run without --record-decimation"));
+              expected("it has 2 rows", "the last 0.02 s were kept" + repeat + " --record-last none"));
+    EXPECT_EQ(refusal({{"decimation", 3}}), expected("it has 2 rows", "one in 3 was recorded" + repeat +
+                                                                          " --record-decimation 1 --record-last none"));
     fs::remove(file);
-    EXPECT_EQ(refusal({{"what", {"es"}}}),
-              expected("it is not there", "the modes were not recorded; repeat the run with modes among its --record"));
+    EXPECT_EQ(refusal({{"what", {"es", "pact"}}, {"decimation", 1}, {"last_s", nullptr}}),
+              expected("it is not there", "the modes were not recorded" + repeat + " --record modes,es,pact"));
 }
 
 TEST_F(RunFolderTest, TheLastSecondsThatAreTheWholeRunAreEveryCycle)
