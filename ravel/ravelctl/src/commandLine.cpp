@@ -75,13 +75,13 @@ std::vector<std::string> ReverseWords(int argc, const char* const* argv)
     return words;
 }
 
-/// A parser that knows every command. It writes into what stands here; `run` and `qualify` are what is meant where a
-/// run or a qualification is told nothing.
+/// A parser that knows every command. It writes into what stands here; `run`, `qualify` and `tune` are what is meant
+/// where a run, a qualification or a tuning is told nothing.
 class Parser
 {
 public:
-    explicit Parser(RunArguments run = {}, QualifyOptions qualify = {})
-        : m_run(std::move(run)), m_qualify(std::move(qualify))
+    explicit Parser(RunArguments run = {}, QualifyOptions qualify = {}, TuneOptions tune = {})
+        : m_run(std::move(run)), m_tune(std::move(tune)), m_qualify(std::move(qualify))
     {
         m_app.set_help_flag("-h,--help", "Print this help and leave");
         m_app.set_version_flag("--version", VersionText, "Print version and BLAS and leave");
@@ -121,10 +121,11 @@ public:
             [this] { return ReadReplayOptions(m_replay); });
         Add(
             "tune", "Propose gains that leave less of what a run recorded",
-            [this](CLI::App& command) { AddTuneOptions(command, m_tune); }, [this] { return m_tune; });
+            [this](CLI::App& command) { AddTuneOptions(command, m_tune); }, [this] { return ReadTuneOptions(m_tune); });
         Add(
             "qualify", "Load and time the processors, as the loop would",
-            [this](CLI::App& command) { AddQualifyOptions(command, m_qualify); }, [this] { return m_qualify; });
+            [this](CLI::App& command) { AddQualifyOptions(command, m_qualify); },
+            [this] { return ReadQualifyOptions(m_qualify); });
         Add(
             "doctor", "List what this machine has for real-time work, and what would help",
             [this](CLI::App& command) { AddDoctorOptions(command, m_doctor); }, [this] { return m_doctor; });
@@ -151,7 +152,13 @@ public:
     bool IsAbout(const std::string& command) const { return m_app.got_subcommand(command); }
 
     /// The file of a run's options that the command is given.
-    const std::filesystem::path& GetConfig() const { return IsAbout("qualify") ? m_qualify.config : m_run.config; }
+    const std::filesystem::path& GetConfig() const
+    {
+        if (IsAbout("tune")) {
+            return m_tune.config;
+        }
+        return IsAbout("qualify") ? m_qualify.config : m_run.config;
+    }
 
     /// The options of the command that was parsed.
     Command Read() const { return m_reads.at(m_app.get_subcommands().front()->get_name())(); }
@@ -165,6 +172,7 @@ private:
                 if (option->count() > 0) {
                     m_run.options.places.Forget("--" + name);
                     m_qualify.places.Forget("--" + name);
+                    m_tune.places.Forget("--" + name);
                 }
             }
         }
@@ -219,18 +227,23 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
     }
     RunArguments from_file;
     QualifyOptions qualify_for;
+    TuneOptions tune_as;
     if (!parser.GetConfig().empty()) {
         LoadConfig(parser.GetConfig(), from_file);
     }
     if (parser.IsAbout("qualify")) {
         QualifyFor(from_file, qualify_for);
     }
-    Parser over_file(from_file, qualify_for);
+    TuneAs(from_file.options, tune_as);
+    Parser over_file(from_file, qualify_for, tune_as);
     over_file.Parse(argc, argv);  // once more, over what the file says
     Command command = over_file.Read();
     if (parser.IsAbout("config")) {
-        const RunOptions& options = std::get<RunOptions>(command);
+        RunOptions& options = std::get<RunOptions>(command);
         PlanRun(options);  // what it prints can be run
+        for (std::filesystem::path* const path : ListInputs(options)) {
+            *path = path->empty() ? *path : std::filesystem::absolute(*path);  // wherever what it prints is put
+        }
         out << FormatConfig(options);
         CheckPrinted(out);
         return EXIT_OK;

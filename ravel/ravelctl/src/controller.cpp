@@ -494,20 +494,28 @@ void Controller::SaveGains(std::int64_t before_cycle, const std::string& name, c
     }
 }
 
-/// What repeats this run, from any folder and into another one.
+/// What repeats this run into another folder: every option in force. What lies in the output folder it names as seen
+/// from there, so that the folder can be moved.
 void Controller::SaveConfig()
 {
     RunOptions options = m_options;
     options.output.clear();
     options.overwrite = false;
-    for (std::filesystem::path* path : {&options.matrices, &options.script, &options.play.es, &options.play.pact,
-                                        &options.inject.file, &options.log_config}) {
-        if (!path->empty()) {
-            *path = std::filesystem::absolute(*path);
-        }
+    options.open_loop_s = options.open_loop_s.value_or(m_plan.TimeOf(m_plan.open_cycles));
+    if (m_plan.paced) {  // otherwise there are none
+        options.placement.cycle_priority = CyclePriorityOf(m_options.placement, true);
+        options.placement.priority = PriorityOf(m_options.placement, true);
     }
     if (!options.gains.empty()) {
-        options.gains = std::filesystem::absolute(m_options.output / "gains.fits");  // the run's own: others may change
+        options.gains = m_options.output / "gains.fits";  // the run's own: others may change
+    }
+    const std::filesystem::path folder = std::filesystem::absolute(m_options.output).lexically_normal();
+    for (std::filesystem::path* const path : ListInputs(options)) {
+        if (!path->empty()) {
+            *path = std::filesystem::absolute(*path).lexically_normal();
+            const std::filesystem::path below = path->lexically_relative(folder);
+            *path = below.empty() || *below.begin() == ".." ? *path : below;
+        }
     }
     const std::string name = "config.toml";
     try {

@@ -16,6 +16,18 @@ public:
     /// The command line has said it after all.
     void Forget(const std::string& option) { m_places.erase(option); }
 
+    /// Whether a file says the option, and not the command line.
+    bool Has(const std::string& option) const { return m_places.contains(option); }
+
+    /// What this says of `option`, `others` then say of `name`.
+    void Move(const std::string& option, const std::string& name, OptionPlaces& others) const
+    {
+        others.m_places.erase(name);
+        if (const auto found = m_places.find(option); found != m_places.end()) {
+            others.m_places[name] = found->second;
+        }
+    }
+
     /// What to call the option in a message: its place, or itself.
     std::string Name(const std::string& option) const
     {

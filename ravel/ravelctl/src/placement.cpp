@@ -173,7 +173,7 @@ PlacementPlan PlanPlacement(const PlacementOptions& options, const PlacementNeed
     CheckNode(options.numa_node, topology);
 
     const auto num_workers = static_cast<std::size_t>(needs.num_workers);
-    const int priority = options.priority.value_or(needs.IsPaced() ? PlacementOptions::DEFAULT_PRIORITY : 0);
+    const int priority = PriorityOf(options, needs.IsPaced());
     CpuTopology candidates = topology;
     if (needs.IsPaced() && priority == 0) {
         candidates.usable = topology.isolated;
@@ -193,8 +193,7 @@ PlacementPlan PlanPlacement(const PlacementOptions& options, const PlacementNeed
     }
     const bool has_rest_own_cores = candidates.usable.size() < topology.usable.size();  // those not isolated
     plan.cycle.cpu = ChooseCycleCpu(options, !cpus.empty(), has_rest_own_cores, cores);
-    plan.cycle.priority =
-        options.cycle_priority.value_or(priority > 0 ? priority + PlacementOptions::PRIORITY_STEP : 0);
+    plan.cycle.priority = CyclePriorityOf(options, needs.IsPaced());
     plan.rest = FindRest(plan, topology);
     return plan;
 }

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <optional>
+
 namespace lumo::ravelctl {
 
 namespace {
@@ -31,6 +33,12 @@ void AddPlacementOptions(CLI::App& command, PlacementOptions& options)
     command.add_flag("--lock-memory,!--no-lock-memory", options.lock_memory,
                      "Keep the memory from being paged out [on where cycles are paced]");
     command.add_flag("--huge-pages,!--no-huge-pages", options.huge_pages, "Put the matrices into huge pages [on]");
+}
+
+void ForgetPriorities(const OptionPlaces& places, PlacementOptions& options)
+{
+    options.priority = places.Has("--priority") ? std::nullopt : options.priority;
+    options.cycle_priority = places.Has("--cycle-priority") ? std::nullopt : options.cycle_priority;
 }
 
 }  // namespace lumo::ravelctl

@@ -12,4 +12,7 @@ namespace lumo::ravelctl {
 /// the parser throws InputError for what is no placement.
 void AddPlacementOptions(CLI::App& command, PlacementOptions& options);
 
+/// Takes away the priorities that stand in a file, because of what the command line says against them.
+void ForgetPriorities(const OptionPlaces& places, PlacementOptions& options);
+
 }  // namespace lumo::ravelctl

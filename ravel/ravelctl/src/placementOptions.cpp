@@ -59,6 +59,17 @@ void CheckPriority(const std::string& option, const std::optional<int>& priority
 
 }  // namespace
 
+int PriorityOf(const PlacementOptions& options, bool is_paced)
+{
+    return options.priority.value_or(is_paced ? PlacementOptions::DEFAULT_PRIORITY : 0);
+}
+
+int CyclePriorityOf(const PlacementOptions& options, bool is_paced)
+{
+    const int of_workers = PriorityOf(options, is_paced);
+    return options.cycle_priority.value_or(of_workers > 0 ? of_workers + PlacementOptions::PRIORITY_STEP : 0);
+}
+
 PlaceChoice ParsePlaceChoice(const std::string& name, const std::string& text)
 {
     if (text == "auto") {

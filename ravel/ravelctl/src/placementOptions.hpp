@@ -40,6 +40,10 @@ struct PlacementOptions
     bool huge_pages = true;                // for the matrices
 };
 
+/// The priorities that are meant: what is given, or the defaults for cycles that are paced or not.
+int PriorityOf(const PlacementOptions& options, bool is_paced);
+int CyclePriorityOf(const PlacementOptions& options, bool is_paced);
+
 /// Reads "auto", "none", or numbers such as "3", "2,3" or "4-7", in the order in which they are given.
 /// Failure: InputError that begins with `name`, which the choice also has.
 PlaceChoice ParsePlaceChoice(const std::string& name, const std::string& text);

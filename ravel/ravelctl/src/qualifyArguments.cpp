@@ -15,9 +15,10 @@ namespace lumo::ravelctl {
 void AddQualifyOptions(CLI::App& command, QualifyOptions& options)
 {
     command
-        .add_option("CONFIG", options.config,
-                    "File of a run's options: its rate, workers, placement and cfg.task_sgemv count; options given "
-                    "here override it")
+        .add_option(
+            "CONFIG", options.config,
+            "File of a run's options: its rate, workers, placement, cfg.task_sgemv and [qualify] count; options given "
+            "here override it")
         ->type_name(FILE_VALUE);
     command.add_option("--rows", options.rows, "Rows of each worker's matrix")->capture_default_str();
     command.add_option("--cols", options.cols, "Columns of each worker's matrix")->capture_default_str();
@@ -66,6 +67,29 @@ void QualifyFor(const RunArguments& run, QualifyOptions& options)
         options.placement.numa_node = ParsePlaceChoice(run.options.places.Name(ravelcore::KEY_TASK_SGEMV_NUMA_NODE),
                                                        *node < 0 ? std::string("none") : std::to_string(*node));
     }
+    const QualifyTable& table = run.options.qualify;
+    options.flat_out = table.flat_out;
+    options.duration_s = table.duration_s;
+    options.cycles = table.cycles;
+    options.deadline_us = table.deadline_us;
+    options.output = table.output;
+    options.overwrite = table.overwrite;
+    options.quiet = table.quiet;
+    for (const char* name : {"flat-out", "duration", "cycles", "deadline-us", "output", "overwrite", "quiet"}) {
+        run.options.places.Move(std::string("--qualify-") + name, std::string("--") + name, options.places);
+    }
+}
+
+QualifyOptions ReadQualifyOptions(QualifyOptions options)
+{
+    const OptionPlaces& places = options.places;
+    if (options.cycles && options.duration_s && places.Has("--cycles") != places.Has("--duration")) {
+        places.Has("--cycles") ? options.cycles.reset() : options.duration_s.reset();
+    }
+    if (options.flat_out && !places.Has("--flat-out")) {
+        ForgetPriorities(places, options.placement);
+    }
+    return options;
 }
 
 }  // namespace lumo::ravelctl

@@ -2,6 +2,7 @@
 
 #include "argumentChecks.hpp"
 #include "error.hpp"
+#include "otherTables.hpp"
 
 #include <fmt/core.h>
 
@@ -63,24 +64,26 @@ PlacementNeeds NeedsOf(const QualifyOptions& options)
     }
     const int num_workers = options.workers.value_or(cpus.IsGiven() ? num_cpus : 1);
     CheckRange(options.places.Name("--workers"), num_workers, 1, MOST_WORKERS, "");
-    return {num_workers, options.flat_out ? "--flat-out" : "", options.places};
+    return {num_workers, options.flat_out ? options.places.Name("--flat-out") : "", options.places};
 }
 
 QualifyPlan PlanQualification(const QualifyOptions& options, const CpuTopology& topology)
 {
     constexpr double LONGEST_S = 1.0e6;
     constexpr double LONGEST_DEADLINE_US = 1.0e9;
-    constexpr std::int64_t MOST_CYCLES = 1'000'000'000'000;
+    const OptionPlaces& places = options.places;
     CheckSize(options);
     CheckRange(options.places.Name("--rate"), options.rate_hz, 1.0, 5000.0, " Hz");
     if (options.cycles && options.duration_s) {
-        throw InputError("--cycles: expected without --duration but both are given; leave one of them out");
+        throw InputError(fmt::format("{}: expected without {} but both are given; leave one of them out",
+                                     places.Name("--cycles"), places.Name("--duration")));
     }
-    CheckRange("--cycles", options.cycles.value_or(1), std::int64_t{1}, MOST_CYCLES, "");
+    CheckRange(places.Name("--cycles"), options.cycles.value_or(1), std::int64_t{1},
+               std::int64_t{QualifyTable::MOST_CYCLES}, "");
     const double duration_s = options.duration_s.value_or(10.0);
-    CheckRange("--duration", duration_s, 1.0e-3, LONGEST_S, " s");
+    CheckRange(places.Name("--duration"), duration_s, 1.0e-3, LONGEST_S, " s");
     if (options.deadline_us) {
-        CheckRange("--deadline-us", *options.deadline_us, 1.0, LONGEST_DEADLINE_US, " us");
+        CheckRange(places.Name("--deadline-us"), *options.deadline_us, 1.0, LONGEST_DEADLINE_US, " us");
     }
 
     constexpr double US_PER_S = 1.0e6;

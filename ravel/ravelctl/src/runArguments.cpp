@@ -201,6 +201,9 @@ RunOptions ReadRunOptions(const RunArguments& arguments)
     RunOptions options = arguments.options;
     options.config = arguments.config;
     options.workers = CountWorkers(arguments);
+    if (options.as_fast_as_possible && !options.places.Has("--as-fast-as-possible")) {
+        ForgetPriorities(options.places, options.placement);
+    }
     if (!arguments.tones.empty()) {
         options.tones.clear();  // of the file
     }

@@ -1,7 +1,9 @@
 #include "runConfig.hpp"
 
 #include "error.hpp"
+#include "figureText.hpp"
 #include "tomlTable.hpp"
+#include "tuneArguments.hpp"
 
 #include <lumo/mirrorsim/controlModes.hpp>
 #include <lumo/mirrorsim/geometry.hpp>
@@ -11,6 +13,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <map>
@@ -21,14 +25,18 @@ namespace lumo::ravelctl {
 
 namespace {
 
-/// One line of the file. `write` gives the value as TOML, or nothing where it is not given.
+using Write = std::function<std::string(const RunOptions&)>;
+
+/// One line of the file. `write` gives the value as TOML, or nothing where it is not given. The line then shows what
+/// is meant, where other options say that, or an example.
 struct Entry
 {
     const char* key;
     const char* comment;
     const char* example;  // for what is not given
     std::function<void(TomlTable&, const char*, RunArguments&)> read;
-    std::function<std::string(const RunOptions&)> write;
+    Write write;
+    Write meant{};
 };
 
 struct Section
@@ -76,33 +84,35 @@ std::string FormatStrings(const std::vector<std::string>& texts)
 // ---- kinds of entries
 
 using GetBool = std::function<bool&(RunOptions&)>;
+using GetNumber = std::function<double&(RunOptions&)>;
 using GetPath = std::function<std::filesystem::path&(RunOptions&)>;
 using GetInt = std::function<int&(RunOptions&)>;
 using GetOptional = std::function<std::optional<double>&(RunOptions&)>;
 
-Entry Number(const char* key, const char* comment, const NumberRange& range, double RunOptions::*field)
+Entry Number(const char* key, const char* comment, const NumberRange& range, const GetNumber& field)
 {
     return {key, comment, "",
             [field, range](TomlTable& table, const char* name, RunArguments& arguments) {
-                arguments.options.*field = table.GetNumber(name, range).value_or(arguments.options.*field);
+                field(arguments.options) = table.GetNumber(name, range).value_or(field(arguments.options));
             },
-            [field](const RunOptions& options) {
-                return FormatNumber(options.*field);
+            [field](RunOptions options) {
+                return FormatNumber(field(options));
             }};
 }
 
 Entry OptionalNumber(const char* key, const char* comment, const char* example, const NumberRange& range,
-                     const GetOptional& field)
+                     const GetOptional& field, Write meant = {})
 {
-    return {key, comment, example,
+    return {key,
+            comment,
+            example,
             [field, range](TomlTable& table, const char* name, RunArguments& arguments) {
                 if (const std::optional<double> value = table.GetNumber(name, range)) {
                     field(arguments.options) = value;
                 }
             },
-            [field](RunOptions options) {
-                return field(options) ? FormatNumber(*field(options)) : std::string();
-            }};
+            [field](RunOptions options) { return field(options) ? FormatNumber(*field(options)) : std::string(); },
+            std::move(meant)};
 }
 
 Entry Flag(const char* key, const char* comment, const GetBool& field)
@@ -116,18 +126,31 @@ Entry Flag(const char* key, const char* comment, const GetBool& field)
             }};
 }
 
+/// Of what is read: a file names what lies beside it.
 Entry Path(const char* key, const char* comment, const char* example, const GetPath& field)
 {
     return {key, comment, example,
             [field](TomlTable& table, const char* name, RunArguments& arguments) {
                 if (table.Has(name)) {
-                    field(arguments.options) = table.GetPath(name);
+                    field(arguments.options) = table.GetPathBeside(name);
                 }
             },
             [field](RunOptions options) {
                 const std::filesystem::path& path = field(options);
                 return path.empty() ? std::string() : Quote(path.string());
             }};
+}
+
+/// Of what is written: a file of defaults does not say where its reader works.
+Entry OutputPath(const char* key, const char* comment, const char* example, const GetPath& field)
+{
+    Entry entry = Path(key, comment, example, field);
+    entry.read = [field](TomlTable& table, const char* name, RunArguments& arguments) {
+        if (table.Has(name)) {
+            field(arguments.options) = table.GetPath(name);
+        }
+    };
+    return entry;
 }
 
 Entry Integer(const char* key, const char* comment, int low, int high, const GetInt& field)
@@ -142,9 +165,11 @@ Entry Integer(const char* key, const char* comment, int low, int high, const Get
 }
 
 Entry OptionalInteger(const char* key, const char* comment, const char* example, int low, int high,
-                      std::optional<int> PlacementOptions::*field)
+                      std::optional<int> PlacementOptions::*field, Write meant)
 {
-    return {key, comment, example,
+    return {key,
+            comment,
+            example,
             [=](TomlTable& table, const char* name, RunArguments& arguments) {
                 if (const std::optional<int> value = table.GetInteger(name, low, high)) {
                     arguments.options.placement.*field = value;
@@ -153,7 +178,8 @@ Entry OptionalInteger(const char* key, const char* comment, const char* example,
             [field](const RunOptions& options) {
                 const std::optional<int>& value = options.placement.*field;
                 return value ? fmt::format("{}", *value) : std::string();
-            }};
+            },
+            std::move(meant)};
 }
 
 /// "auto", "none", an integer, or where there may be `several` also an array of them.
@@ -284,9 +310,17 @@ Entry SliceSize()
                 }
                 arguments.slice_size = size;
             },
-            [](const RunOptions& /*options*/) {
-                return std::string();
+            [](const RunOptions& /*options*/) { return std::string(); },
+            [](const RunOptions& options) {
+                return fmt::format("{}", (options.modes + options.workers - 1) / options.workers);
             }};
+}
+
+/// A tenth of the duration.
+std::string FormatMeantOpenLoop(const RunOptions& options)
+{
+    const double open_s = 0.1 * options.duration_s.value_or(RunOptions::DEFAULT_DURATION_S);
+    return FormatNumber(std::strtod(FormatFigure(open_s).c_str(), nullptr));
 }
 
 Section MakePlacementSection()
@@ -299,14 +333,96 @@ Section MakePlacementSection()
         {Place("cpus", "of the workers, such as [2, 3]: one each", true, &Options::cpus),
          Place("cycle_cpu", "of the cycle's thread", false, &Options::cycle_cpu),
          Place("numa_node", "of the workers and their memory", false, &Options::numa_node),
-         OptionalInteger("priority", "real-time, of the workers, 0 to 89 [50; 0 where cycles are not paced]", "50", 0,
-                         89, &Options::priority),
+         OptionalInteger(
+             "priority", "real-time, of the workers, 0 to 89 [50; 0 where cycles are not paced]", "50", 0, 89,
+             &Options::priority,
+             [](const RunOptions& o) { return fmt::format("{}", PriorityOf(o.placement, !o.as_fast_as_possible)); }),
          OptionalInteger("cycle_priority", "real-time, of the cycle's thread, 0 to 99 [10 above the workers']", "60", 0,
-                         99, &Options::cycle_priority),
+                         99, &Options::cycle_priority,
+                         [](const RunOptions& o) {
+                             return fmt::format("{}", CyclePriorityOf(o.placement, !o.as_fast_as_possible));
+                         }),
          Flag("lock_memory", "keep the memory from being paged out, where cycles are paced",
               [](RunOptions& o) -> bool& { return o.placement.lock_memory; }),
          Flag("huge_pages", "put the matrices into huge pages",
               [](RunOptions& o) -> bool& { return o.placement.huge_pages; })}};
+}
+
+Entry QualifyCycles()
+{
+    return {"cycles", "to run, instead of a duration", "5000",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                const std::optional<std::uint64_t> cycles = table.GetUnsigned(name);
+                if (cycles && (*cycles < 1 || std::cmp_greater(*cycles, QualifyTable::MOST_CYCLES))) {
+                    table.Refuse(name, fmt::format("expected 1 to {} but got {}", QualifyTable::MOST_CYCLES, *cycles));
+                }
+                if (cycles) {
+                    arguments.options.qualify.cycles = static_cast<std::int64_t>(*cycles);
+                }
+            },
+            [](const RunOptions& options) {
+                const std::optional<std::int64_t>& cycles = options.qualify.cycles;
+                return cycles ? fmt::format("{}", *cycles) : std::string();
+            }};
+}
+
+Section MakeQualifySection()
+{
+    return {"qualify",
+            "For ravelctl qualify CONFIG, besides rate, workers, placement and cfg.task_sgemv; a run does not use it.",
+            {Flag("flat_out", "do not wait between cycles", [](RunOptions& o) -> bool& { return o.qualify.flat_out; }),
+             OptionalNumber("duration", "s; to run for [10]", "10.0", {0.001, 1.0e6, "s"},
+                            [](RunOptions& o) -> std::optional<double>& { return o.qualify.duration_s; }),
+             QualifyCycles(),
+             OptionalNumber("deadline_us",
+                            "us; from a start to all workers being ready, at most [the period; flat out: none]",
+                            "2000.0", {1.0, 1.0e9, "us"},
+                            [](RunOptions& o) -> std::optional<double>& { return o.qualify.deadline_us; }),
+             OutputPath("output", "folder for its files, from the current one [ravelctl-qualify-<time> here]",
+                        "\"machine\"", [](RunOptions& o) -> std::filesystem::path& { return o.qualify.output; }),
+             Flag("overwrite", "replace the qualification that the output folder holds",
+                  [](RunOptions& o) -> bool& { return o.qualify.overwrite; }),
+             Flag("quiet", "print nothing but errors", [](RunOptions& o) -> bool& { return o.qualify.quiet; })}};
+}
+
+Entry TunedFrom()
+{
+    return {"from", "part of the run that tells the disturbance: \"open\", \"closed\" or \"auto\", the longer one", "",
+            [](TomlTable& table, const char* name, RunArguments& arguments) {
+                if (const std::optional<std::string> part = table.GetString(name)) {
+                    try {
+                        arguments.options.tune.from = ParseTuneFrom(*part);
+                    } catch (const InputError& e) {
+                        table.Refuse(name, e.what());
+                    }
+                }
+            },
+            [](const RunOptions& options) {
+                return Quote(NameTuneFrom(options.tune.from));
+            }};
+}
+
+Section MakeTuneSection()
+{
+    const auto demand = [](auto member) {
+        return [member](RunOptions & o) -> auto&
+        {
+            return o.tune.demands.*member;
+        };
+    };
+    return {"tune",
+            "For ravelctl tune RUN --config CONFIG; a run does not use it.",
+            {TunedFrom(),
+             Number("phase_margin", "degrees, at least", {1.0, 89.0, "deg"}, demand(&LoopDemands::phase_margin_deg)),
+             Number("gain_margin", "dB, at least", {0.1, 60.0, "dB"}, demand(&LoopDemands::gain_margin_db)),
+             Number("max_sensitivity", "largest factor by which the loop may amplify a disturbance of any frequency",
+                    {1.01, 100.0, ""}, demand(&LoopDemands::sensitivity_peak)),
+             OptionalNumber("max_crossover", "Hz; of the open loop, at most [any]", "30.0", {0.002, 2500.0, "Hz"},
+                            demand(&LoopDemands::max_crossover_hz)),
+             OutputPath("output", "folder for gains.fits and tune.json, from the current one [no files]", "\"tuned\"",
+                        [](RunOptions& o) -> std::filesystem::path& { return o.tune.output; }),
+             Flag("overwrite", "replace these files in that folder",
+                  [](RunOptions& o) -> bool& { return o.tune.overwrite; })}};
 }
 
 std::vector<Section> MakeRunSections()
@@ -323,11 +439,11 @@ std::vector<Section> MakeRunSections()
          "The loop.",
          {Integer("modes", "control modes, 1 to 2390, the least stiff ones", 1, mirrorsim::NUM_MODES,
                   options(&RunOptions::modes)),
-          Number("rate", "Hz; cycle rate, 1 to 5000", {1.0, 5000.0, "Hz"}, &RunOptions::rate_hz),
+          Number("rate", "Hz; cycle rate, 1 to 5000", {1.0, 5000.0, "Hz"}, options(&RunOptions::rate_hz)),
           OptionalNumber("duration", "s; length of the run, open loop included [20, or as long as what is played]",
                          "20.0", {0.01, 1.0e6, "s"}, options(&RunOptions::duration_s)),
           OptionalNumber("open_loop", "s; at the beginning, with the loop open [a tenth of the duration]", "2.0",
-                         {0.0, 1.0e6, "s"}, options(&RunOptions::open_loop_s)),
+                         {0.0, 1.0e6, "s"}, options(&RunOptions::open_loop_s), FormatMeantOpenLoop),
           Workers(), Seed(),
           Flag("as_fast_as_possible", "do not wait between cycles; same results",
                options(&RunOptions::as_fast_as_possible)),
@@ -338,8 +454,8 @@ std::vector<Section> MakeRunSections()
                "\"tuned/gains.fits\"", options(&RunOptions::gains)),
           Path("script", "file of changes to make while the loop runs", "\"changes.toml\"",
                options(&RunOptions::script)),
-          Path("output", "folder for the run's files [ravelctl-<time> here]", "\"first\"",
-               options(&RunOptions::output)),
+          OutputPath("output", "folder for the run's files, from the current one [ravelctl-<time> here]", "\"first\"",
+                     options(&RunOptions::output)),
           Flag("overwrite", "replace the run that the output folder holds", options(&RunOptions::overwrite)),
           Path("log_config", "file of log4cplus properties [warnings to standard error]", "\"log.properties\"",
                options(&RunOptions::log_config)),
@@ -365,6 +481,8 @@ std::vector<Section> MakeRunSections()
                   [](RunOptions& o) -> int& { return o.inject.decimation; }),
           Flag("loop", "begin again after the last sample", [](RunOptions& o) -> bool& { return o.inject.loop; })}},
         MakePlacementSection(),
+        MakeQualifySection(),
+        MakeTuneSection(),
     };
 }
 
@@ -450,8 +568,9 @@ std::string FormatSection(const Section& section, const RunOptions& options)
     std::string text = fmt::format("\n# {}\n[{}]\n", section.comment, section.name);
     for (const Entry& entry : section.entries) {
         const std::string value = entry.write(options);
-        const std::string line = value.empty() ? fmt::format("# {} = {}", entry.key, entry.example)
-                                               : fmt::format("{} = {}", entry.key, value);
+        const std::string meant = entry.meant ? entry.meant(options) : entry.example;
+        const std::string line =
+            value.empty() ? fmt::format("# {} = {}", entry.key, meant) : fmt::format("{} = {}", entry.key, value);
         text += fmt::format("{:<32}  # {}\n", line, entry.comment);
     }
     return text;
@@ -483,7 +602,8 @@ void LoadConfig(const std::filesystem::path& file, RunArguments& arguments)
 std::string FormatConfig(const RunOptions& options)
 {
     std::string text =
-        "# Options of ravelctl run. Lines that are commented out are not given; [..] is what is meant then.\n";
+        "# Options of ravelctl run. Lines that are commented out are not given; [..] is what is meant then.\n"
+        "# Names of files are seen from the folder of this file, those of output folders from the current one.\n";
     for (const std::vector<Section>& sections : {MakeRunSections(), MakeLibrarySections()}) {
         for (const Section& section : sections) {
             text += FormatSection(section, options);

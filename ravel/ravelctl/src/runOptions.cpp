@@ -41,6 +41,12 @@ std::vector<std::string> NameRecorded(const RecordOptions& record)
     return names;
 }
 
+std::vector<std::filesystem::path*> ListInputs(RunOptions& options)
+{
+    return {&options.matrices,  &options.gains,       &options.script,    &options.play.es,
+            &options.play.pact, &options.inject.file, &options.log_config};
+}
+
 PlacementNeeds NeedsOf(const RunOptions& options)
 {
     return {options.workers, options.as_fast_as_possible ? options.places.Name("--as-fast-as-possible") : "",

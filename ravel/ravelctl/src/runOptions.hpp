@@ -1,6 +1,7 @@
 #pragma once
 
 #include "optionPlaces.hpp"
+#include "otherTables.hpp"
 #include "placementOptions.hpp"
 
 #include <lumo/mirrorsim/mirrorConfig.hpp>
@@ -70,7 +71,12 @@ struct RunOptions
     PlacementOptions placement;
     std::map<std::string, std::string> cfg;  // the library's own keys, as Task::Configure takes them
     OptionPlaces places;                     // of what stands in a file
+    QualifyTable qualify;                    // of the file; a run does not use it
+    TuneTable tune;                          // likewise
 };
+
+/// The names of the files and folders from which a run is made, which may be empty.
+std::vector<std::filesystem::path*> ListInputs(RunOptions& options);
 
 /// How the run divides into cycles. All counts are in cycles.
 struct LoopPlan

@@ -333,6 +333,12 @@ std::filesystem::path TomlTable::GetPath(const std::string& key)
     return name;
 }
 
+std::filesystem::path TomlTable::GetPathBeside(const std::string& key)
+{
+    const std::filesystem::path path = GetPath(key);
+    return path.empty() ? path : std::filesystem::path(m_impl->document->file).parent_path() / path;
+}
+
 std::optional<TomlTable> TomlTable::GetTable(const std::string& key)
 {
     const toml::node* const value = m_impl->Find(key);

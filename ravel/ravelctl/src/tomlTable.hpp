@@ -48,6 +48,8 @@ public:
     std::optional<std::vector<std::string>> GetStrings(const std::string& key, const std::string& what);
     /// As it is written in the file; empty where there is none.
     std::filesystem::path GetPath(const std::string& key);
+    /// The same as seen from where the file is seen from: a relative one is of the file's folder.
+    std::filesystem::path GetPathBeside(const std::string& key);
     std::optional<TomlTable> GetTable(const std::string& key);
     /// The elements of an array of tables; none where there is no such array.
     std::vector<TomlTable> GetTables(const std::string& key);

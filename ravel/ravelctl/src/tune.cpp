@@ -104,11 +104,11 @@ int Check(const TuneOptions& options, const RunFolder& run, std::ostream& out, s
 
 void CheckTuneOptions(const TuneOptions& options)
 {
-    CheckRange("--phase-margin", options.demands.phase_margin_deg, 1.0, 89.0, " deg");
-    CheckRange("--gain-margin", options.demands.gain_margin_db, 0.1, 60.0, " dB");
-    CheckRange("--max-sensitivity", options.demands.sensitivity_peak, 1.01, 100.0, "");
+    CheckRange(options.places.Name("--phase-margin"), options.demands.phase_margin_deg, 1.0, 89.0, " deg");
+    CheckRange(options.places.Name("--gain-margin"), options.demands.gain_margin_db, 0.1, 60.0, " dB");
+    CheckRange(options.places.Name("--max-sensitivity"), options.demands.sensitivity_peak, 1.01, 100.0, "");
     if (options.demands.max_crossover_hz) {
-        CheckRange("--max-crossover", *options.demands.max_crossover_hz, 0.002, 2500.0, " Hz");
+        CheckRange(options.places.Name("--max-crossover"), *options.demands.max_crossover_hz, 0.002, 2500.0, " Hz");
     }
     if (!options.check.empty() && (!options.output.empty() || options.overwrite || options.from != TuneFrom::Auto)) {
         throw InputError("--check: expected no --output, --overwrite or --from besides: nothing is proposed then");

@@ -1,10 +1,12 @@
 #include "tuneArguments.hpp"
 
 #include "commandOutline.hpp"
+#include "error.hpp"
 #include "helpText.hpp"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -12,25 +14,69 @@ namespace lumo::ravelctl {
 
 namespace {
 
-TuneFrom ParsePart(const std::string& part)
+const std::map<std::string, TuneFrom>& PartsOfARun()
 {
     static const std::map<std::string, TuneFrom> PARTS = {
         {"auto", TuneFrom::Auto}, {"open", TuneFrom::Open}, {"closed", TuneFrom::Closed}};
-    const auto found = PARTS.find(part);
-    if (found == PARTS.end()) {
-        throw CLI::ValidationError("--from", "expected open, closed or auto but got " + part);
+    return PARTS;
+}
+
+}  // namespace
+
+TuneFrom ParseTuneFrom(const std::string& part)
+{
+    const auto found = PartsOfARun().find(part);
+    if (found == PartsOfARun().end()) {
+        throw InputError("expected open, closed or auto but got " + part);
     }
     return found->second;
 }
 
-}  // namespace
+std::string NameTuneFrom(TuneFrom from)
+{
+    const auto& parts = PartsOfARun();
+    return std::find_if(parts.begin(), parts.end(), [from](const auto& part) { return part.second == from; })->first;
+}
+
+void TuneAs(const RunOptions& config, TuneOptions& options)
+{
+    options.from = config.tune.from;
+    options.demands = config.tune.demands;
+    options.output = config.tune.output;
+    options.overwrite = config.tune.overwrite;
+    for (const char* name :
+         {"from", "phase-margin", "gain-margin", "max-sensitivity", "max-crossover", "output", "overwrite"}) {
+        config.places.Move(std::string("--tune-") + name, std::string("--") + name, options.places);
+    }
+}
+
+TuneOptions ReadTuneOptions(TuneOptions options)
+{
+    if (!options.check.empty()) {
+        options.from = options.places.Has("--from") ? TuneFrom::Auto : options.from;
+        options.output = options.places.Has("--output") ? std::filesystem::path() : options.output;
+        options.overwrite = options.overwrite && !options.places.Has("--overwrite");
+    }
+    return options;
+}
 
 void AddTuneOptions(CLI::App& command, TuneOptions& options)
 {
     command.add_option("RUN", options.run, "Output folder of the run")->required()->type_name(FOLDER_VALUE);
     command
+        .add_option("--config", options.config,
+                    "File of options, of which [tune] counts; options given here override it")
+        ->type_name(FILE_VALUE);
+    command
         .add_option_function<std::string>(
-            "--from", [&options](const std::string& part) { options.from = ParsePart(part); },
+            "--from",
+            [&options](const std::string& part) {
+                try {
+                    options.from = ParseTuneFrom(part);
+                } catch (const InputError& e) {
+                    throw CLI::ValidationError("--from", e.what());
+                }
+            },
             "Part of the run that tells the disturbance; auto: the longer one [auto]")
         ->type_name(NameValues({"open", "closed", "auto"}));
     LoopDemands& demands = options.demands;

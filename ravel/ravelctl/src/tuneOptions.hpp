@@ -1,5 +1,7 @@
 #pragma once
 
+#include "optionPlaces.hpp"
+
 #include <filesystem>
 #include <optional>
 
@@ -25,13 +27,15 @@ struct LoopDemands
 /// What `ravelctl tune` can be told.
 struct TuneOptions
 {
-    std::filesystem::path run;  // its output folder
+    std::filesystem::path run;     // its output folder
+    std::filesystem::path config;  // file with a table of these options; none where it is empty
     TuneFrom from = TuneFrom::Auto;
     LoopDemands demands;
     std::filesystem::path output;  // folder for gains.fits and tune.json; no files where it is empty
     bool overwrite = false;        // replace these files
     std::filesystem::path check;   // a tune.json: compare the run with that prediction instead
     bool quiet = false;            // the files and the status alone tell
+    OptionPlaces places;           // of what stands in the file
 };
 
 /// Checks what can be checked without the run. Failure: InputError.

@@ -665,6 +665,69 @@ TEST(CommandLineTest, AQualificationForARunHasItsRateWorkersSlicesAndPlacement)
     EXPECT_EQ(overridden.workers, 4);
 }
 
+TEST(CommandLineTest, AQualificationHasWhatTheFileSaysOfItAndOptionsOverrideThat)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file,
+                     "[run]\nduration = 60.0\nquiet = true\n[placement]\npriority = 20\n"
+                     "[qualify]\nduration = 2.0\ndeadline_us = 700\noutput = \"q\"\noverwrite = true\n");
+    const auto options = ParseAs<QualifyOptions>({"qualify", file});
+    EXPECT_EQ(options.duration_s, 2.0);
+    EXPECT_EQ(options.deadline_us, 700.0);
+    EXPECT_EQ(options.output, "q");
+    EXPECT_TRUE(options.overwrite);
+    EXPECT_FALSE(options.quiet || options.flat_out || options.cycles);
+    EXPECT_EQ(options.places.Name("--duration"), file + ":7:12: duration") << "not that of the run";
+    EXPECT_EQ(options.places.Name("--quiet"), "--quiet");
+
+    const auto overridden = ParseAs<QualifyOptions>({"qualify", file, "--cycles", "9", "--flat-out"});
+    EXPECT_EQ(overridden.cycles, 9);
+    EXPECT_EQ(overridden.duration_s, std::nullopt) << "there is one of both";
+    EXPECT_EQ(overridden.placement.priority, std::nullopt) << "what never sleeps has none";
+    test::WriteBytes(file, "[qualify]\nflat_out = true\ncycles = 12345678901\n");
+    EXPECT_TRUE(ParseAs<QualifyOptions>({"qualify", file}).flat_out);
+    EXPECT_EQ(ParseAs<QualifyOptions>({"qualify", file}).cycles, 12345678901);
+    EXPECT_EQ(ParseAs<QualifyOptions>({"qualify", file, "--duration", "1"}).cycles, std::nullopt);
+}
+
+TEST(CommandLineTest, ATuningHasWhatTheFileSaysOfItAndOptionsOverrideThat)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file,
+                     "[tune]\nfrom = \"open\"\nphase_margin = 60\nmax_crossover = 25\noutput = \"t\"\n"
+                     "overwrite = true\n");
+    const auto options = ParseAs<TuneOptions>({"tune", "night1", "--config", file, "--gain-margin", "8"});
+    EXPECT_EQ(options.from, TuneFrom::Open);
+    EXPECT_EQ(options.demands.phase_margin_deg, 60.0);
+    EXPECT_EQ(options.demands.gain_margin_db, 8.0);
+    EXPECT_EQ(options.demands.max_crossover_hz, 25.0);
+    EXPECT_EQ(options.output, "t");
+    EXPECT_TRUE(options.overwrite);
+    EXPECT_EQ(ParseAs<TuneOptions>({"tune", "night1", "--config", file, "--from", "closed"}).from, TuneFrom::Closed);
+
+    const auto check = ParseAs<TuneOptions>({"tune", "night2", "--config", file, "--check", "t/tune.json"});
+    EXPECT_NO_THROW(CheckTuneOptions(check)) << "what the file says is for proposals";
+    EXPECT_THAT(test::ThrownLine<InputError>([&] {
+                    CheckTuneOptions(ParseAs<TuneOptions>(
+                        {"tune", "night2", "--config", file, "--check", "t/tune.json", "--output", "x"}));
+                }),
+                HasSubstr("--check: expected no --output"));
+}
+
+TEST(CommandLineTest, AsFastAsPossibleTakesAFilesPrioritiesAway)
+{
+    const test::TestFolder folder;
+    const std::string file = (folder / "night.toml").string();
+    test::WriteBytes(file, "[placement]\npriority = 20\ncycle_priority = 30\n");
+    EXPECT_EQ(ParseRun({file}).placement.priority, 20);
+    EXPECT_EQ(ParseRun({file, "--as-fast-as-possible"}).placement.priority, std::nullopt);
+    EXPECT_EQ(ParseRun({file, "--as-fast-as-possible"}).placement.cycle_priority, std::nullopt);
+    EXPECT_EQ(ParseRun({file, "--as-fast-as-possible", "--priority", "5"}).placement.priority, 5)
+        << "for the plan to refuse";
+}
+
 TEST(CommandLineTest, TheKeysOfTheMatrixVectorTaskSizeAQualification)
 {
     const test::TestFolder folder;

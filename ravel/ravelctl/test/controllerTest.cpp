@@ -83,11 +83,50 @@ TEST(ControllerTest, ARunBeginsWithTheGainsOfAFileAndSaysWhatTheyMean)
         return std::abs(static_cast<double>(designed.At(40, mode)) - static_cast<double>(mine.At(40, mode)));
     };
     EXPECT_GT(difference(5), 100.0 * difference(6)) << "the gains of mode 6 are the designed ones";
+}
 
-    RunArguments repeated;
-    LoadConfig(options.output / "config.toml", repeated);
-    EXPECT_EQ(repeated.options.gains, std::filesystem::absolute(options.output / "gains.fits"))
-        << "the run's own, which nobody replaces";
+TEST(ControllerTest, AFolderThatWasMovedRepeatsItsRun)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "designed");
+    RunInProcess(options);
+    std::vector<float> gains = test::LoadRecording(options.output / "gains.fits").values;
+    gains[5 * 10] *= 1.5F;  // kp of mode 5
+    options.gains = folder / "mine.fits";
+    ravelcore::SaveMatrix(options.gains.string(), "gains", 1, static_cast<int>(gains.size()), gains);
+    options.output = folder / "mine";
+    ASSERT_EQ(RunInProcess(options).status, EXIT_OK);
+    std::filesystem::remove(options.gains);
+    std::filesystem::rename(folder / "mine", folder / "moved");
+
+    RunArguments arguments;
+    LoadConfig(folder / "moved" / "config.toml", arguments);
+    RunOptions repeated = ReadRunOptions(arguments);
+    EXPECT_EQ(repeated.gains, folder / "moved" / "gains.fits") << "the run's own";
+    repeated.output = folder / "again";
+    ASSERT_EQ(RunInProcess(repeated).status, EXIT_OK);
+    for (const std::string& file : test::MODE_FILES) {
+        EXPECT_TRUE(test::ReadBytes(folder / "moved" / file) == test::ReadBytes(folder / "again" / file)) << file;
+    }
+}
+
+TEST(ControllerTest, TheConfigurationOfARunHasEveryOptionThatWasInForce)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    options.as_fast_as_possible = false;
+    options.tune.demands.phase_margin_deg = 60.0;
+    RunInProcess(options);
+    RunArguments arguments;
+    LoadConfig(options.output / "config.toml", arguments);
+    const RunOptions& saved = arguments.options;
+    EXPECT_EQ(saved.duration_s, 0.6);
+    EXPECT_EQ(saved.open_loop_s, 0.06);
+    EXPECT_EQ(saved.placement.priority, 50);
+    EXPECT_EQ(saved.placement.cycle_priority, 60);
+    EXPECT_EQ(saved.matrices, RAVELCTL_TEST_MATRICES);
+    EXPECT_EQ(saved.tune.demands.phase_margin_deg, 60.0) << "handed on";
+    EXPECT_TRUE(saved.output.empty()) << "it is to be repeated into another folder";
 }
 
 TEST(ControllerTest, GainsWithWhichTheLoopWouldRunAwayAreRefusedWithMode)

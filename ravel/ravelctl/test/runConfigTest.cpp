@@ -50,16 +50,18 @@ RunOptions OptionsOfEveryKind()
     options.seed = 18446744073709551615U;
     options.output = "a \"b\" \\ c";
     options.overwrite = true;
-    options.matrices = "m";
+    options.matrices = "/m \"n\"";
     options.as_fast_as_possible = true;
     options.quiet = true;
-    options.log_config = "l";
+    options.log_config = "/l";
     options.tones = {{5, 2.5, 0.1}, {7, 10.0, 0.0005}};
     options.record = {false, true, true, 4, 1.5};
-    options.play = {"e.fits", "p.fits"};
-    options.inject = {"i.fits", 3, true};
-    options.gains = "g.fits";
-    options.script = "s.toml";
+    options.play = {"/e.fits", "/p.fits"};
+    options.inject = {"/i.fits", 3, true};
+    options.gains = "/g.fits";
+    options.script = "/s.toml";
+    options.qualify = {true, 1.5, 7, 300.0, "q", true, true};
+    options.tune = {TuneFrom::Closed, {60.0, 9.0, 1.5, 12.5}, "t", true};
     options.placement.cpus = ParsePlaceChoice("--cpus", "5,4,6");
     options.placement.cycle_cpu = ParsePlaceChoice("--cycle-cpu", "3");
     options.placement.numa_node = ParsePlaceChoice("--numa-node", "none");
@@ -93,8 +95,27 @@ void ExpectSamePlacement(const PlacementOptions& found, const PlacementOptions& 
     EXPECT_EQ(found.huge_pages, expected.huge_pages);
 }
 
+void ExpectSameForOtherCommands(const RunOptions& found, const RunOptions& expected)
+{
+    EXPECT_EQ(found.qualify.flat_out, expected.qualify.flat_out);
+    EXPECT_EQ(found.qualify.duration_s, expected.qualify.duration_s);
+    EXPECT_EQ(found.qualify.cycles, expected.qualify.cycles);
+    EXPECT_EQ(found.qualify.deadline_us, expected.qualify.deadline_us);
+    EXPECT_EQ(found.qualify.output, expected.qualify.output);
+    EXPECT_EQ(found.qualify.overwrite, expected.qualify.overwrite);
+    EXPECT_EQ(found.qualify.quiet, expected.qualify.quiet);
+    EXPECT_EQ(found.tune.from, expected.tune.from);
+    EXPECT_EQ(found.tune.demands.phase_margin_deg, expected.tune.demands.phase_margin_deg);
+    EXPECT_EQ(found.tune.demands.gain_margin_db, expected.tune.demands.gain_margin_db);
+    EXPECT_EQ(found.tune.demands.sensitivity_peak, expected.tune.demands.sensitivity_peak);
+    EXPECT_EQ(found.tune.demands.max_crossover_hz, expected.tune.demands.max_crossover_hz);
+    EXPECT_EQ(found.tune.output, expected.tune.output);
+    EXPECT_EQ(found.tune.overwrite, expected.tune.overwrite);
+}
+
 void ExpectSame(const RunOptions& found, const RunOptions& expected)
 {
+    ExpectSameForOtherCommands(found, expected);
     EXPECT_EQ(found.modes, expected.modes);
     EXPECT_EQ(found.rate_hz, expected.rate_hz);
     EXPECT_EQ(found.duration_s, expected.duration_s);
@@ -149,7 +170,7 @@ TEST_F(RunConfigTest, EveryEntryOfTheFileHasAComment)
             EXPECT_THAT(line.substr(2), HasSubstr("  # ")) << line;
         }
     }
-    EXPECT_EQ(entries, 36);
+    EXPECT_EQ(entries, 50);
 }
 
 TEST_F(RunConfigTest, UnknownKeysAreRefusedWithTheNearestOne)
@@ -172,6 +193,52 @@ TEST_F(RunConfigTest, WrongKindsAndValuesOutOfRangeAreRefusedWithTheirPlace)
     EXPECT_EQ(Refusal("[record]\nwhat = [\"mode\"]\n"),
               "night.toml:2:8: what: expected some of modes, es and pact but got 'mode'");
     EXPECT_EQ(Refusal("[record]\nlast = 0\n"), "night.toml:2:8: last: expected 0.001 to 1000000 s but got 0");
+}
+
+TEST_F(RunConfigTest, InputsAreSeenFromTheFileAndOutputsFromTheCurrentFolder)
+{
+    const RunOptions options = Load(
+        "[run]\nmatrices = \"m\"\ngains = \"g.fits\"\nscript = \"/s.toml\"\noutput = \"o\"\nlog_config = \"../l\"\n"
+        "[play]\nes = \"e.fits\"\npact = \"p.fits\"\n[inject]\nfile = \"i.fits\"\n"
+        "[qualify]\noutput = \"q\"\n[tune]\noutput = \"t\"\n");
+    EXPECT_EQ(options.matrices, m_folder / "m");
+    EXPECT_EQ(options.gains, m_folder / "g.fits");
+    EXPECT_EQ(options.script, "/s.toml");
+    EXPECT_EQ(options.log_config, m_folder / "../l");
+    EXPECT_EQ(options.play.es, m_folder / "e.fits");
+    EXPECT_EQ(options.play.pact, m_folder / "p.fits");
+    EXPECT_EQ(options.inject.file, m_folder / "i.fits");
+    EXPECT_EQ(options.output, "o");
+    EXPECT_EQ(options.qualify.output, "q");
+    EXPECT_EQ(options.tune.output, "t");
+}
+
+TEST_F(RunConfigTest, WhatIsNotGivenIsShownAsItIsMeant)
+{
+    RunOptions options;
+    options.modes = 301;
+    options.workers = 2;
+    options.duration_s = 3.0;
+    options.placement.priority = 20;
+    const std::string text = FormatConfig(options);
+    EXPECT_THAT(text, HasSubstr("\n# open_loop = 0.3 "));
+    EXPECT_THAT(text, HasSubstr("\n# slice_size = 151 "));
+    EXPECT_THAT(text, HasSubstr("\n# cycle_priority = 30 "));
+    options.as_fast_as_possible = true;
+    options.placement.priority.reset();
+    EXPECT_THAT(FormatConfig(options), HasSubstr("\n# priority = 0 "));
+    EXPECT_THAT(FormatConfig(options), HasSubstr("\n# cycle_priority = 0 "));
+}
+
+TEST_F(RunConfigTest, WhatIsSaidForOtherCommandsIsRefusedAlike)
+{
+    EXPECT_THAT(Refusal("[qualify]\nflatout = true\n"), HasSubstr("did you mean 'flat_out'?"));
+    EXPECT_EQ(Refusal("[qualify]\ncycles = 0\n"), "night.toml:2:10: cycles: expected 1 to 1000000000000 but got 0");
+    EXPECT_EQ(Refusal("[qualify]\ndeadline_us = 0.5\n"),
+              "night.toml:2:15: deadline_us: expected 1 to 1000000000 us but got 0.5");
+    EXPECT_THAT(Refusal("[tune]\nphase_margn = 60\n"), HasSubstr("did you mean 'phase_margin'?"));
+    EXPECT_EQ(Refusal("[tune]\nphase_margin = 90\n"), "night.toml:2:16: phase_margin: expected 1 to 89 deg but got 90");
+    EXPECT_EQ(Refusal("[tune]\nfrom = \"both\"\n"), "night.toml:2:8: from: expected open, closed or auto but got both");
 }
 
 TEST_F(RunConfigTest, PlacesAreWordsOrNumbersAndRememberWhereTheyStand)
