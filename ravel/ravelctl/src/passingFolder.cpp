@@ -1,12 +1,15 @@
 #include "passingFolder.hpp"
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -40,18 +43,54 @@ void Remove(const fs::path& folder)
     }
 }
 
+constexpr std::string_view NAME = ".ravelctl-XXXXXX";
+
+/// A descriptor that holds the folder's lock; -1 where it cannot be had, with the reason in errno.
+int TakeLock(const fs::path& folder)
+{
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+        return -1;
+    }
+    return descriptor;
+}
+
+bool IsLikeAPassingFolder(const fs::path& name)
+{
+    const std::string text = name.string();
+    const std::string_view before = NAME.substr(0, NAME.find('X'));
+    return text.size() == NAME.size() && text.starts_with(before);
+}
+
 }  // namespace
 
 PassingFolder::PassingFolder(const fs::path& parent)
 {
     const fs::path existing = parent.empty() ? "." : parent;
-    std::string name = (existing / ".ravelctl-XXXXXX").string();
     Folders& folders = GetFolders();
     const std::lock_guard lock(folders.mutex);  // it is known from the moment it is there
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "no file can be made in " + existing.string());
+    // Before it is locked somebody may take it for one of a dead process, and remove it.
+    std::error_code ignored;
+    while (true) {
+        std::string name = (existing / NAME).string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), "no file can be made in " + existing.string());
+        }
+        m_path = name;
+        m_lock = TakeLock(m_path);
+        if (m_lock < 0 && errno != EWOULDBLOCK && errno != ENOENT) {
+            break;  // there are no locks here, so nobody removes it
+        }
+        if (m_lock >= 0 && fs::exists(m_path, ignored)) {
+            break;
+        }
+        if (m_lock >= 0) {
+            close(m_lock);
+        }
     }
-    m_path = name;
     folders.paths.push_back(m_path);
 }
 
@@ -60,7 +99,22 @@ PassingFolder::~PassingFolder()
     Folders& folders = GetFolders();
     const std::lock_guard lock(folders.mutex);
     Remove(m_path);
+    if (m_lock >= 0) {
+        close(m_lock);
+    }
     folders.paths.erase(std::remove(folders.paths.begin(), folders.paths.end(), m_path), folders.paths.end());
+}
+
+void RemoveDeadPassingFolders(const fs::path& parent)
+{
+    std::error_code error;
+    for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error)) {
+        const int lock = IsLikeAPassingFolder(entry->path().filename()) ? TakeLock(entry->path()) : -1;
+        if (lock >= 0) {
+            Remove(entry->path());
+            close(lock);
+        }
+    }
 }
 
 void MakeFolders(const fs::path& folder, std::error_code& error)

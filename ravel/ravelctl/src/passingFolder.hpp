@@ -24,7 +24,12 @@ public:
 
 private:
     std::filesystem::path m_path;
+    int m_lock = -1;  // held while this lives, and by nobody once the process is dead
 };
+
+/// Removes from `parent` the passing folders of processes that were killed: those whose locks nobody holds. Where the
+/// file system has no locks all of them stay. Never throws. Thread: any slow one.
+void RemoveDeadPassingFolders(const std::filesystem::path& parent);
 
 /// Makes a folder, and those around it that are missing, as std::filesystem::create_directories does. Where the process
 /// ends through EndWithoutPassingFolders, what was made here goes again if it is still empty. Thread: any slow one.

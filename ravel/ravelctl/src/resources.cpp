@@ -41,6 +41,7 @@ void PrepareOutputFolder(const fs::path& folder, std::uint64_t needed_bytes, con
         throw InputError(fmt::format("--output: cannot make the folder {}: {}; choose another", folder.string(),
                                      error ? error.message() : "something else has that name"));
     }
+    RemoveDeadPassingFolders(folder);
     const fs::space_info space = fs::space(folder, error);
     if (!error && space.available < needed_bytes) {
         throw InputError(fmt::format("--output: {} need {} but {} has {} free; free some space, or {}", what,

@@ -8,8 +8,8 @@
 namespace lumo::ravelctl {
 
 /// Makes the folder of a command's files and checks that they fit: it can be written to, and the `needed_bytes` of
-/// `what` are free. Failure: InputError that says what stands in the way and what to do (`remedy`, besides freeing
-/// space); an empty folder may be left behind.
+/// `what` are free. What killed processes left unfinished there goes. Failure: InputError that says what stands in the
+/// way and what to do (`remedy`, besides freeing space); an empty folder may be left behind.
 void PrepareOutputFolder(const std::filesystem::path& folder, std::uint64_t needed_bytes, const std::string& what,
                          const std::string& remedy);
 

@@ -3,6 +3,10 @@
 #include "support/textFile.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 
 namespace lumo::ravelctl {
 namespace {
@@ -26,6 +30,28 @@ TEST(PassingFolderTest, WhereNoFolderCanBeMadeNoOtherNameIsTried)
     const test::TestFolder folder;
     EXPECT_EQ(MakeNewFolder((folder / "missing" / "run").string()), folder / "missing" / "run");
     EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
+TEST(PassingFolderTest, WhatADeadProcessLeftGoesAndWhatLivesStays)
+{
+    const test::TestFolder folder;
+    const pid_t child = fork();
+    if (child == 0) {
+        const PassingFolder killed(folder.GetPath());
+        test::WriteBytes(killed.GetPath() / "half", "x");
+        raise(SIGKILL);
+    }
+    ASSERT_GT(child, 0);
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    ASSERT_EQ(folder.CountEntries(), 1U);
+
+    const PassingFolder living(folder.GetPath());
+    fs::create_directory(folder / ".ravelctl-notes");
+    fs::create_directory(folder / "ravelctl-abcdefg");
+    test::WriteBytes(folder / ".ravelctl-abcdef", "not a folder");
+    RemoveDeadPassingFolders(folder.GetPath());
+    EXPECT_TRUE(fs::exists(living.GetPath()));
+    EXPECT_EQ(folder.CountEntries(), 4U);
 }
 
 }  // namespace

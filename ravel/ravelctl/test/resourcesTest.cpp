@@ -32,6 +32,15 @@ TEST(ResourcesTest, PrepareOutputFolderMakesTheFolderAndItsParentsAndLeavesNothi
     EXPECT_TRUE(std::filesystem::is_empty(output));
 }
 
+TEST(ResourcesTest, WhatAKilledProcessLeftUnfinishedGoesFromTheOutputFolder)
+{
+    const test::TestFolder folder;
+    std::filesystem::create_directory(folder / ".ravelctl-abcdef");
+    test::WriteBytes(folder / ".ravelctl-abcdef" / "half", "x");
+    Prepare(folder.GetPath(), 1);
+    EXPECT_EQ(folder.CountEntries(), 0U);
+}
+
 TEST(ResourcesTest, AFolderThatCannotBeMadeIsRefused)
 {
     const test::TestFolder folder;
