@@ -41,7 +41,7 @@ InspectedFacts FindFacts(const InspectOptions& options, const InspectedFile& ins
     facts.header = inspected.header;
     facts.rows = inspected.rows;
     facts.cols = inspected.cols;
-    if (inspected.header.HasTime() && inspected.header.time_unit_s) {
+    if (inspected.header.HasTime() && inspected.header.time_units_per_s) {
         facts.time = FindTimeFacts(inspected.timestamps);
     }
     facts.values = FindValueFacts(inspected.GetMatrix());

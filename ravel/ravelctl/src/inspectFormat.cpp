@@ -255,7 +255,7 @@ void WriteCsv(const InspectedFile& inspected, const std::vector<int>& columns, c
     };
     const bool has_time = inspected.header.HasTime();
     if (has_time) {
-        append(inspected.header.time_unit_s
+        append(inspected.header.time_units_per_s
                    ? "time_s"
                    : Quote(fmt::format("{}_{}", inspected.header.time_column, inspected.header.time_unit)));
     }

@@ -112,9 +112,9 @@ InspectedFile LoadInspectedFile(const fs::path& file)
     } else {
         LoadOther(open_file.GetPath(), inspected);
     }
-    if (const double unit_s = inspected.header.time_unit_s.value_or(1.0); unit_s != 1.0) {
+    if (const double per_s = inspected.header.time_units_per_s.value_or(1.0); per_s != 1.0) {
         for (double& stamp : inspected.timestamps) {
-            stamp *= unit_s;
+            stamp /= per_s;
         }
     }
     return inspected;

@@ -170,26 +170,27 @@ std::string ToLower(std::string text)
     return text;
 }
 
-/// In seconds; none for a unit that is not known here.
+/// How many are a second; none for a unit that is not known here.
 std::optional<double> FindTimeUnit(const std::string& unit)
 {
     static const std::map<std::string, double> UNITS = {{"s", 1.0},
                                                         {"sec", 1.0},
                                                         {"second", 1.0},
                                                         {"seconds", 1.0},
-                                                        {"ms", 1.0e-3},
-                                                        {"msec", 1.0e-3},
-                                                        {"us", 1.0e-6},
-                                                        {"usec", 1.0e-6},
-                                                        {"ns", 1.0e-9},
-                                                        {"nsec", 1.0e-9},
-                                                        {"millisecond", 1.0e-3},
-                                                        {"milliseconds", 1.0e-3},
-                                                        {"microsecond", 1.0e-6},
-                                                        {"microseconds", 1.0e-6},
-                                                        {"nanosecond", 1.0e-9},
-                                                        {"nanoseconds", 1.0e-9}};
-    const auto found = UNITS.find(ToLower(unit));
+                                                        {"ms", 1.0e3},
+                                                        {"msec", 1.0e3},
+                                                        {"us", 1.0e6},
+                                                        {"usec", 1.0e6},
+                                                        {"ns", 1.0e9},
+                                                        {"nsec", 1.0e9},
+                                                        {"millisecond", 1.0e3},
+                                                        {"milliseconds", 1.0e3},
+                                                        {"microsecond", 1.0e6},
+                                                        {"microseconds", 1.0e6},
+                                                        {"nanosecond", 1.0e9},
+                                                        {"nanoseconds", 1.0e9}};
+    constexpr std::size_t SYMBOL = 2;  // letters at most; their case counts: Ms are millions of seconds
+    const auto found = UNITS.find(unit.size() > SYMBOL ? ToLower(unit) : unit);
     return found == UNITS.end() ? std::nullopt : std::optional<double>(found->second);
 }
 
@@ -310,7 +311,7 @@ TableHeader ReadTableHeader(const std::string& path)
         header.time_number = time->number;
         header.time_column = time->name;
         header.time_unit = time->unit;
-        header.time_unit_s = time->unit.empty() ? 1.0 : FindTimeUnit(time->unit);
+        header.time_units_per_s = time->unit.empty() ? 1.0 : FindTimeUnit(time->unit);
     }
     DescribeMatrix(FindMatrix(columns, header.HasTime() ? &columns.at(header.time_number - 1) : nullptr), header);
     return header;

@@ -499,6 +499,8 @@ TEST_F(InspectTest, TimeStampsAreReadInTheUnitOfTheirColumn)
     EXPECT_THAT(show("d"), HasSubstr("; time stamps from Time (d)\n"
                                      "  time       not judged: d is no unit that is known here (s, ms, us or ns)\n"
                                      "  values     finite\n"));
+    EXPECT_THAT(show("MSEC"), HasSubstr("  period     2.000 ms (500 Hz)"));
+    EXPECT_THAT(show("Ms"), HasSubstr("not judged: Ms is no unit"));
     InspectOptions options = Of({MakeForeign({{"Time", "1D", "ms"}, {"v", "2E"}}, 3, BINARY_TBL, fill)});
     options.csv = true;
     EXPECT_EQ(Show(options), "time_s,v_0,v_1\n0,0,0\n0.002,0,0\n0.004,0,0\n");

@@ -147,6 +147,7 @@ TEST(MannersTest, ABadFileIsOneLineWithARemedyWhateverTheCommand)
              {"tune", text},
              {"tune", folder.GetPath().string()},
              {"tune", path("broken")},
+             {"tune", path("broken"), "--check", text},
              {"qualify", "--output", text},
          }) {
         ExpectRefusal(arguments);

@@ -474,6 +474,21 @@ TEST(RavelctlTest, TheDoctorsStatusSaysWhetherAnythingIsBad)
     EXPECT_EQ(json.at("findings").size(), 16U);
 }
 
+TEST(RavelctlTest, WhatTheDoctorFindsBadIsALineOnStandardError)
+{
+    // No file can be written there.
+    for (const char* option : {"", "--json"}) {
+        const ChildProcess::Result result =
+            RunChild({"/bin/sh", "-c", "cd /proc && exec \"$0\" doctor $1", RAVELCTL_PROGRAM, option});
+        EXPECT_EQ(result.status, EXIT_FAILED) << option;
+        EXPECT_THAT(result.out, HasSubstr("0 B free in /proc")) << option;
+        EXPECT_THAT("\n" + result.err,
+                    HasSubstr("\nravelctl: disk: 0 B free in /proc; try: df -h  # and choose a place "
+                              "with --output\n"))
+            << option;
+    }
+}
+
 TEST(RavelctlTest, TheDoctorListsEveryFindingInALine)
 {
     const ChildProcess::Result result = RunChild({RAVELCTL_PROGRAM, "doctor"});

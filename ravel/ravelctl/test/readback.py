@@ -1,4 +1,5 @@
-"""Reads the matrices, a modulation, and the files of runs of one and of two workers, with tools that know nothing of our libraries.
+"""Reads the matrices, a modulation, and the files of runs of one and of two workers, with tools that know nothing of our libraries; and a file of
+theirs with ours.
 
 verifyRun.py, beside this file, checks each run; the rest is what needs to know how the run was made.
 
@@ -146,6 +147,28 @@ def check_inspect(ravelctl, path, name):
     expect(path, "every bit of the values in the CSV", numpy.array_equal(table[:, 1:].astype("f4"), values), True)
 
 
+def check_foreign(ravelctl, path):
+    """What inspect says of a file that another tool has written: a table of scalars behind two images."""
+    table = fits.BinTableHDU.from_columns(
+        [
+            fits.Column("label", "6A", array=numpy.array(["a", "b", "c"])),
+            fits.Column("TIME", "D", unit="ms", array=numpy.array([10.0, 14.0, 18.0])),
+            fits.Column("tip", "D", unit="arcsec", array=numpy.array([0.5, -1.5, 1.0])),
+            fits.Column("counts", "J", array=numpy.array([3, 40, 500])),
+        ]
+    )
+    images = [fits.ImageHDU(numpy.zeros((4, 4))), fits.CompImageHDU(numpy.ones((8, 8), "i2"))]
+    fits.HDUList([fits.PrimaryHDU(), *images, table]).writeto(path)
+    found = subprocess.run([ravelctl, "inspect", str(path), "--json"], check=True, capture_output=True, text=True)
+    facts = json.loads(found.stdout)["files"][0]
+    expect(path, "extension", facts["extension_number"], 3)
+    expect(path, "columns", facts["column_names"], ["tip", "counts"])
+    expect(path, "times", (facts["time"]["first_s"], facts["time"]["last_s"], facts["time"]["period_s"]),
+           (0.01, 0.018, float(numpy.median([0.014 - 0.01, 0.018 - 0.014]))))
+    found = subprocess.run([ravelctl, "inspect", str(path), "--csv"], check=True, capture_output=True, text=True)
+    expect(path, "CSV", found.stdout, "time_s,tip,counts\n0.01,0.5,3\n0.014,-1.5,40\n0.018,1,500\n")
+
+
 def check_matrices(folder, fitsverify):
     for name, (rows, cols) in MATRICES.items():
         path = folder / f"{name}.fits"
@@ -170,6 +193,7 @@ def main():
             check_inspect(ravelctl, folder / "modes_in.fits", "modes_in")
         check_frames(ravelctl, matrices, fitsverify, pathlib.Path(directory) / "frames")
         check_modulation(ravelctl, fitsverify, pathlib.Path(directory) / "sine.fits")
+        check_foreign(ravelctl, pathlib.Path(directory) / "foreign.fits")
     print("the files of the runs and the matrices are as they should be")
 
 
