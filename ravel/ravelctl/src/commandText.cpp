@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <span>
+#include <string_view>
 
 namespace lumo::ravelctl {
 
@@ -79,8 +80,9 @@ std::vector<std::string> WrapCommand(const std::string& command, std::size_t wid
         return lines;
     }
     const std::string comment = fmt::format("{}", fmt::join(mark + 1, words.end(), " "));
-    if (lines.back().size() + 4 + comment.size() <= width) {
-        lines.back() += "  # " + comment;
+    constexpr std::string_view MARK = "  # ";
+    if (lines.back().size() + MARK.size() + comment.size() <= width) {
+        lines.back() += fmt::format("{}{}", MARK, comment);
         return lines;
     }
     for (const std::string& line : WrapWords(comment, width - 2)) {

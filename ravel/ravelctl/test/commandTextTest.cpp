@@ -35,7 +35,7 @@ TEST(CommandTextTest, WhatIsQuotedStaysTogetherHoweverLong)
 
 TEST(CommandTextTest, ACommentHasItsMarkInEachLine)
 {
-    EXPECT_THAT(WrapCommand("top | head  # and look", 18), ElementsAre("top |", "head  # and look"));
+    EXPECT_THAT(WrapCommand("top | head  # and look", 16), ElementsAre("top |", "head  # and look"));
     EXPECT_THAT(WrapCommand("df -h  # and choose a place's name", 16),
                 ElementsAre("df -h", "# and choose a", "# place's name"));
 }
