@@ -230,6 +230,17 @@ TEST(CommandLineTest, OptionsOverrideTheFileAndTheFileTheDefaults)
     EXPECT_EQ(NameRecorded(overridden.record), std::vector<std::string>{"pact"});
 }
 
+TEST(CommandLineTest, APrintedConfigurationNamesItsInputsWhereverItIsPut)
+{
+    std::ostringstream out;
+    Parse({"config", "--gains", "a/g.fits", "--script", "/s.toml", "--output", "first"}, out);
+    const std::string here = std::filesystem::current_path().string();
+    EXPECT_THAT(out.str(), HasSubstr("\ngains = \"" + here + "/a/g.fits\" "));
+    EXPECT_THAT(out.str(), HasSubstr("\nscript = \"/s.toml\" "));
+    EXPECT_THAT(out.str(), HasSubstr("\n# matrices = "));
+    EXPECT_THAT(out.str(), HasSubstr("\noutput = \"first\" "));
+}
+
 TEST(CommandLineTest, NoneTakesBackWhatTheFileGives)
 {
     const test::TestFolder folder;

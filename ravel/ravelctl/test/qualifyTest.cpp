@@ -238,6 +238,15 @@ TEST_F(QualifyTest, AFileIsNotReplacedUnlessAskedFor)
     EXPECT_NE(test::ReadBytes(folder / "qualify.json"), "mine");
 }
 
+TEST_F(QualifyTest, APageOfSomebodyElseIsNotReplacedUnlessAskedFor)
+{
+    test::WriteBytes(m_folder / "report.html", "mine");
+    QualifyOptions options = Small(1, 5);
+    options.output = m_folder.GetPath();
+    EXPECT_THAT(test::ThrownLine<InputError>([&] { Run(options); }), HasSubstr("holds a report.html already; choose"));
+    EXPECT_EQ(test::ReadBytes(m_folder / "report.html"), "mine");
+}
+
 TEST_F(QualifyTest, AStartThatFailsTakesNothingFromTheQualificationThatItWouldReplace)
 {
     test::WriteBytes(m_folder / "qualify.json", "mine");
