@@ -173,6 +173,7 @@ TEST_F(RealTimeProcessTest, TheGovernorAndCpusThatAreNotIsolatedAreSaidWithTheir
                                 "what would allow it: echo performance | sudo tee "
                                 "/sys/devices/system/cpu/cpu*/cpufreq/scaling_governor"));
     EXPECT_THAT(lines, Contains("not granted: CPUs without other work (none are isolated); what would allow it: sudo "
+                                "sed -i -E 's/(isolcpus)=[^ \"]* *//g' /etc/default/grub && sudo "
                                 "sed -i 's/^GRUB_CMDLINE_LINUX=\"/&isolcpus=4-7 /' /etc/default/grub && sudo "
                                 "update-grub && sudo reboot"));
 }

@@ -142,7 +142,8 @@ TEST_F(RunFolderTest, OfALoopThatStayedOpenTheOutputsAreWhatWasMeasuredWhateverT
     EXPECT_EQ(out.str(),
               "replayed 3 cycles of 2 modes: every output equal to the last bit\n"
               "with kp = 2 for mode 1, what is measured being as recorded:\n"
-              "the loop was not closed in this run, and with the loop open no output depends on the gains\n");
+              "the loop was not closed in this run, and with the loop open no output depends on the gains\n"
+              "verdict                 reproduced\n");
 }
 
 TEST_F(RunFolderTest, AFolderWithoutARunIsRefused)
