@@ -67,6 +67,14 @@ std::optional<double> ReadSurfaceNm(const nlohmann::json& summary)
     return after == rms.end() || after->is_null() ? std::nullopt : std::optional<double>(after->get<double>());
 }
 
+/// What the parser says, without its own number for it.
+std::string Explain(const nlohmann::json::exception& e)
+{
+    const std::string text = e.what();
+    const std::size_t end_of_id = text.find("] ");
+    return text.starts_with('[') && end_of_id != std::string::npos ? text.substr(end_of_id + 2) : text;
+}
+
 }  // namespace
 
 RunFolder::RunFolder(fs::path folder) : m_folder(std::move(folder))
@@ -83,7 +91,7 @@ RunFolder::RunFolder(fs::path folder) : m_folder(std::move(folder))
         throw InputError(
             fmt::format("{}: expected the summary of a run but {}; repeat the run if an older version "
                         "made it",
-                        file.string(), e.what()));
+                        file.string(), Explain(e)));
     }
     CheckSummary();
 }
