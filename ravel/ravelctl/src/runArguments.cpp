@@ -119,7 +119,8 @@ void AddRunOptions(CLI::App& run, RunArguments& arguments)
         ->capture_default_str();
     run.add_option("--output", options.output, "Folder for the run's files [ravelctl-<time> here]")
         ->type_name(FOLDER_VALUE);
-    run.add_flag("--overwrite", options.overwrite, "Replace the run that the output folder holds");
+    run.add_flag("--overwrite", options.overwrite,
+                 "Replace the run that the output folder holds, or files of the same names");
     run.add_option("--matrices", options.matrices,
                    "Folder in which the matrices are kept [ravelctl/mirror-1 in the user's cache]")
         ->type_name(FOLDER_VALUE);
