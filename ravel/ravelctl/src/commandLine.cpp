@@ -5,6 +5,7 @@
 #include "doctorArguments.hpp"
 #include "error.hpp"
 #include "helpText.hpp"
+#include "inputPlace.hpp"
 #include "inspectArguments.hpp"
 #include "manPage.hpp"
 #include "modulationArguments.hpp"
@@ -242,7 +243,7 @@ Command ParseCommandLine(int argc, const char* const* argv, std::ostream& out)
         RunOptions& options = std::get<RunOptions>(command);
         PlanRun(options);  // what it prints can be run
         for (std::filesystem::path* const path : ListInputs(options)) {
-            *path = path->empty() ? *path : std::filesystem::absolute(*path);  // wherever what it prints is put
+            *path = path->empty() ? *path : LocateInput(*path);  // wherever what it prints is put
         }
         out << FormatConfig(options);
         CheckPrinted(out);

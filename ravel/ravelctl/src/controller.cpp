@@ -3,6 +3,7 @@
 #include "error.hpp"
 #include "gains.hpp"
 #include "htmlReport.hpp"
+#include "inputPlace.hpp"
 #include "matrixStore.hpp"
 #include "outputFile.hpp"
 #include "parameterFile.hpp"
@@ -312,6 +313,7 @@ void Controller::Start()
     m_process->Say([this](const std::string& line) { Say(line); });
     m_recordings->Start();
     m_report.started_utc = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", UtcNow());
+    m_old_files = ListFilesOfOldRun(m_options.output);  // before the script can save
     m_cycle_thread->StartThread();
     if (m_script_player) {
         m_script_player->StartThread();
@@ -448,6 +450,7 @@ void Controller::ComputeFigures()
 void Controller::Save()
 {
     const Working working(*this, "saving the recordings");
+    RemoveSummary(m_options.output);  // of an old run, whose files are replaced from here on
     m_recordings->Save(
         m_options.output,
         [this](const std::string& name) {
@@ -462,9 +465,8 @@ void Controller::Save()
     const std::string summary = "summary.json";
     m_report.files.push_back(summary);  // it lists itself
     try {
-        const std::vector<std::filesystem::path> old_files = ListFilesOfOldRun(m_options.output);
         WriteSummary(m_report, m_options.output / summary);
-        RemoveStaleFiles(m_options.output, old_files, m_report.files);  // not before: this run could be killed
+        RemoveStaleFiles(m_options.output, m_old_files, m_report.files);
     } catch (const std::exception& e) {
         m_report.files.pop_back();
         m_report.problems.emplace_back(e.what());
@@ -494,25 +496,21 @@ void Controller::SaveGains(std::int64_t before_cycle, const std::string& name, c
     }
 }
 
-/// What repeats this run into another folder: every option in force. What lies in the output folder it names as seen
-/// from there, so that the folder can be moved.
+/// What repeats this run into another folder: every option that was given, and in comments what was meant by the
+/// others, so that one of them can be overridden and those that follow from it follow. What lies in the output folder
+/// it names as seen from there, so that the folder can be moved.
 void Controller::SaveConfig()
 {
     RunOptions options = m_options;
     options.output.clear();
     options.overwrite = false;
-    options.open_loop_s = options.open_loop_s.value_or(m_plan.TimeOf(m_plan.open_cycles));
-    if (m_plan.paced) {  // otherwise there are none
-        options.placement.cycle_priority = CyclePriorityOf(m_options.placement, true);
-        options.placement.priority = PriorityOf(m_options.placement, true);
-    }
     if (!options.gains.empty()) {
         options.gains = m_options.output / "gains.fits";  // the run's own: others may change
     }
     const std::filesystem::path folder = std::filesystem::absolute(m_options.output).lexically_normal();
     for (std::filesystem::path* const path : ListInputs(options)) {
         if (!path->empty()) {
-            *path = std::filesystem::absolute(*path).lexically_normal();
+            *path = LocateInput(*path).lexically_normal();
             const std::filesystem::path below = path->lexically_relative(folder);
             *path = below.empty() || *below.begin() == ".." ? *path : below;
         }

@@ -19,6 +19,7 @@
 #include <lumo/mirrorsim/controlModes.hpp>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -93,6 +94,7 @@ private:
     LoopPlan m_plan;
     RecordingPlan m_recording_plan;
     std::vector<ScriptStep> m_script;
+    std::vector<std::filesystem::path> m_old_files;  // of the run that is replaced, as paths below the output folder
     RunReport m_report;
     mirrorsim::ControlModes m_modes;
     std::vector<float> m_pid_params;

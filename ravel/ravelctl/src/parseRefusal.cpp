@@ -7,6 +7,8 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 #include <vector>
 
@@ -67,11 +69,13 @@ std::string ExplainNumber(const CLI::App& command, const std::string& text)
     for (const OptionOutline& option : OutlineCommand(command).options) {
         is_whole = is_whole || (option.names.back() == name && option.value == "N");
     }
-    const bool is_number = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+    char* end = nullptr;
+    const double number = std::strtod(value.c_str(), &end);
+    const bool is_too_large = !value.empty() && *end == '\0' && (!is_whole || number == std::trunc(number));
     return fmt::format("{}: expected a {}number but got {}", name,
-                       is_number  ? "smaller "
-                       : is_whole ? "whole "
-                                  : "",
+                       is_too_large ? (number < 0.0 ? "larger " : "smaller ")
+                       : is_whole   ? "whole "
+                                    : "",
                        value);
 }
 

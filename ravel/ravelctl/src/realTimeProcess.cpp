@@ -100,6 +100,12 @@ void RealTimeProcess::ExplainLackOfCores(const PlacementNeeds& needs, const CpuT
                                     fmt::format("there {} {}; no CPU is chosen{}", num_cores == 1 ? "is" : "are",
                                                 num_cores, are_cpus_enough ? ", unless --cpus names them" : ""),
                                     fmt::format("--workers {}", num_cores)});
+    } else if (are_wanted && m_report.plan.workers.front().priority > 0 && m_report.plan.workers.front().cpu < 0) {
+        m_report.refused.push_back({fmt::format("a core for each of {} workers", needs.num_workers),
+                                    fmt::format("of {} there are too few beside that of --cycle-cpu or on that "
+                                                "--numa-node; no CPU is chosen, unless --cpus names them",
+                                                num_cores),
+                                    "fewer --workers"});
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "error.hpp"
 #include "htmlReport.hpp"
+#include "inputPlace.hpp"
 #include "resources.hpp"
 
 #include <fmt/core.h>
@@ -118,9 +119,10 @@ void CheckRunFolder(const RunOptions& options, const std::vector<ScriptStep>& sc
     const std::vector<fs::path> old_files = ListFilesOfOldRun(folder);
     replaced.insert(replaced.end(), old_files.begin(), old_files.end());
     for (const fs::path& input : ListInputs(options, script)) {
+        const fs::path place = input.empty() ? input : LocateInput(input);
         const auto is_input = [&](const fs::path& name) {
             std::error_code ignored;
-            return !input.empty() && fs::equivalent(folder / name, input, ignored);
+            return !place.empty() && fs::equivalent(folder / name, place, ignored);
         };
         if (std::any_of(replaced.begin(), replaced.end(), is_input)) {
             throw InputError(fmt::format(
@@ -146,6 +148,12 @@ std::vector<fs::path> ListFilesOfOldRun(const fs::path& folder)
         }
     }
     return files;
+}
+
+void RemoveSummary(const fs::path& folder)
+{
+    std::error_code ignored;
+    fs::remove(folder / SUMMARY, ignored);
 }
 
 void RemoveStaleFiles(const fs::path& folder, const std::vector<fs::path>& old_files,

@@ -19,6 +19,10 @@ void CheckRunFolder(const RunOptions& options, const std::vector<ScriptStep>& sc
 /// that lead out of the folder are left out. Never throws.
 std::vector<std::filesystem::path> ListFilesOfOldRun(const std::filesystem::path& folder);
 
+/// Takes the summary away from the run in `folder`, if there is one: before the first of its files is replaced, so that
+/// no summary ever speaks of another run's files. A folder without one is no run. Never throws.
+void RemoveSummary(const std::filesystem::path& folder);
+
 /// Removes of `old_files`, those of a run that has been replaced, what is not among `files`, the new ones. What
 /// somebody else has put into the folder stays. Never throws: what cannot be removed stays.
 void RemoveStaleFiles(const std::filesystem::path& folder, const std::vector<std::filesystem::path>& old_files,

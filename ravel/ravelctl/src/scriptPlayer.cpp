@@ -2,6 +2,7 @@
 
 #include "error.hpp"
 #include "gains.hpp"
+#include "runFiles.hpp"
 
 #include <lumo/ravelcore/pidFilter.hpp>
 
@@ -226,6 +227,7 @@ void ScriptPlayer::Save(const ScriptStep& step, ScriptEvent& event)
 {
     const std::filesystem::path folder = m_output / step.save;
     std::vector<std::string> failures;
+    RemoveSummary(m_output);  // of an old run, whose files this may replace
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) {

@@ -205,7 +205,8 @@ bool IsNamedLikeTime(const Column& column)
 /// scalars that stand side by side tell by their names and units. None where there are no time stamps.
 const Column* FindTime(const std::vector<Column>& columns)
 {
-    if (columns.size() == 2 && columns[0].IsOfScalars() && !columns[1].IsOfScalars()) {
+    const bool is_beside_vectors = columns.size() == 2 && columns[1].IsOfNumbers() && !columns[1].IsOfScalars();
+    if (is_beside_vectors && columns[0].IsOfScalars()) {
         return columns.data();
     }
     const auto find = [&columns](const auto& is_wanted) -> const Column* {
@@ -274,7 +275,10 @@ void DescribeMatrix(const std::vector<Column>& matrix, TableHeader& header)
     header.format = JoinFew(formats);
     header.values = header.rows * in_row;
     if (matrix.front().type < 0 && !header.IsMatrixFile()) {
-        Refuse(fmt::format("the rows of its column '{}' are not of one length", header.name));
+        Refuse(
+            fmt::format("the rows of its column '{}' are of variable length, which is read only where it is the first "
+                        "extension's matrix",
+                        header.name));
     }
 }
 

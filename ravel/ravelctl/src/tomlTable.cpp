@@ -3,6 +3,8 @@
 #include "error.hpp"
 #include "nearestName.hpp"
 
+#include <brisk/helper.hpp>
+
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 #include <toml++/toml.h>
@@ -336,7 +338,14 @@ std::filesystem::path TomlTable::GetPath(const std::string& key)
 std::filesystem::path TomlTable::GetPathBeside(const std::string& key)
 {
     const std::filesystem::path path = GetPath(key);
-    return path.empty() ? path : std::filesystem::path(m_impl->document->file).parent_path() / path;
+    if (path.empty()) {
+        return path;
+    }
+    const std::filesystem::path beside = std::filesystem::path(m_impl->document->file).parent_path() / path;
+    std::error_code ignored;
+    const bool is_near = std::filesystem::exists(beside, ignored) || std::filesystem::exists(path, ignored);
+    // The data path is the last to be asked; its files have no place as seen from this one.
+    return is_near || brisk::Helper::FindFile(path.string()).empty() ? beside : path;
 }
 
 std::optional<TomlTable> TomlTable::GetTable(const std::string& key)

@@ -3,6 +3,7 @@
 #include "resources.hpp"
 #include "runConfig.hpp"
 #include "support/describedLoop.hpp"
+#include "support/logReaction.hpp"
 #include "support/noMoreThreads.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
@@ -110,20 +111,25 @@ TEST(ControllerTest, AFolderThatWasMovedRepeatsItsRun)
     }
 }
 
-TEST(ControllerTest, TheConfigurationOfARunHasEveryOptionThatWasInForce)
+TEST(ControllerTest, TheConfigurationOfARunHasWhatWasGivenAndInCommentsWhatWasMeant)
 {
     const test::TestFolder folder;
     RunOptions options = ShortRun(folder, "run");
     options.as_fast_as_possible = false;
+    options.open_loop_s.reset();
     options.tune.demands.phase_margin_deg = 60.0;
     RunInProcess(options);
+    const std::string text = test::ReadBytes(options.output / "config.toml");
+    for (const char* meant : {"\n# open_loop = 0.06 ", "\n# priority = 50 ", "\n# cycle_priority = 60 "}) {
+        EXPECT_THAT(text, HasSubstr(meant));
+    }
     RunArguments arguments;
     LoadConfig(options.output / "config.toml", arguments);
     const RunOptions& saved = arguments.options;
     EXPECT_EQ(saved.duration_s, 0.6);
-    EXPECT_EQ(saved.open_loop_s, 0.06);
-    EXPECT_EQ(saved.placement.priority, 50);
-    EXPECT_EQ(saved.placement.cycle_priority, 60);
+    EXPECT_EQ(saved.open_loop_s, std::nullopt) << "it follows another duration";
+    EXPECT_EQ(saved.placement.priority, std::nullopt);
+    EXPECT_EQ(saved.placement.cycle_priority, std::nullopt) << "it follows another priority";
     EXPECT_EQ(saved.matrices, RAVELCTL_TEST_MATRICES);
     EXPECT_EQ(saved.tune.demands.phase_margin_deg, 60.0) << "handed on";
     EXPECT_TRUE(saved.output.empty()) << "it is to be repeated into another folder";
@@ -396,6 +402,21 @@ TEST(ControllerTest, TheRunThatIsReplacedIsWholeUntilTheNewOneIsSaved)
     for (const auto& [name, bytes] : before) {
         EXPECT_TRUE(test::ReadBytes(options.output / name) == bytes) << name;
     }
+}
+
+TEST(ControllerTest, TheSummaryOfTheRunThatIsReplacedGoesBeforeItsFilesAreReplaced)
+{
+    const test::TestFolder folder;
+    RunOptions options = ShortRun(folder, "run");
+    RunInProcess(options);
+    options.overwrite = true;
+    bool was_there = true;
+    const test::LogReaction while_saving("Saved modes_in",
+                                         [&] { was_there = std::filesystem::exists(options.output / "summary.json"); });
+    EXPECT_EQ(RunInProcess(options).status, EXIT_OK);
+    EXPECT_TRUE(while_saving.HasReacted());
+    EXPECT_FALSE(was_there);
+    EXPECT_TRUE(std::filesystem::exists(options.output / "summary.json"));
 }
 
 TEST(ControllerTest, AStartThatFailsTakesNothingFromTheRunThatItWouldReplace)

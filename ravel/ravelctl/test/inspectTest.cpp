@@ -427,7 +427,9 @@ TEST_F(InspectTest, ATableThatMakesNoMatrixIsRefusedAndSaysWhatItHas)
                   wanted + "its column 'v' holds no real numbers (format " + format + ")");
     }
     EXPECT_EQ(Refusal(MakeForeign({{"t", "1PE"}, {"v", "3E"}}, 2)),
-              wanted + "the rows of its column 't' are not of one length");
+              wanted +
+                  "the rows of its column 't' are of variable length, which is read only where it is the first "
+                  "extension's matrix");
     EXPECT_EQ(Refusal(MakeForeign({{"t", "1D"}, {"v", "8A"}}, 2)),
               wanted + "its column 'v' holds no real numbers (format 8A)");
 }
@@ -556,6 +558,7 @@ TEST_F(InspectTest, AmongScalarsTheTimeIsToldByNameAndThenByUnit)
         return text.substr(0, text.find('\n'));
     };
     EXPECT_EQ(heading({{"x", "1E"}, {"y", "1E"}}), "x,y");
+    EXPECT_EQ(heading({{"x", "1E"}, {"who", "8A"}}), "x_0") << "beside text it is no time";
     EXPECT_EQ(heading({{"x", "1E"}, {"when", "1D", "us"}}), "time_s,x_0");
     EXPECT_EQ(heading({{"lag", "1E", "s"}, {"TIMESTAMP", "1D", "s"}, {"y", "1E"}}), "time_s,lag,y");
     EXPECT_EQ(heading({{"T", "1K"}, {"x", "1E"}}), "time_s,x_0");

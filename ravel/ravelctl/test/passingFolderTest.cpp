@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
+#include <thread>
 
 namespace lumo::ravelctl {
 namespace {
@@ -49,9 +51,33 @@ TEST(PassingFolderTest, WhatADeadProcessLeftGoesAndWhatLivesStays)
     fs::create_directory(folder / ".ravelctl-notes");
     fs::create_directory(folder / "ravelctl-abcdefg");
     test::WriteBytes(folder / ".ravelctl-abcdef", "not a folder");
+    const test::TestFolder elsewhere;
+    test::WriteBytes(elsewhere / "kept", "x");
+    fs::create_directory_symlink(elsewhere.GetPath(), folder / ".ravelctl-abcdeg");
     RemoveDeadPassingFolders(folder.GetPath());
     EXPECT_TRUE(fs::exists(living.GetPath()));
-    EXPECT_EQ(folder.CountEntries(), 4U);
+    EXPECT_TRUE(fs::is_symlink(folder / ".ravelctl-abcdeg")) << "what it names is nobody's passing folder";
+    EXPECT_EQ(test::ReadBytes(elsewhere / "kept"), "x");
+    EXPECT_EQ(folder.CountEntries(), 5U);
+}
+
+TEST(PassingFolderTest, OneThatIsBeingMadeIsNotTakenForADeadOnes)
+{
+    const test::TestFolder folder;
+    std::atomic<bool> over{false};
+    std::thread cleaner([&] {
+        while (!over) {
+            RemoveDeadPassingFolders(folder.GetPath());
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        const PassingFolder living(folder.GetPath());
+        test::WriteBytes(living.GetPath() / "half", "x");
+        EXPECT_EQ(test::ReadBytes(living.GetPath() / "half"), "x") << i;
+    }
+    over = true;
+    cleaner.join();
+    EXPECT_EQ(folder.CountEntries(), 0U);
 }
 
 }  // namespace

@@ -124,6 +124,13 @@ TEST_F(RealTimeProcessTest, MoreWorkersThanCoresIsTheReasonForWhichNoCpuIsChosen
     const auto say_of_cores = Contains(HasSubstr("a core for each"));
     EXPECT_THAT(Run({}, {2}), Not(say_of_cores));
     PlacementOptions options;
+    options.cycle_cpu.kind = PlaceChoice::Kind::Given;
+    options.cycle_cpu.numbers = {0};
+    EXPECT_THAT(Run(options, {2}), Contains("not granted: a core for each of 2 workers (of 2 there are too few beside "
+                                            "that of --cycle-cpu or on that --numa-node; no CPU is chosen, unless "
+                                            "--cpus names them); what would allow it: fewer --workers"));
+    EXPECT_THAT(Run(options, {1}), Not(say_of_cores));
+    options = {};
     options.cpus.kind = PlaceChoice::Kind::None;
     EXPECT_THAT(Run(options, {3}), Not(say_of_cores)) << "nobody wanted one";
     options = {};

@@ -1,5 +1,6 @@
 #include "commandLine.hpp"
 #include "error.hpp"
+#include "inputPlace.hpp"
 #include "recordingPlan.hpp"
 #include "runConfig.hpp"
 #include "support/testFolder.hpp"
@@ -193,6 +194,24 @@ TEST_F(RunConfigTest, WrongKindsAndValuesOutOfRangeAreRefusedWithTheirPlace)
     EXPECT_EQ(Refusal("[record]\nwhat = [\"mode\"]\n"),
               "night.toml:2:8: what: expected some of modes, es and pact but got 'mode'");
     EXPECT_EQ(Refusal("[record]\nlast = 0\n"), "night.toml:2:8: last: expected 0.001 to 1000000 s but got 0");
+}
+
+TEST_F(RunConfigTest, AnInputThatOnlyTheDataPathHasKeepsItsName)
+{
+    const test::TestFolder data;
+    test::WriteBytes(data / "kept-with-the-data.fits", "x");
+    const std::string text = "[run]\ngains = \"kept-with-the-data.fits\"\n";
+    EXPECT_EQ(Load(text).gains, m_folder / "kept-with-the-data.fits");
+    ASSERT_EQ(setenv("BRISK_DATA_PATH", data.GetPath().c_str(), 1), 0);
+    const std::filesystem::path from_data = Load(text).gains;
+    const std::filesystem::path located = LocateInput(from_data);
+    test::WriteBytes(m_folder / "kept-with-the-data.fits", "y");
+    const std::filesystem::path from_file = Load(text).gains;
+    unsetenv("BRISK_DATA_PATH");
+    EXPECT_EQ(from_data, "kept-with-the-data.fits");
+    EXPECT_EQ(located, data / "kept-with-the-data.fits");
+    EXPECT_EQ(from_file, m_folder / "kept-with-the-data.fits") << "what is nearer comes first";
+    EXPECT_EQ(LocateInput("nowhere.fits"), std::filesystem::current_path() / "nowhere.fits");
 }
 
 TEST_F(RunConfigTest, InputsAreSeenFromTheFileAndOutputsFromTheCurrentFolder)

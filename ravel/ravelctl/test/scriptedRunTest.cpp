@@ -1,6 +1,7 @@
 #include "controller.hpp"
 #include "error.hpp"
 #include "scriptPlayer.hpp"
+#include "support/logReaction.hpp"
 #include "support/quietLog.hpp"
 #include "support/recording.hpp"
 #include "support/runInProcess.hpp"
@@ -13,8 +14,6 @@
 #include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <log4cplus/appender.h>
-#include <log4cplus/spi/loggingevent.h>
 
 #include <bit>
 #include <chrono>
@@ -376,30 +375,6 @@ save = "second"
     EXPECT_FALSE(std::filesystem::exists(options.output / "modes_in.fits"));
 }
 
-/// Keeps the first thread that logs a certain line for some time: a slow disk, as far as that thread can tell.
-class SlowAppender : public log4cplus::Appender
-{
-public:
-    SlowAppender(std::string line, std::chrono::milliseconds delay) : m_line(std::move(line)), m_delay(delay) {}
-    ~SlowAppender() override { destructorImpl(); }
-    void close() override {}
-    bool WasUsed() const { return m_used; }
-
-protected:
-    void append(const log4cplus::spi::InternalLoggingEvent& event) override
-    {
-        if (!m_used && event.getMessage().find(m_line) != std::string::npos) {
-            m_used = true;
-            std::this_thread::sleep_for(m_delay);
-        }
-    }
-
-private:
-    const std::string m_line;
-    const std::chrono::milliseconds m_delay;
-    bool m_used = false;  // by the script's thread; read when that has been joined
-};
-
 TEST(ScriptedControllerTest, ARunThatIsNotPacedWaitsForASaveHoweverLongItTakesAndKeepsItsWorkers)
 {
     const test::TestFolder folder;
@@ -407,23 +382,31 @@ TEST(ScriptedControllerTest, ARunThatIsNotPacedWaitsForASaveHoweverLongItTakesAn
     options.workers = 2;
     options.script = folder / "script.toml";
     test::WriteBytes(options.script, "[[at]]\ntime = 0.3\nsave = \"first\"\n");
-    log4cplus::Logger library = log4cplus::Logger::getInstance("ravelcore");
-    log4cplus::Logger tasks = log4cplus::Logger::getInstance("ravelcore.TaskEdc");
-    library.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
-    library.setAdditivity(false);
-    tasks.setLogLevel(log4cplus::WARN_LOG_LEVEL);
-    auto* const slow = new SlowAppender("Saved modes_in", Controller::HANDSHAKE_TIMEOUT + std::chrono::seconds(1));
-    const log4cplus::SharedAppenderPtr owner(slow);
-    library.addAppender(owner);
+    const test::LogReaction slow_disk(
+        "Saved modes_in", [] { std::this_thread::sleep_for(Controller::HANDSHAKE_TIMEOUT + std::chrono::seconds(1)); });
     const test::FinishedRun run = test::RunInProcess(options);
-    library.removeAllAppenders();
-    library.setAdditivity(true);
-    library.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
-    tasks.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
-    EXPECT_TRUE(slow->WasUsed());
+    EXPECT_TRUE(slow_disk.HasReacted());
     EXPECT_THAT(run.report.problems, IsEmpty());
     EXPECT_EQ(run.report.cycles_done, 300);
     EXPECT_EQ(run.status, EXIT_OK);
+}
+
+TEST(ScriptedControllerTest, TheSummaryOfARunThatIsReplacedGoesBeforeASaveReplacesItsFiles)
+{
+    const test::TestFolder folder;
+    RunOptions options = test::ShortRun(folder, "run");
+    options.script = folder / "script.toml";
+    test::WriteBytes(options.script, "[[at]]\ntime = 0.3\nsave = \"first\"\n");
+    test::RunInProcess(options);
+    ASSERT_TRUE(std::filesystem::exists(options.output / "summary.json"));
+    options.overwrite = true;
+    bool was_there = true;
+    const test::LogReaction while_saving("Saved modes_in",
+                                         [&] { was_there = std::filesystem::exists(options.output / "summary.json"); });
+    EXPECT_EQ(test::RunInProcess(options).status, EXIT_OK);
+    EXPECT_TRUE(while_saving.HasReacted());
+    EXPECT_FALSE(was_there);
+    EXPECT_TRUE(std::filesystem::exists(options.output / "summary.json"));
 }
 
 TEST(ScriptedControllerTest, AnInterruptedRunEndsAsOneAlsoWhereAStepWasRefused)
