@@ -8,9 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <set>
+#include <thread>
 
 // How the program behaves towards who uses it: errors, colours, progress, and being interrupted.
 
@@ -283,7 +285,12 @@ TEST(MannersTest, CtrlCInTheTerminalWhileTheMatricesAreComputedIsAnsweredOnALine
 {
     const test::TestFolder folder;
     ChildProcess child(FirstRun(folder), ChildProcess::Output::Terminal);
-    ASSERT_TRUE(child.AwaitOutput("getting the matrices ("));  // after two seconds it tells what it does
+    ASSERT_TRUE(child.AwaitOutput("computing all 2390 control modes"));
+    // It tells what it does after two seconds, which a quick machine does not take.
+    child.Send(SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    child.Send(SIGCONT);
+    ASSERT_TRUE(child.AwaitOutput("getting the matrices ("));
     child.Type("\x03");
     const ChildProcess::Result result = child.Wait();
     EXPECT_EQ(result.status, EXIT_INTERRUPTED);
