@@ -42,7 +42,7 @@ std::string StatusLine::Format(const LoopProgress& progress, const LoopPlan& pla
 std::string StatusLine::FormatFor(int columns, const LoopProgress& progress, const LoopPlan& plan)
 {
     const auto room = static_cast<std::size_t>(columns - 1);
-    const std::string full = Format(progress, plan);
+    std::string full = Format(progress, plan);
     if (full.size() <= room) {
         return full;
     }

@@ -337,11 +337,11 @@ std::filesystem::path TomlTable::GetPath(const std::string& key)
 
 std::filesystem::path TomlTable::GetPathBeside(const std::string& key)
 {
-    const std::filesystem::path path = GetPath(key);
+    std::filesystem::path path = GetPath(key);
     if (path.empty()) {
         return path;
     }
-    const std::filesystem::path beside = std::filesystem::path(m_impl->document->file).parent_path() / path;
+    std::filesystem::path beside = std::filesystem::path(m_impl->document->file).parent_path() / path;
     std::error_code ignored;
     const bool is_near = std::filesystem::exists(beside, ignored) || std::filesystem::exists(path, ignored);
     // The data path is the last to be asked; its files have no place as seen from this one.
