@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <csignal>
+#include <stop_token>
 #include <thread>
 
 namespace lumo::ravelctl {
@@ -64,9 +64,8 @@ TEST(PassingFolderTest, WhatADeadProcessLeftGoesAndWhatLivesStays)
 TEST(PassingFolderTest, OneThatIsBeingMadeIsNotTakenForADeadOnes)
 {
     const test::TestFolder folder;
-    std::atomic<bool> over{false};
-    std::thread cleaner([&] {
-        while (!over) {
+    std::jthread cleaner([&folder](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
             RemoveDeadPassingFolders(folder.GetPath());
         }
     });
@@ -75,7 +74,7 @@ TEST(PassingFolderTest, OneThatIsBeingMadeIsNotTakenForADeadOnes)
         test::WriteBytes(living.GetPath() / "half", "x");
         EXPECT_EQ(test::ReadBytes(living.GetPath() / "half"), "x") << i;
     }
-    over = true;
+    cleaner.request_stop();
     cleaner.join();
     EXPECT_EQ(folder.CountEntries(), 0U);
 }
