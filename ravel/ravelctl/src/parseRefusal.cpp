@@ -7,8 +7,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -69,13 +68,13 @@ std::string ExplainNumber(const CLI::App& command, const std::string& text)
     for (const OptionOutline& option : OutlineCommand(command).options) {
         is_whole = is_whole || (option.names.back() == name && option.value == "N");
     }
-    char* end = nullptr;
-    const double number = std::strtod(value.c_str(), &end);
-    const bool is_too_large = !value.empty() && *end == '\0' && (!is_whole || number == std::trunc(number));
+    const bool is_negative = value.starts_with('-');
+    const std::string digits = value.substr(is_negative ? 1 : 0);
+    const bool is_beyond = !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
     return fmt::format("{}: expected a {}number but got {}", name,
-                       is_too_large ? (number < 0.0 ? "larger " : "smaller ")
-                       : is_whole   ? "whole "
-                                    : "",
+                       is_beyond  ? (is_negative ? "larger " : "smaller ")
+                       : is_whole ? "whole "
+                                  : "",
                        value);
 }
 

@@ -514,6 +514,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{{"run", "--modes", "x"}, "--modes: expected a whole number but got x (try: "},
         BadLine{{"run", "--modes", "5.5"}, "--modes: expected a whole number but got 5.5"},
         BadLine{{"run", "--modes", "99999999999"}, "--modes: expected a smaller number but got 99999999999"},
+        BadLine{{"run", "--modes", "5.0"}, "--modes: expected a whole number but got 5.0"},
+        BadLine{{"run", "--modes", "1e5"}, "--modes: expected a whole number but got 1e5"},
         BadLine{{"run", "--modes", "-99999999999"}, "--modes: expected a larger number but got -99999999999"},
         BadLine{{"run", "--rate", "fast"}, "--rate: expected a number but got fast"},
         BadLine{{"run", "--seed", "-1"}, "expected 0 or above but got -1"},
